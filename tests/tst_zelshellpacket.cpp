@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+#include "zelshellpacket_p.h"
+
+#include <QRandomGenerator>
+#include <QtTest>
+
+class tst_ZELShellPacket : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void cutsAsDescribed_data();
+    void cutsAsDescribed();
+    void cutsTornStreamsLikeTheRules();
+    void keepsNoGarbage();
+    void parses_data();
+    void parses();
+    void readsNumbersAndTexts();
+    void isLinear();
+};
+
+namespace {
+
+const QByteArray S = "ZEL_SHELL_PACKET_START";
+const QByteArray E = "ZEL_SHELL_PACKET_END";
+
+/// The rules of the cutter written down one by one, quadratic and obvious.
+struct PlainCutter
+{
+    QByteArray buffer;
+    QByteArrayList feed(const QByteArray &bytes)
+    {
+        QByteArrayList packets;
+        buffer += bytes;
+        for (;;) {
+            const int s = buffer.indexOf(S), e = buffer.indexOf(E);
+            if (s < 0 || e < 0)
+                return packets;
+            if (s < e)
+                packets += buffer.mid(s, e - s);
+            buffer.remove(0, e + E.size());
+            if (e < s || s == 0)
+                return packets;
+        }
+    }
+};
+
+QByteArray packet(const QByteArray &key, const QByteArray &body)
+{
+    return S + ' ' + key + "\r\nAccept: STDOUT\r\nState: EXECUTE_COMPLETE\r\nContent-Length: 3\r\nHost: 10.0.0.1\r\n"
+        + "PATH: /Main/a\r\nEncode: false\r\n\r\n" + body + E + "\r\n";
+}
+
+} // namespace
+
+void tst_ZELShellPacket::cutsAsDescribed_data()
+{
+    QTest::addColumn<QByteArrayList>("arrivals");
+    QTest::addColumn<QList<int>>("delivered");
+    const QByteArray p = S + " k\r\n\r\nx" + E + "\r\n";
+    QTest::newRow("the first at position 0 ends its pass") << QByteArrayList{p + p, "", p} << QList<int>{1, 1, 1};
+    QTest::newRow("a line end in front") << QByteArrayList{"\r\n" + p + p + p} << QList<int>{3};
+    QTest::newRow("a position 0 that was garbage") << QByteArrayList{"garbage", p + p} << QList<int>{0, 2};
+    QTest::newRow("torn in the markers") << QByteArrayList{p.left(5), p.mid(5, 30), p.mid(35)} << QList<int>{0, 0, 1};
+    QTest::newRow("stray end first") << QByteArrayList{"a" + E + p, ""} << QList<int>{0, 1};
+    QTest::newRow("one stray end an arrival") << QByteArrayList{E + E, p, "", "", ""} << QList<int>{0, 0, 0, 1, 0};
+    QTest::newRow("stray end right before a start") << QByteArrayList{E, p + p, "", ""} << QList<int>{0, 0, 1, 1};
+}
+
+void tst_ZELShellPacket::cutsAsDescribed()
+{
+    QFETCH(QByteArrayList, arrivals);
+    QFETCH(QList<int>, delivered);
+    ZELShellPacketCutter cutter;
+    PlainCutter plain;
+    QList<int> counts;
+    for (const QByteArray &bytes : arrivals) {
+        const QByteArrayList packets = cutter.feed(bytes);
+        QCOMPARE(packets, plain.feed(bytes));
+        counts += packets.size();
+    }
+    while (counts.size() > delivered.size())
+        counts.removeLast();
+    QCOMPARE(counts, delivered);
+}
+
+void tst_ZELShellPacket::cutsTornStreamsLikeTheRules()
+{
+    QRandomGenerator random(7);
+    const QByteArrayList pieces{S, E, E + "\r\n", "x", "\r\n", S.left(9), E.mid(3), packet("k#1", "body")};
+    for (int round = 0; round < 400; ++round) {
+        QByteArray stream;
+        for (int i = 0; i < 40; ++i)
+            stream += pieces[random.bounded(pieces.size())];
+        ZELShellPacketCutter cutter;
+        PlainCutter plain;
+        const int most = 1 + random.bounded(200);
+        while (!stream.isEmpty()) {
+            const QByteArray bytes = stream.left(1 + random.bounded(most));
+            stream.remove(0, bytes.size());
+            QCOMPARE(cutter.feed(bytes), plain.feed(bytes));
+        }
+    }
+}
+
+void tst_ZELShellPacket::keepsNoGarbage()
+{
+    ZELShellPacketCutter cutter;
+    for (int i = 0; i < 1000; ++i) {
+        QVERIFY(cutter.feed(QByteArray(4096, char(i))).isEmpty());
+        QVERIFY(cutter.buffered() < S.size());
+    }
+    QCOMPARE(cutter.feed(packet("k", "b") + packet("k", "b")).size(), 2);
+    QVERIFY(cutter.buffered() <= 2);
+}
+
+void tst_ZELShellPacket::parses_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QByteArray>("headers"); // name=value, sorted
+    QTest::addColumn<QByteArray>("body");
+    const QByteArray k = S + " k\r\n";
+    QTest::newRow("plain") << k + "A: 1\r\nB:   2 \r\n\r\nbody:x\r\n"
+                           << "k" << QByteArray("A=1;B=2 ;") << QByteArray("body:x\r\n");
+    QTest::newRow("third word") << S + " k more\r\n\r\nb"
+                                << "k" << QByteArray() << QByteArray("b");
+    QTest::newRow("utf-8 key") << S + " caf\xc3\xa9\r\n\r\n"
+                               << QString::fromUtf8("caf\xc3\xa9") << QByteArray() << QByteArray();
+    QTest::newRow("no key") << S + "\r\nA: 1\r\n\r\nb"
+                            << "" << QByteArray() << S + "\r\nA: 1\r\n\r\nb";
+    QTest::newRow("empty key: the next line starts") << S + " \r\nA: 1\r\nB: 2\r\n\r\nb"
+                                                     << "1" << QByteArray("B=2;") << QByteArray("b");
+    QTest::newRow("empty key, empty line") << S + " \r\n\r\nb"
+                                           << "" << QByteArray() << QByteArray("\r\nb");
+    QTest::newRow("port in a value") << k + "A: 1\r\nHost: a:80\r\nB: 2\r\n\r\nb"
+                                     << "k" << QByteArray("A=1;") << QByteArray("Host: a:80\r\nB: 2\r\n\r\nb");
+    QTest::newRow("no colon left") << k + "A: 1\r\nrest\r\n\r\nb"
+                                   << "k" << QByteArray("A=1;") << QByteArray("rest\r\n\r\nb");
+    QTest::newRow("line without colon") << k + "rest\r\nA: 1\r\n\r\nb"
+                                        << "k" << QByteArray() << QByteArray("rest\r\nA: 1\r\n\r\nb");
+    QTest::newRow("empty parts dropped") << k + "::A:: 1:\r\n\r\nb"
+                                         << "k" << QByteArray("A=1;") << QByteArray("b");
+    QTest::newRow("empty value") << k + "A:\r\n\r\nb"
+                                 << "k" << QByteArray() << QByteArray("A:\r\n\r\nb");
+    QTest::newRow("blank value") << k + "A:  \r\n\r\nb"
+                                 << "k" << QByteArray("A=;") << QByteArray("b");
+    QTest::newRow("repeated") << k + "A: 1\r\nA: 2\r\na: 3\r\n\r\nb"
+                              << "k" << QByteArray("A=2;a=3;") << QByteArray("b");
+    QTest::newRow("no empty line") << k + "A: 1\r\nB: 2"
+                                   << "k" << QByteArray("A=1;") << QByteArray("B: 2");
+}
+
+void tst_ZELShellPacket::parses()
+{
+    QFETCH(QByteArray, text);
+    const ZELShellProcessHeader header = zelParsePacket(text);
+    QByteArrayList lines;
+    for (auto it = header.headers.begin(); it != header.headers.end(); ++it)
+        lines += it.key().toUtf8() + '=' + it.value() + ';';
+    std::sort(lines.begin(), lines.end());
+    QTEST(header.getRequestMethod(), "key");
+    QTEST(lines.join(), "headers");
+    QTEST(header.body, "body");
+}
+
+void tst_ZELShellPacket::readsNumbersAndTexts()
+{
+    ZELShellProcessHeader header;
+    QVERIFY(!header.isComplete() && !header.isInsideProcess());
+    QCOMPARE(header.getProcessStatus(), 9);
+    QCOMPARE(header.getAccept(), 0);
+    QCOMPARE(header.getReturn(), QString());
+
+    header = zelParsePacket(
+        S + " k\r\nAccept: OBJECT\r\nState: EXECUTE_PROCESS\r\nEncode: true\r\nReturn: MQAy\r\n\r\nYQBi");
+    QVERIFY(!header.isComplete() && header.isInsideProcess());
+    QCOMPARE(header.getProcessStatus(), 0);
+    QCOMPARE(header.getAccept(), 7);
+    QCOMPARE(header.getReturn(), QStringLiteral("1"));
+    QCOMPARE(header.getRequestBodyBuffer(), QByteArray("a\0b", 3));
+    QCOMPARE(header.getRequestBody(), QStringLiteral("a"));
+
+    header.headers[QStringLiteral("Encode")] = "TRUE";
+    header.headers[QStringLiteral("State")] = "execute_process";
+    header.headers[QStringLiteral("Accept")] = "stdinfo";
+    QVERIFY(header.isComplete() && !header.isInsideProcess());
+    QCOMPARE(header.getProcessStatus(), 9);
+    QCOMPARE(header.getAccept(), 0);
+    QCOMPARE(header.getRequestBody(), QStringLiteral("YQBi"));
+    header.headers[QStringLiteral("State")] = "EXECUTE_PERMISSION_ERROR";
+    QCOMPARE(header.getProcessStatus(), 8);
+}
+
+void tst_ZELShellPacket::isLinear()
+{
+    // Quadratic work would need minutes for each of these.
+    const QByteArray large = "\r\n" + packet("k", QByteArray(8 << 20, 'x'));
+    ZELShellPacketCutter cutter;
+    int packets = 0;
+    for (int i = 0; i < large.size(); i += 64)
+        packets += cutter.feed(large.mid(i, 64)).size();
+    const QByteArray many = packet("k", "b").repeated(200000);
+    const QByteArrayList cut = ZELShellPacketCutter().feed("\r\n" + many);
+    QCOMPARE(packets, 1);
+    QCOMPARE(cut.size(), 200000);
+    QCOMPARE(zelParsePacket(S + " k\r\n" + QByteArray("A: 1\r\n").repeated(1 << 20)).headers.size(), 1);
+    QCOMPARE(zelParsePacket((S + " \r\n").repeated(1 << 18)).headers.size(), 0);
+    for (const QByteArray &one : cut)
+        packets += zelParsePacket(one).isComplete();
+    QCOMPARE(packets, 200001);
+}
+
+QTEST_GUILESS_MAIN(tst_ZELShellPacket)
+#include "tst_zelshellpacket.moc"
