@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELARGUMENTS_P_H
+#define ZELARGUMENTS_P_H
+
+#include "zelarguments.h"
+#include "zellife_p.h"
+
+#include <QMutex>
+
+/// One execution's record; see ZELArguments for what the fields mean.
+class ZELArgumentsPrivate
+{
+public:
+    struct Protocl_Set_Type
+    {
+        QString accept = QStringLiteral("STDOUT");
+        QString state = QStringLiteral("EXECUTE_PROCESS");
+        QString host;
+        QString baseCommand;
+        bool encode = false;
+        bool protocol = false;
+    };
+
+    ZELArgumentsPrivate(ZELShellBase *shell, const QStringList &arguments);
+    ZELArgumentsPrivate(const ZELLife<ZELShellBase>::Ref &shell, const QStringList &arguments);
+
+    /// The record behind a handle, good while a handle lives. A print hook that needs its record captures this and not
+    /// a handle, which would keep the record alive for ever; the channels' log handles keep it alive while they print.
+    static ZELArgumentsPrivate *get(const ZELArguments &args) { return args.d; }
+
+    bool hasquote(int i) const;
+    /// The state for a packet that is written now: "EXECUTE_PROCESS" while the command runs, whatever it has set.
+    QString packetState() const;
+
+    ZELLife<ZELShellBase>::Ref shell;
+    QStringList arguments;
+    QString execName;
+    QString execIndex;
+    QString execPath;
+    QString allInput;
+    QString errorString;
+    QUuid uuid;
+    std::function<QString(const QString &)> messagePrintHook;
+    QVariant returnValue;
+    bool hasReturnValue = false;
+    bool isBackground = false;
+    /// Set by the dispatcher around the command itself.
+    bool running = false;
+    Protocl_Set_Type protocol;
+    QMutex mutex; ///< guards refCount only
+    int refCount = 1;
+
+private:
+    static ZELLife<ZELShellBase>::Ref refOf(ZELShellBase *shell);
+};
+
+/// The words of a line, as ZELArguments::CommandSplit() describes them. Linear in the length of the line.
+QStringList zelSplitCommandLine(const QString &line, bool keepQuote, bool dropEmptyQuoted);
+
+/// The address for reply headers; looked up at most once a second, since a board gets its address late.
+QString zelHostAddress();
+
+#endif

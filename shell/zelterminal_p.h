@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELTERMINAL_P_H
+#define ZELTERMINAL_P_H
+
+/**
+ * The terminals that this process made raw, with the settings found, in a table that a signal handler can read.
+ *
+ * Everything but zelRestoreTerminals() is for normal context, from any thread.
+ */
+
+/// Makes the terminal raw; saves the settings found unless they are the raw ones set here before. False for what is no
+/// terminal, and when too many are raw already.
+bool zelTerminalEnterRaw(int fd);
+/// Makes a terminal that should be raw raw again, whatever a command left behind; saves nothing.
+void zelTerminalReenterRaw(int fd);
+/// Puts back the settings found. Nothing when the terminal was not made raw here.
+void zelTerminalLeaveRaw(int fd);
+
+/// Puts back the settings of every terminal that is still raw. Async-signal-safe and repeatable: for the end of the
+/// process, whatever brings it about.
+void zelRestoreTerminals();
+
+/// Ignores SIGPIPE where the host left its default, so that a reader that goes away costs its output only.
+void zelIgnoreBrokenPipes();
+
+#endif
