@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELSHELLSERVER_P_H
+#define ZELSHELLSERVER_P_H
+
+#include "zelshellserver.h"
+
+#include <functional>
+#include <memory>
+#include <mutex>
+
+/// What hosts can set for all shells. A plain value; shells take a copy where they need one.
+struct ZELShellSettings
+{
+    std::function<void(ZELArguments)> help; ///< empty: commands get "-h" and "--help" themselves
+    std::function<void(ZELArguments)> weakup;
+};
+
+/**
+ * What a server shares with its shells and outlives it for their sake: both roots and the settings.
+ *
+ * Held by std::shared_ptr by the server, every shell and everybody who walks the trees; the last holder deletes the
+ * trees, on whatever thread that is.
+ * Threads: any. The roots never change; the settings are copied under a lock.
+ */
+class ZELShellServerState
+{
+public:
+    ZELShellServerState();
+    ~ZELShellServerState();
+    ZELShellServerState(const ZELShellServerState &) = delete;
+    ZELShellServerState &operator=(const ZELShellServerState &) = delete;
+
+    /// That of the latest server; a fresh one without commands when there is no server.
+    static std::shared_ptr<ZELShellServerState> current();
+
+    ZELShellCommandTree *systemRoot() const { return m_systemRoot.get(); }
+    ZELShellCommandTree *mainRoot() const { return m_mainRoot.get(); }
+
+    ZELShellSettings settings() const;
+    std::function<void(ZELArguments)> helpFunction() const { return settings().help; }
+    std::function<void(ZELArguments)> weakupFunction() const { return settings().weakup; }
+    /// Calls `change` with the settings, under the lock.
+    void change(const std::function<void(ZELShellSettings &)> &change);
+
+private:
+    friend class ZELShellServer;
+    static void setCurrent(const std::shared_ptr<ZELShellServerState> &state);
+
+    const std::unique_ptr<ZELShellCommandTree> m_systemRoot;
+    const std::unique_ptr<ZELShellCommandTree> m_mainRoot;
+    mutable std::mutex m_mutex;
+    ZELShellSettings m_settings;
+};
+
+#endif
