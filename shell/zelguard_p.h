@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELGUARD_P_H
+#define ZELGUARD_P_H
+
+#include "zelcatch.h"
+
+#include <atomic>
+#include <memory>
+#include <type_traits>
+
+class QThread;
+
+/**
+ * What the signal handlers know of their thread. Plain data in the initial-exec model, so that reaching it in a
+ * handler neither allocates nor locks. Other threads touch the atomic fields only, under the lock of the registry.
+ */
+struct ZELThreadFaults
+{
+    ExceptionHelp *innermost;
+    ExceptionHelp *target; ///< where the jump under way leads
+    ExceptionHelp *loopFrame; ///< innermost frame when the event loop was entered: kills do not jump beyond it
+    int loops; ///< event loops of the thread on the stack
+    volatile int critical; ///< depth of critical sections, also held while a jump is under way
+    volatile int attention; ///< a time limit waits to be taken
+    std::atomic<int> kill; ///< a kill waits to be taken
+    std::atomic<QThread *> loopThread; ///< whose event loop runs
+    bool hasFrames; ///< guarded by the registry
+    bool registered;
+    bool jumped;
+    bool recovered;
+};
+extern __thread ZELThreadFaults zelThreadFaults __attribute__((tls_model("initial-exec"), visibility("hidden")));
+
+/// Jumps for a remembered kill or time limit; returns when there is nowhere to jump to yet.
+void zelTakePending();
+
+/// Takes a remembered kill or time limit, if any, where nothing of the caller's is torn by it.
+inline void zelSafePoint()
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    if (self.critical == 0 && (self.attention || self.kill.load(std::memory_order_relaxed)))
+        zelTakePending();
+}
+
+/**
+ * While one stands, kills and time limits of the thread are remembered; the end of the outermost one takes them.
+ * Around every lock of the library and around bookkeeping that must not be left half done. Not for long waits.
+ *
+ *     ZELCriticalSection section;      // first, so that it ends last
+ *     QMutexLocker lock(&m_mutex);
+ */
+class ZELCriticalSection
+{
+public:
+    ZELCriticalSection()
+    {
+        zelThreadFaults.critical = zelThreadFaults.critical + 1;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+    ~ZELCriticalSection()
+    {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        zelThreadFaults.critical = zelThreadFaults.critical - 1;
+        zelSafePoint();
+    }
+    ZELCriticalSection(const ZELCriticalSection &) = delete;
+    ZELCriticalSection &operator=(const ZELCriticalSection &) = delete;
+};
+
+/// Opens frame, runs call(argument), closes it: the only sigsetjmp of the library.
+int zelGuardCall(ExceptionHelp *frame, void (*call)(void *), void *argument);
+
+/**
+ * Runs fn in frame. 0 when it ran to its end, else the frame's state; then frame->caught is set and frame->exception
+ * says why. With frame->timeoutMs the code is abandoned after that time. What fn threw is caught here with its
+ * destructors run; a jump runs none, so fn holds its resources in objects that outlive it.
+ *
+ *     ZELFrame frame;
+ *     frame->abandoned = [record] { record.finish(); };
+ *     if (zelGuard(frame.get(), [&] { command.run(); }))
+ *         qDebug() << frame->exception->ToString();
+ */
+template <class F>
+int zelGuard(ExceptionHelp *frame, F &&fn)
+{
+    using Fn = std::remove_reference_t<F>;
+    return zelGuardCall(
+        frame, [](void *f) { (*static_cast<Fn *>(f))(); },
+        const_cast<void *>(static_cast<const void *>(std::addressof(fn))));
+}
+
+/// Owns a frame on the heap and its exception, for openers. A jump over it leaves both to the frame further out.
+class ZELFrame
+{
+public:
+    ZELFrame()
+        : m_frame(new ExceptionHelp)
+    {
+    }
+    ~ZELFrame()
+    {
+        delete m_frame->exception;
+        delete m_frame;
+    }
+    ZELFrame(const ZELFrame &) = delete;
+    ZELFrame &operator=(const ZELFrame &) = delete;
+    ExceptionHelp *get() const { return m_frame; }
+    ExceptionHelp *operator->() const { return m_frame; }
+    /// The exception, which the caller owns from now on.
+    Exception *take()
+    {
+        Exception *result = m_frame->exception;
+        m_frame->exception = nullptr;
+        return result;
+    }
+
+private:
+    ExceptionHelp *m_frame;
+};
+
+/// True once after a jump came back to a frame of this thread: the session draws its prompt again.
+bool zelTakeFaultRecovery();
+
+/// Jumps to the innermost frame with e as it stands; throws e without a frame.
+[[noreturn]] void zelRaise(Exception *e, int state = SIGABRT);
+
+/**
+ * Marks the event loop of a thread: while it stands a kill jumps at most to the outermost frame inside of it, and
+ * otherwise waits until the loop has been left through quit(), which Kill() calls.
+ */
+class ZELLoopScope
+{
+public:
+    explicit ZELLoopScope(QThread *thread);
+    ~ZELLoopScope();
+    /// A kill came before the loop was entered: do not enter it.
+    bool killed() const;
+
+private:
+    ExceptionHelp *m_outerFrame;
+    QThread *m_outerThread;
+};
+
+/**
+ * Registers the calling thread, and makes `memory` its alternate signal stack, while it stands. Threads of the library
+ * give a piece of the outer end of their own stack, so that they need no mapping of their own; other threads are
+ * registered and get a mapping at their first frame.
+ */
+class ZELThreadFaultScope
+{
+public:
+    ZELThreadFaultScope(void *memory, size_t size);
+    ~ZELThreadFaultScope();
+    static constexpr size_t StackSize = 64 * 1024;
+
+private:
+    bool m_ownStack = false;
+};
+
+#endif
