@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+// The demonstration host: a board supervisor whose commands are slots of the classes beside this file.
+#include "commandbook.h"
+#include "faultcommands.h"
+#include "jobcommands.h"
+#include "logcommands.h"
+#include "networkcommands.h"
+#include "options.h"
+#include "storagecommands.h"
+#include "systemcommands.h"
+#include "textcommands.h"
+
+#include <QCoreApplication>
+#include <cstdio>
+#include <sys/resource.h>
+#include <zelcatch.h>
+#include <zelshellserver.h>
+
+/// Every session costs descriptors; the soft limit of 1,024 that most systems give would end at a few hundred.
+static void raiseDescriptorLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+static bool listen(ZELShellServer &server, quint16 port)
+{
+    server.startTcpServer(port);
+    if (server.isListening())
+        std::fprintf(stderr, "zelhost: remote shells on port %d\n", int(server.serverPort()));
+    else
+        std::fprintf(stderr, "zelhost: port %d cannot be listened on\n", int(port));
+    return server.isListening();
+}
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName("zelhost");
+    QCoreApplication::setApplicationVersion(ZELHOST_VERSION);
+    const Options options = Options::parse(app);
+    raiseDescriptorLimit();
+
+    ZELShellServer server;
+    CommandBook book(&server);
+    SystemCommands system(book);
+    NetworkCommands network(book);
+    StorageCommands storage(book);
+    TextCommands text(book);
+    LogCommands log(book);
+    JobCommands jobs(book);
+    FaultCommands faults(book);
+
+    if (!options.reports.isEmpty())
+        installErrorCatch(options.reports);
+    if (options.tcp && !listen(server, options.port))
+        return 1;
+    if (options.terminal)
+        server.startServer();
+    const int status = app.exec();
+    server.closeServer();
+    return status;
+}
