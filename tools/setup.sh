@@ -1,18 +1,34 @@
 # SPDX-License-Identifier: MIT
-# Sourced by the commands of this folder: zel_need PACKAGE... installs the Debian packages that are missing.
+# Sourced by the commands of this folder, which run in the top directory.
 ZEL_BUILD_PACKAGES="g++ cmake ninja-build qtbase5-dev libqt5sql5-sqlite"
-ZEL_TEST_PACKAGES="libvterm-dev"
+ZEL_TEST_PACKAGES="libvterm-dev pkg-config python3"
+ZEL_AARCH64_PACKAGES="g++-aarch64-linux-gnu qemu-user-static qtbase5-dev:arm64 libqt5sql5-sqlite:arm64 libvterm-dev:arm64"
 
+# zel_root COMMAND...: as root, through sudo where that is not who we are.
+zel_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+# zel_need PACKAGE...: installs the Debian packages that are missing.
 zel_need() {
     missing=
     for package in "$@"; do
-        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing="$missing $package"
+        dpkg-query -W -f='${Status}\n' "$package" 2>/dev/null | grep -q 'install ok installed' || missing="$missing $package"
     done
     [ -n "$missing" ] || return 0
-    sudo=
-    [ "$(id -u)" -eq 0 ] || sudo=sudo
     echo "Installing:$missing" >&2
-    $sudo apt-get update -qq
+    zel_root apt-get update -qq
     # shellcheck disable=SC2086
-    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends $missing >/dev/null
+    zel_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing >/dev/null
+}
+
+# zel_build PRESET [TARGET...]: configures and builds; quiet unless it fails.
+zel_build() {
+    preset=$1
+    shift
+    echo "Building ($preset)" >&2
+    mkdir -p build
+    log=build/$preset.log
+    cmake --preset "$preset" >"$log" 2>&1 || { cat "$log" >&2; return 1; }
+    cmake --build --preset "$preset" ${1:+--target "$@"} >"$log" 2>&1 || { cat "$log" >&2; return 1; }
 }
