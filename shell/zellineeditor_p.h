@@ -109,22 +109,22 @@ private:
     enum class State { Text, Escape, Bracket, Three, Parameters, Single };
 
     Event feedText(char byte);
-    void feedEscape(char byte);
-    void feedBracket(char byte);
+    Event feedControl(char byte);
+    Event feedBracket(char byte);
+    Event feedThree(char byte);
     Event feedParameters(char byte);
+    Event feedSingle(char byte);
     bool holdBack(char byte);
     void releaseHeld();
-    void insert(const QByteArray &character);
+    void insert(const char *character, int length);
     void eraseBack();
     void stepLeft();
     void stepRight();
     void showHistory(bool back);
-    void replaceLine(const QByteArray &line);
     void moveToEnd();
-    int nextLength(int at) const;
-    int previousLength(int at) const;
+    int columns(int from, int to) const;
     void show(const QByteArray &bytes);
-    void repeat(const char *sequence, int columns);
+    void repeat(const char *sequence, int times);
 
     ZELHistory *m_history;
     QByteArray m_line;
