@@ -2,21 +2,16 @@
 #ifndef ZELCOMPLETER_P_H
 #define ZELCOMPLETER_P_H
 
+#include "zelshellcommandtree_p.h"
+
 #include <QString>
 #include <QStringList>
 #include <QVector>
 #include <functional>
 #include <optional>
 
-class ZELShellCommandTree;
-
-/// One name of a listing, with the node type (ZELShellCommandTree::ZELShellCommandType) that decides its colour.
-struct ZELListingEntry
-{
-    QString name;
-    int type = 0;
-};
-using ZELListing = QVector<ZELListingEntry>;
+/// Names with the node types that decide their colours, as ZELShellCommandTreePrivate::snapshot() gives them.
+using ZELListing = QVector<ZELShellCommandEntry>;
 
 /**
  * Paints \a entries in columns, in the order given, for a terminal of \a width columns (0 or less: unknown, 128).
@@ -57,6 +52,7 @@ struct ZELCompletion
 /**
  * Completes the last word of \a line, a command or a path, for a terminal of \a width columns.
  *
+ * The word belongs to the last statement, behind its first "="; a word that is quoted to its end is left alone.
  * Several candidates are listed, sorted by name, and what they have in common is inserted; a single one is inserted
  * whole, with "/" behind a directory. Built-ins and system commands complete a word without a path only.
  *
