@@ -329,11 +329,12 @@ void ZELLineEditor::eraseBack()
     if (m_cursor == 0)
         return;
     const int length = previousLength(m_line, m_cursor);
-    repeat(deleteOne, columns(m_cursor - length, m_cursor));
+    const int width = columns(m_cursor - length, m_cursor);
+    repeat(deleteOne, width);
     m_cursor -= length;
     m_line.remove(m_cursor, length);
-    show(m_line.mid(m_cursor) + ' ');
-    repeat(leftShift, columns(m_cursor, m_line.size()) + 1);
+    show(m_line.mid(m_cursor) + QByteArray(width, ' '));
+    repeat(leftShift, columns(m_cursor, m_line.size()) + width);
 }
 
 void ZELLineEditor::stepLeft()
