@@ -40,6 +40,6 @@ if(PKG_CONFIG AND NOT EMULATOR AND NOT ARGUMENTS)
   file(GLOB_RECURSE pc ${WORK}/prefix/zelshell.pc)
   get_filename_component(directory ${pc} DIRECTORY)
   file(WRITE ${WORK}/pc.cpp "#include <zelshellserver.h>\nint main() { return ZELArguments().Length(); }\n")
-  run(sh -c "export PKG_CONFIG_PATH=${directory}; c++ -std=c++17 $(pkg-config --cflags zelshell) ${WORK}/pc.cpp \
+  run(sh -c "export PKG_CONFIG_PATH=${directory}; c++ -std=c++17 -fPIC $(pkg-config --cflags zelshell) ${WORK}/pc.cpp \
     $(pkg-config --libs zelshell) -Wl,-rpath,$(pkg-config --variable=libdir zelshell) -o ${WORK}/pc && ${WORK}/pc")
 endif()
