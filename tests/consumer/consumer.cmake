@@ -36,7 +36,7 @@ if(NOT status EQUAL 0 OR NOT output MATCHES "Hello, operator")
 endif()
 
 find_program(PKG_CONFIG pkg-config)
-if(PKG_CONFIG AND NOT EMULATOR AND NOT ARGUMENTS)
+if(PKG_CONFIG AND NOT EMULATOR AND NOT ARGUMENTS MATCHES "sanitize")
   file(GLOB_RECURSE pc ${WORK}/prefix/zelshell.pc)
   get_filename_component(directory ${pc} DIRECTORY)
   file(WRITE ${WORK}/pc.cpp "#include <zelshellserver.h>\nint main() { return ZELArguments().Length(); }\n")

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+#include <QProcess>
+#include <QtTest>
+
+/// Types at the demonstration host, one process for all commands: after each of them the prompt has to be back.
+class tst_DemoHost : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void commands_data();
+    void commands();
+    void quitsWithStatusZero();
+    void refusesOptions_data();
+    void refusesOptions();
+
+private:
+    bool start(QProcess &process, const QStringList &arguments);
+    QString untilPrompt();
+
+    QProcess m_host;
+};
+
+bool tst_DemoHost::start(QProcess &process, const QStringList &arguments)
+{
+    QStringList command = QString(ZEL_EMULATOR).split(' ', Qt::SkipEmptyParts);
+    command << ZELHOST << arguments;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    // Abandoned commands do not run their destructors.
+    environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":detect_leaks=0");
+    process.setProcessEnvironment(environment);
+    process.start(command.takeFirst(), command);
+    return process.waitForStarted();
+}
+
+/// What the host writes up to and without its next prompt; empty when that does not come.
+QString tst_DemoHost::untilPrompt()
+{
+    static const QByteArray prompt = "\033[33m $ \033[0m";
+    static QByteArray buffer;
+    QElapsedTimer clock;
+    clock.start();
+    while (!buffer.contains(prompt) && clock.elapsed() < 20000 && m_host.waitForReadyRead(1000))
+        buffer += m_host.readAllStandardOutput();
+    const int end = buffer.indexOf(prompt);
+    if (end < 0)
+        qWarning("No prompt after:\n%s", buffer.constData());
+    const QString result = end < 0 ? QString() : QString::fromUtf8(buffer.left(end));
+    buffer.remove(0, end + prompt.size());
+    return result;
+}
+
+void tst_DemoHost::initTestCase()
+{
+    QVERIFY(start(m_host, {}));
+    QVERIFY(untilPrompt().endsWith("/Main\033[0m"));
+}
+
+void tst_DemoHost::commands_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QString>("answer"); // an expression for what follows the echo
+    const QString error = "EXECUTE_ERROR :";
+    const QString abort = error + "Aborted \\(core dumped\\)\r\n";
+
+    QTest::newRow("uptime") << "system/uptime"
+                            << "up .*\\d\\d:\\d\\d:\\d\\d, load \\d";
+    QTest::newRow("memory") << "system/memory"
+                            << "total +[0-9.]+ .iB\r\n(.*\r\n)*this program +[0-9.]+ .iB\r\n";
+    QTest::newRow("processes") << "system/processes 1"
+                               << " PID S +RESIDENT NAME\r\n +\\d+ . +[0-9.]+ .?i?B.*\r\n";
+    QTest::newRow("interfaces") << "network/interfaces"
+                                << "lo +up .*\r\n +127\\.0\\.0\\.1/8\r\n";
+    QTest::newRow("storage") << "storage/usage /"
+                             << "SIZE.*\r\n +[0-9.]+ .iB.* +\\d+%  / \\(";
+    QTest::newRow("echo") << "text/echo \"a b\" c"
+                          << "^\"a b\" c\r\n";
+    QTest::newRow("nothing to echo") << "text/echo"
+                                     << "^\r\n";
+    QTest::newRow("ping") << "text/ping"
+                          << "^pong\r\n";
+    QTest::newRow("warning") << "log/print WARNING \"x y\" z"
+                             << "Warning: x y z\r\n";
+    QTest::newRow("stream") << "log/print stream \"no end\""
+                            << "^no end[^\r]*$";
+    QTest::newRow("bad level") << "log/print loud x"
+                               << "LEVEL must be .*, not loud\r\n";
+    QTest::newRow("sleep") << "jobs/sleep 20"
+                           << "^[2-9]\\d+\r\n|^\\d{3,}\r\n";
+    QTest::newRow("no number") << "jobs/sleep soon"
+                               << "^jobs/sleep: MS must be a whole number .* not soon\r\n";
+    QTest::newRow("out of range") << "jobs/sleep -1"
+                                  << "^jobs/sleep: MS must be a whole number .* not -1\r\n";
+    QTest::newRow("missing") << "jobs/sleep"
+                             << "^jobs/sleep: takes 1 argument, not 0";
+    QTest::newRow("too many") << "text/ping a b"
+                              << "^text/ping: takes no arguments, not 2";
+    QTest::newRow("count") << "jobs/count 3"
+                           << "^1\r\n2\r\n3\r\n3\r\n";
+    QTest::newRow("count nothing") << "jobs/count 0"
+                                   << "^0\r\n";
+    QTest::newRow("throw") << "fault/throw" << abort;
+    QTest::newRow("throw int") << "fault/throw int" << abort;
+    QTest::newRow("throw pointer") << "fault/throw pointer"
+                                   << error + "Exception in fault: provoked, file host, line 2\r\n";
+    QTest::newRow("throw value") << "fault/throw exception"
+                                 << error + "Exception in fault: provoked, file host, line 1\r\n";
+    QTest::newRow("assert") << "fault/assert"
+                            << "^" + error + "ASSERT failure fault: \"provoked\", file host, line 7\r\n";
+    QTest::newRow("segv") << "fault/segv" << error + "Segmentation fault \\(core dumped\\)\r\n";
+    QTest::newRow("overflow") << "fault/overflow" << error + "Segmentation fault \\(core dumped\\)\r\n";
+    QTest::newRow("still there") << "text/echo well"
+                                 << "^well\r\n";
+    QTest::newRow("help") << "help"
+                          << "fault/assert +fails an assertion\r\n(.*\r\n)*version .*\r\n";
+    QTest::newRow("help below") << "help jobs"
+                                << "^jobs/count N .*\r\njobs/sleep MS .*\r\n";
+    QTest::newRow("no help") << "help nothing"
+                             << "no command below 'nothing'";
+    QTest::newRow("option of help") << "jobs/sleep -h"
+                                    << "^Usage: jobs/sleep MS\r\nsleeps";
+    QTest::newRow("help on help") << "help -h"
+                                  << "^Usage: help \\[PATH\\]\r\n";
+    QTest::newRow("version") << "version"
+                             << "^ZEL Shell \\d+\\.\\d+\\.\\d+";
+    QTest::newRow("from a directory") << "cd jobs; count 1; version; cd"
+                                      << "1\r\n1\r\nZEL Shell";
+}
+
+void tst_DemoHost::commands()
+{
+    QFETCH(QString, line);
+    QFETCH(QString, answer);
+    m_host.write(line.toUtf8() + '\n');
+    QString written = untilPrompt();
+    const QString echo = line + '\n';
+    QVERIFY2(written.startsWith(echo), qPrintable(written));
+    written.remove(0, echo.size());
+    QVERIFY2(QRegularExpression(answer).match(written).hasMatch(), qPrintable(written));
+}
+
+void tst_DemoHost::quitsWithStatusZero()
+{
+    m_host.write("quit\n");
+    QVERIFY(m_host.waitForFinished(10000));
+    QCOMPARE(m_host.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_host.exitCode(), 0);
+}
+
+void tst_DemoHost::refusesOptions_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("no way in") << QStringList{"--no-terminal"};
+    QTest::newRow("port") << QStringList{"--tcp", "65536"};
+    QTest::newRow("reports") << QStringList{"--reports", "/nowhere"};
+    QTest::newRow("stray word") << QStringList{"word"};
+}
+
+void tst_DemoHost::refusesOptions()
+{
+    QFETCH(QStringList, arguments);
+    QProcess host;
+    QVERIFY(start(host, arguments));
+    QVERIFY(host.waitForFinished(10000));
+    QCOMPARE(host.exitCode(), 2);
+    QVERIFY(host.readAllStandardError().startsWith("zelhost: "));
+}
+
+QTEST_GUILESS_MAIN(tst_DemoHost)
+#include "tst_demohost.moc"
