@@ -125,7 +125,8 @@ struct ZELSHELL_EXPORT ExceptionHelp
         ExceptionHelp *outer = nullptr;
         ExceptionHelp *loopFrame = nullptr; ///< event loop state at opening
         int loops = 0;
-        int critical = 0; ///< critical depth at opening
+        int critical = 0; ///< critical depth of the opener
+        int held = 0; ///< how much of it ends while the guarded code runs
         void *caughtExceptions = nullptr; ///< C++ exception state at opening
         unsigned uncaughtExceptions = 0;
         unsigned generation = 0; ///< tells a late timer signal of an older frame from ours

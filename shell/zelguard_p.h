@@ -6,7 +6,7 @@
 
 #include <atomic>
 #include <memory>
-#include <type_traits>
+#include <utility>
 
 class QThread;
 
@@ -24,8 +24,12 @@ struct ZELThreadFaults
     volatile int attention; ///< a time limit waits to be taken
     std::atomic<int> kill; ///< a kill waits to be taken
     std::atomic<QThread *> loopThread; ///< whose event loop runs
+    void *context; ///< where the signal under way interrupted the thread
+    siginfo_t *signalInfo;
+    unsigned generation; ///< of the last frame with a time limit
     bool hasFrames; ///< guarded by the registry
     bool registered;
+    bool ended; ///< the thread's storage is being destroyed
     bool jumped;
     bool recovered;
 };
@@ -83,19 +87,23 @@ int zelGuardCall(ExceptionHelp *frame, void (*call)(void *), void *argument);
 template <class F>
 int zelGuard(ExceptionHelp *frame, F &&fn)
 {
-    using Fn = std::remove_reference_t<F>;
+    auto *callee = std::addressof(fn);
     return zelGuardCall(
-        frame, [](void *f) { (*static_cast<Fn *>(f))(); },
-        const_cast<void *>(static_cast<const void *>(std::addressof(fn))));
+        frame, [](void *f) { (**static_cast<decltype(callee) *>(f))(); }, &callee);
 }
 
-/// Owns a frame on the heap and its exception, for openers. A jump over it leaves both to the frame further out.
+/**
+ * Owns a frame on the heap and its exception, for openers. While it stands the opener's own code is a critical section,
+ * only what the guard runs is not: so a kill comes either inside of the guarded code, or after the opener has dealt
+ * with its end. A jump over it leaves the frame to the one further out, which runs the abandoned action.
+ */
 class ZELFrame
 {
 public:
     ZELFrame()
         : m_frame(new ExceptionHelp)
     {
+        m_frame->link.held = 1;
     }
     ~ZELFrame()
     {
@@ -107,16 +115,18 @@ public:
     ExceptionHelp *get() const { return m_frame; }
     ExceptionHelp *operator->() const { return m_frame; }
     /// The exception, which the caller owns from now on.
-    Exception *take()
-    {
-        Exception *result = m_frame->exception;
-        m_frame->exception = nullptr;
-        return result;
-    }
+    Exception *take() { return std::exchange(m_frame->exception, nullptr); }
 
 private:
+    ZELCriticalSection m_section; // its end, after the frame is gone, takes what came meanwhile
     ExceptionHelp *m_frame;
 };
+
+/// Whether a segmentation fault is to be reported.
+bool zelCrashDumpWanted();
+
+/// Called in a signal handler right before a fault ends the process; async-signal-safe, null for none.
+extern void (*volatile zelProcessEnding)();
 
 /// True once after a jump came back to a frame of this thread: the session draws its prompt again.
 bool zelTakeFaultRecovery();

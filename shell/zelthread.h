@@ -11,6 +11,7 @@
 #include <memory>
 
 class ZELCall;
+class ZELSync;
 class ZELThread;
 class ZELThreadPrivate;
 
@@ -82,11 +83,14 @@ Q_SIGNALS:
 private:
     friend class ZELSync;
     friend class ZELThreadPool;
+    void begin();
     void guardedBody();
     void body();
     void runTask(const std::function<void()> &task);
-    std::shared_ptr<ZELCall> post(std::function<void()> task);
+    std::shared_ptr<ZELCall> post(const std::function<void()> &task);
+    void taskDone(ZELSync *sync);
     void dropPosted();
+    bool takesTasks();
 
     std::function<void(ZELThreadInfo *)> m_callback;
     std::atomic<Qt::HANDLE> m_threadId{nullptr};

@@ -47,6 +47,7 @@ public:
 private:
     ZELThreadPool() = default;
     ~ZELThreadPool();
+    std::shared_ptr<ZELCall> postToChosen(const std::function<void()> &task, ZELThread **thread);
     ZELThread *chooseThread();
     ZELThread *append(ZELThread *thread);
     void sweep();

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELSIGNALS_P_H
+#define ZELSIGNALS_P_H
+
+#include "zelguard_p.h"
+
+/// The innermost frame that a jump may lead to, null without one. For handlers and normal code alike.
+ExceptionHelp *zelArmedFrame();
+/// Where a kill leads: the outermost armed frame, or that inside of the running event loop; null when neither is there.
+ExceptionHelp *zelKillTarget();
+/// The outermost frame whose time limit was reached; null without one.
+ExceptionHelp *zelLimitTarget();
+/// Leaves everything inside of frame, which then holds `state`.
+[[noreturn]] void zelJump(ExceptionHelp *frame, int state);
+
+/// A timer that sends SIGALRM with `generation` to the calling thread; false when the system has none left.
+bool zelCreateTimer(timer_t *timer, int ms, unsigned generation);
+
+#endif

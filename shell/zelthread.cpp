@@ -1,0 +1,278 @@
+// SPDX-License-Identifier: MIT
+#include "zelthread.h"
+#include "zeleventdispatcher_p.h"
+#include "zelguard_p.h"
+#include "zelthread_p.h"
+#include "zeltsan_p.h"
+
+#include <QDebug>
+#include <QEventLoop>
+#include <QMetaType>
+#include <QMutexLocker>
+
+ZELThreadInfo::~ZELThreadInfo() = default;
+
+ZELThread::ZELThread(QObject *parent)
+    : QThread(parent)
+    , m_label(QStringLiteral("NULL"))
+    , d(new ZELThreadPrivate)
+{
+    qRegisterMetaType<std::function<void()>>("std::function<void ()>");
+    setEventDispatcher(new ZELEventDispatcher); // Qt's own would take descriptors, and GLib's bears no jump
+}
+
+ZELThread::~ZELThread()
+{
+    if (isRunning()) {
+        quit();
+        while (!wait(3000))
+            Kill();
+    }
+    ZEL_TSAN_ACQUIRE(this);
+    dropPosted();
+    if (!isFinished())
+        delete eventDispatcher(); // never started: Qt deletes those of threads that ran
+}
+
+ZELThread *ZELThread::run(std::function<void(ZELThreadInfo *)> callback, QVariant data, bool autoDelete)
+{
+    auto *thread = new ZELThread;
+    if (autoDelete)
+        thread->setAutoDelete();
+    thread->setCallback(callback);
+    thread->setThreadData(data);
+    thread->start(QThread::InheritPriority);
+    return thread;
+}
+
+void ZELThread::setAutoDelete()
+{
+    connect(this, &QThread::finished, this, &QObject::deleteLater, Qt::QueuedConnection);
+    m_autoDelete = true;
+}
+
+bool ZELThread::isAutoDelete()
+{
+    return m_autoDelete;
+}
+
+void ZELThread::setCallback(const std::function<void(ZELThreadInfo *)> &callback)
+{
+    m_callback = callback;
+}
+
+void ZELThread::setThreadData(QVariant &data)
+{
+    m_threadData = data;
+}
+
+void ZELThread::setLabel(QString label)
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    m_label = label;
+}
+
+QString ZELThread::getLabel()
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    return m_label;
+}
+
+ZELThread *ZELThread::Thread()
+{
+    return this;
+}
+
+Qt::HANDLE ZELThread::ThreadId()
+{
+    return m_threadId;
+}
+
+QVariant &ZELThread::ThreadData()
+{
+    return m_threadData;
+}
+
+bool ZELThread::IsBusy()
+{
+    return m_busy;
+}
+
+int ZELThread::Kill()
+{
+    if (Qt::HANDLE id = isRunning() ? m_threadId.load() : nullptr)
+        return except_stack->Kill(id);
+    return ESRCH;
+}
+
+void ZELThread::run()
+{
+    alignas(64) char signalStack[ZELThreadFaultScope::StackSize];
+    ZELThreadFaultScope scope(signalStack, sizeof signalStack);
+    pthread_detach(pthread_self());
+    m_threadId = QThread::currentThreadId();
+    begin();
+    guardedBody();
+    dropPosted();
+    ZEL_TSAN_RELEASE(this);
+}
+
+void ZELThread::begin()
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    d->ended = false;
+}
+
+void ZELThread::guardedBody()
+{
+    ZELFrame frame;
+    zelGuard(frame.get(), [this] { body(); });
+    const QString label = getLabel();
+    if (frame->caught) {
+        const Exception *e = frame->exception;
+        qDebug() << "ERROR:in ZELThread::run" << e->file() << e->what() << e->where()
+                 << "[ZELThread id = " << ThreadId() << "]"
+                 << "Label:" << label;
+    }
+    m_busy = false;
+    Q_EMIT completed();
+    Q_EMIT sigCompleted(label);
+}
+
+void ZELThread::body()
+{
+    if (m_callback) {
+        m_busy = true;
+        m_callback(this);
+        m_busy = false;
+    } else {
+        exec();
+    }
+    if (Exception *failure = std::exchange(d->failure, nullptr))
+        zelRaise(failure);
+}
+
+/// Not QThread::exec(): a fault in a slot jumps out of the loop, and then Qt still knows the loop object. On the heap,
+/// where a jump leaves it alone, it stays good for a later quit().
+int ZELThread::exec()
+{
+    ZELLoopScope scope(this);
+    if (scope.killed())
+        return -1;
+    auto *loop = new QEventLoop;
+    const int code = loop->exec();
+    delete loop;
+    if (code != -1)
+        QThread::exit(code);
+    return QThread::exec(); // returns at once with the code and makes the thread ready for another loop
+}
+
+void ZELThread::runTask(const std::function<void()> &task)
+{
+    ZELFrame frame;
+    m_busy = true;
+    zelGuard(frame.get(), task);
+    m_busy = false;
+    if (!frame->caught)
+        return;
+    if (!d->failure)
+        d->failure = frame.take();
+    {
+        QMutexLocker lock(&d->mutex);
+        d->ended = true;
+    }
+    quit(); // what failed in a task ends the loop; the thread reports it then
+}
+
+std::shared_ptr<ZELCall> ZELThread::post(const std::function<void()> &task)
+{
+    ZELCriticalSection section;
+    auto call = std::make_shared<ZELCall>();
+    QMutexLocker lock(&d->mutex); // dropPosted() comes either before all of this or after it
+    if (d->ended) {
+        call->finish();
+        return call;
+    }
+    auto *sync = new ZELSync(this);
+    sync->setAutoDelete();
+    d->posted.insert(sync, call);
+    ZEL_TSAN_RELEASE(sync);
+    QMetaObject::invokeMethod(sync, "doSync", Qt::QueuedConnection, Q_ARG(std::function<void()>, task));
+    return call;
+}
+
+void ZELThread::taskDone(ZELSync *sync)
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    const std::shared_ptr<ZELCall> call = d->posted.take(sync);
+    lock.unlock();
+    if (call)
+        call->finish();
+}
+
+/// Nothing will run what is still on its way: its posters need not wait any longer.
+void ZELThread::dropPosted()
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    d->ended = true;
+    const auto posted = std::exchange(d->posted, {});
+    lock.unlock();
+    for (auto it = posted.begin(); it != posted.end(); ++it) {
+        it.value()->finish();
+        delete it.key();
+    }
+    delete std::exchange(d->failure, nullptr);
+}
+
+/// Whether a task posted now would run on an idle loop.
+bool ZELThread::takesTasks()
+{
+    QMutexLocker lock(&d->mutex);
+    return !m_callback && !m_busy && !d->ended;
+}
+
+void ZELThread::Invoke(std::function<void()> task)
+{
+    if (QThread::currentThread() == this)
+        ZELSync(this).doSync(task);
+    else
+        post(task)->wait();
+}
+
+void ZELThread::BeginInvoke(std::function<void()> task)
+{
+    post(task);
+}
+
+ZELSync::ZELSync(ZELThread *thread)
+    : m_thread(thread)
+{
+    moveToThread(thread);
+}
+
+ZELSync::ZELSync() = default;
+
+ZELSync::~ZELSync() = default;
+
+void ZELSync::setAutoDelete()
+{
+    m_autoDelete = true;
+}
+
+void ZELSync::doSync(std::function<void()> task)
+{
+    ZEL_TSAN_ACQUIRE(this);
+    if (task && m_thread)
+        m_thread->runTask(task);
+    else if (task)
+        task();
+    if (m_thread)
+        m_thread->taskDone(this);
+    if (m_autoDelete)
+        deleteLater();
+}

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELTHREAD_P_H
+#define ZELTHREAD_P_H
+
+#include "zelcatch.h"
+#include "zelguard_p.h"
+
+#include <QHash>
+#include <QMutex>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+class ZELSync;
+
+/// One posted task, as its poster sees it: finished when it ran, failed, or will never run. Any thread.
+class ZELCall
+{
+public:
+    void finish()
+    {
+        ZELCriticalSection section;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_finished = true;
+        m_changed.notify_all();
+    }
+    /// Returns when finished; a kill of the waiting thread is taken meanwhile.
+    void wait()
+    {
+        while (!waitShortly()) { }
+    }
+
+private:
+    bool waitShortly()
+    {
+        ZELCriticalSection section;
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_for(lock, std::chrono::milliseconds(20), [this] { return m_finished; });
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_finished = false;
+};
+
+class ZELThreadPrivate
+{
+public:
+    QMutex mutex; ///< guards label, posted, ended
+    QHash<ZELSync *, std::shared_ptr<ZELCall>> posted; ///< tasks on their way
+    bool ended = false;
+    Exception *failure = nullptr; ///< of a task, until the body reports it; touched by the thread alone
+};
+
+#endif

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+// Real faults by the thousand on one worker thread; a program of its own, since it lives on faults.
+#include "zelguard_p.h"
+#include "zelthread.h"
+
+#include <QFile>
+#include <QtTest>
+#include <malloc.h>
+#include <stdexcept>
+#include <sys/wait.h>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+static constexpr int share = 20; // of the count: sanitizers make each fault slow, and measure no memory
+#else
+static constexpr int share = 1;
+#endif
+
+class tst_Faults : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { zelSetCrashDump(false); }
+    void inARow_data();
+    void inARow();
+    void threadsWithFramesOfTheirOwn();
+    void registryUnderKills();
+    void faultWithoutFrames_data();
+    void faultWithoutFrames();
+    void noexceptBarrier();
+};
+
+static volatile int *nowhere = nullptr;
+
+[[gnu::noinline, gnu::no_sanitize("address", "undefined", "thread")]] static void writeNull()
+{
+    *nowhere = 1;
+}
+
+[[gnu::noinline, gnu::no_sanitize("address", "undefined", "thread")]] static int overflow(int depth)
+{
+    volatile char room[4096];
+    room[0] = char(depth);
+    return (room[0] == 1 && !nowhere && depth < 0) ? 0 : overflow(depth + 1) + room[0];
+}
+
+static void provoke(int kind)
+{
+    switch (kind) {
+    case 0:
+        return writeNull();
+    case 1:
+        overflow(0);
+        return;
+    case 2:
+        throw new Exception("w", "pointer", "f", 1);
+    case 3:
+        throw Exception("w", "value", "f", 1);
+    case 4:
+        throw std::runtime_error("standard");
+    default:
+        throw 42;
+    }
+}
+
+static long residentKb()
+{
+    QFile file(QStringLiteral("/proc/self/statm"));
+    if (!file.open(QFile::ReadOnly))
+        return 0;
+    return file.readAll().split(' ').value(1).toLong() * 4;
+}
+
+void tst_Faults::inARow_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("null write") << 0 << 1000 << "Segmentation fault (core dumped)";
+    QTest::newRow("stack overflow") << 1 << 1000 << "Segmentation fault (core dumped)";
+    QTest::newRow("Exception*") << 2 << 10000 << "Exception in w: pointer, file f, line 1";
+    QTest::newRow("Exception") << 3 << 10000 << "Exception in w: value, file f, line 1";
+    QTest::newRow("std::exception") << 4 << 10000 << "Aborted (core dumped)";
+    QTest::newRow("int") << 5 << 10000 << "Aborted (core dumped)";
+}
+
+static int provokeOften(int kind, int count, const QString &text)
+{
+    int right = 0;
+    for (int i = 0; i < count; ++i) {
+        ZELFrame frame;
+        zelGuard(frame.get(), [&] { provoke(kind); });
+        right += frame->caught && frame->exception->ToString() == text;
+    }
+    return right;
+}
+
+static void discard(QtMsgType, const QMessageLogContext &, const QString &) { }
+
+void tst_Faults::inARow()
+{
+    QFETCH(int, kind);
+    QFETCH(int, count);
+    QFETCH(QString, text);
+    const auto previous = qInstallMessageHandler(discard);
+    count /= share;
+    int right = 0;
+    long growth = 0;
+    ZELThread thread;
+    thread.setCallback([&](ZELThreadInfo *) {
+        right = provokeOften(kind, count / 10, text); // warm: arenas, unwinder tables
+        const long before = residentKb();
+        right += provokeOften(kind, count - count / 10, text);
+        growth = residentKb() - before;
+    });
+    thread.start();
+    const bool ended = thread.wait(100000);
+    qInstallMessageHandler(previous);
+    QVERIFY(ended);
+    QCOMPARE(right, count);
+    if (share == 1)
+        QVERIFY2(growth < 1024, qPrintable(QStringLiteral("grew by %1 kB").arg(growth)));
+}
+
+void tst_Faults::threadsWithFramesOfTheirOwn()
+{
+    std::atomic<int> right{0};
+    for (int i = 0; i < 50; ++i) {
+        std::thread([&] { right += provokeOften(1, 1, QStringLiteral("Segmentation fault (core dumped)")); }).join();
+    }
+    QCOMPARE(right.load(), 50);
+    QCOMPARE(provokeOften(1, 3, QStringLiteral("Segmentation fault (core dumped)")), 3); // the main thread
+}
+
+void tst_Faults::registryUnderKills()
+{
+    std::atomic<bool> stop{false};
+    std::atomic<int> strange{0};
+    std::vector<std::thread> workers;
+    std::atomic<void *> ids[16] = {};
+    for (auto &id : ids) {
+        workers.emplace_back([&] {
+            id = QThread::currentThreadId();
+            while (!stop) {
+                ZELFrame outer;
+                const int state = zelGuard(outer.get(), [] {
+                    for (int i = 0; i < 20; ++i) {
+                        ZELFrame inner;
+                        zelGuard(inner.get(), [] {});
+                    }
+                });
+                strange += (state != 0 && state != SIGQUIT) || except_stack->Depth() != 0;
+            }
+            id = nullptr;
+        });
+    }
+    for (int i = 0; i < 3000 / share; ++i)
+        except_stack->Kill(ids[i % 16]);
+    stop = true;
+    for (auto &worker : workers)
+        worker.join();
+    QCOMPARE(strange.load(), 0);
+}
+
+void tst_Faults::faultWithoutFrames_data()
+{
+    QTest::addColumn<int>("sig");
+    QTest::newRow("real") << 0;
+    QTest::newRow("sent segv") << SIGSEGV;
+    QTest::newRow("abort") << SIGABRT;
+    QTest::newRow("cpu time") << SIGXCPU;
+}
+
+void tst_Faults::faultWithoutFrames()
+{
+#if defined(__SANITIZE_THREAD__)
+    QSKIP("a forked child of a threaded program is not supported here");
+#endif
+    QFETCH(int, sig);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20); // the watchdog of a process that spins on its fault
+        installUnixSignal();
+        if (sig)
+            raise(sig);
+        else
+            writeNull();
+        _exit(0);
+    }
+    int status = 0;
+    QCOMPARE(waitpid(child, &status, 0), child);
+    QVERIFY(WIFSIGNALED(status));
+    QCOMPARE(WTERMSIG(status), sig ? sig : SIGSEGV);
+}
+
+static void throwsThrough() noexcept
+{
+    provoke(3);
+}
+
+void tst_Faults::noexceptBarrier()
+{
+    for (int i = 0; i < 100; ++i) {
+        ZELFrame frame;
+        QCOMPARE(zelGuard(frame.get(), throwsThrough), SIGABRT);
+        QCOMPARE(frame->exception->what(), QStringLiteral("value"));
+        QVERIFY(!std::current_exception());
+    }
+}
+
+QTEST_GUILESS_MAIN(tst_Faults)
+#include "tst_faults.moc"
