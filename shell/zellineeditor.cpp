@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zellineeditor_p.h"
 
+#include "zelguard_p.h"
+
 #include <QChar>
 #include <QMutexLocker>
 #include <algorithm>
@@ -8,6 +10,17 @@
 #include <utility>
 
 namespace {
+
+/// Locks the history where a kill has to wait: jobs add to it on threads that may be abandoned.
+struct Lock
+{
+    explicit Lock(QMutex *mutex)
+        : locker(mutex)
+    {
+    }
+    ZELCriticalSection section;
+    QMutexLocker locker;
+};
 
 constexpr char leftShift[] = "\033[D";
 constexpr char rightShift[] = "\033[C";
@@ -83,7 +96,7 @@ bool isFinal(char byte)
 
 void ZELHistory::add(const QString &line)
 {
-    QMutexLocker lock(&m_mutex);
+    Lock lock(&m_mutex);
     const int earlier = m_entries.lastIndexOf(line);
     if (earlier >= 0)
         m_entries.removeAt(earlier);
@@ -93,19 +106,19 @@ void ZELHistory::add(const QString &line)
 
 QStringList ZELHistory::entries() const
 {
-    QMutexLocker lock(&m_mutex);
+    Lock lock(&m_mutex);
     return m_entries;
 }
 
 int ZELHistory::limit() const
 {
-    QMutexLocker lock(&m_mutex);
+    Lock lock(&m_mutex);
     return m_limit;
 }
 
 void ZELHistory::setLimit(int entries)
 {
-    QMutexLocker lock(&m_mutex);
+    Lock lock(&m_mutex);
     m_limit = std::max(0, entries);
     trim();
 }
@@ -119,7 +132,7 @@ void ZELHistory::trim()
 
 bool ZELHistory::stepBack(const QString &current, QString *line)
 {
-    QMutexLocker lock(&m_mutex);
+    Lock lock(&m_mutex);
     if (m_index == 0)
         return false;
     if (m_index == m_entries.size())
@@ -130,7 +143,7 @@ bool ZELHistory::stepBack(const QString &current, QString *line)
 
 bool ZELHistory::stepForward(QString *line)
 {
-    QMutexLocker lock(&m_mutex);
+    Lock lock(&m_mutex);
     if (m_index >= m_entries.size())
         return false;
     *line = ++m_index == m_entries.size() ? m_draft : m_entries.at(m_index);
