@@ -103,14 +103,10 @@ public:
 private:
     friend class ZELLoggingPrivate;
     friend class ZELLoggingSaver;
-    friend ZELSHELL_EXPORT ZELLogging zel_QMetaEnum_debugOperator(
-        ZELLogging &dbg, int value, const QMetaObject *meta, const char *name);
-    friend ZELSHELL_EXPORT ZELLogging zel_QMetaEnum_flagDebugOperator(
-        ZELLogging &dbg, quint64 value, const QMetaObject *meta, const char *name);
-    friend ZELSHELL_EXPORT void zel_QMetaEnum_flagDebugOperator(ZELLogging &dbg, size_t sizeofT, int value);
     template <class T>
     ZELLogging &put(const T &value);
-    void release();
+    template <class List>
+    ZELLogging &putList(const List &list);
 
     ZELLoggingPrivate *d;
     ZELAbstractStream *m_stream;
@@ -157,13 +153,11 @@ std::enable_if_t<std::is_enum<T>::value && QtPrivate::IsQEnumHelper<T>::Value, Z
 template <class T>
 ZELLogging operator<<(ZELLogging log, const QFlags<T> &flags)
 {
-    if constexpr (QtPrivate::IsQEnumHelper<T>::Value || QtPrivate::IsQEnumHelper<QFlags<T>>::Value) {
-        return zel_QMetaEnum_flagDebugOperator(
-            log, quint64(int(flags)), qt_getEnumMetaObject(T()), qt_getEnumName(T()));
-    } else {
+    if constexpr (QtPrivate::IsQEnumHelper<T>::Value || QtPrivate::IsQEnumHelper<QFlags<T>>::Value)
+        zel_QMetaEnum_flagDebugOperator(log, quint64(int(flags)), qt_getEnumMetaObject(T()), qt_getEnumName(T()));
+    else
         zel_QMetaEnum_flagDebugOperator(log, sizeof(T), int(flags));
-        return log;
-    }
+    return log.maybeSpace();
 }
 
 #endif

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include "zeliodevice_p.h"
+
+#include "zelguard_p.h"
+
+#include <QMutexLocker>
+#include <utility>
+
+namespace {
+struct Devices
+{
+    QMutex mutex;
+    QList<ZELIODevice *> list;
+};
+
+// Never destroyed: devices of static storage may outlast any other static object.
+Devices &devices()
+{
+    static auto *all = new Devices;
+    return *all;
+}
+} // namespace
+
+void ZELIODevicePrivate::set(ZELIODevice::Hook ZELIODevicePrivate::*hook, ZELIODevice::Hook value)
+{
+    // The old hook dies outside of the lock: what it holds may call back.
+    ZELCriticalSection section;
+    QMutexLocker lock(&mutex);
+    std::swap(this->*hook, value);
+    lock.unlock();
+}
+
+void ZELIODevicePrivate::call(const ZELIODevice::Hook ZELIODevicePrivate::*hook)
+{
+    ZELIODevice::Hook copy;
+    {
+        ZELCriticalSection section;
+        QMutexLocker lock(&mutex);
+        copy = this->*hook;
+    }
+    if (copy)
+        copy();
+}
+
+ZELIODevice::ZELIODevice()
+    : d(std::make_shared<ZELIODevicePrivate>(this))
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&devices().mutex);
+    devices().list.append(this);
+}
+
+ZELIODevice::~ZELIODevice()
+{
+    endLife();
+    {
+        ZELCriticalSection section;
+        QMutexLocker lock(&devices().mutex);
+        devices().list.removeOne(this);
+    }
+    setStartHook({});
+    setCloseHook({});
+    setReadyReadHook({});
+}
+
+void ZELIODevice::endLife()
+{
+    ZELCriticalSection section;
+    d->life.end();
+}
+
+QThread *ZELIODevice::innerThread()
+{
+    return nullptr;
+}
+
+void ZELIODevice::release() { }
+
+void ZELIODevice::setReadyReadHook(Hook hook)
+{
+    d->set(&ZELIODevicePrivate::readyReadHook, std::move(hook));
+}
+
+void ZELIODevice::setCloseHook(Hook hook)
+{
+    d->set(&ZELIODevicePrivate::closeHook, std::move(hook));
+}
+
+void ZELIODevice::setStartHook(Hook hook)
+{
+    d->set(&ZELIODevicePrivate::startHook, std::move(hook));
+}
+
+void ZELIODevice::callReadyReadHook()
+{
+    d->call(&ZELIODevicePrivate::readyReadHook);
+}
+
+void ZELIODevice::callCloseHook()
+{
+    d->call(&ZELIODevicePrivate::closeHook);
+}
+
+void ZELIODevice::callStartHook()
+{
+    d->call(&ZELIODevicePrivate::startHook);
+}
+
+ZELStream *ZELIODevice::boundStream() const
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    return d->stream;
+}
+
+QList<ZELIODevice *> ZELIODevice::Device_Table()
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&devices().mutex);
+    return devices().list;
+}

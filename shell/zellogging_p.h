@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELLOGGING_P_H
+#define ZELLOGGING_P_H
+
+#include "zellogging.h"
+#include "zelstream_p.h"
+
+#include <QMutex>
+
+/// One message, shared by the copies of its handle.
+class ZELLoggingPrivate
+{
+public:
+    ZELLoggingPrivate(ZELAbstractStream *stream, const ZELLogging::Hook &rewrite)
+        : ts(&buffer, QIODevice::WriteOnly)
+        , hook(rewrite)
+        , destination(ZELAbstractStreamPrivate::ref(stream))
+    {
+    }
+    static ZELAbstractStream *terminal();
+    void finish(const ZELLogging &last);
+    void emitMessage();
+    bool drop();
+
+    QString buffer;
+    QTextStream ts;
+    ZELLogging::Hook hook;
+    ZELLife<ZELAbstractStream>::Ref destination; ///< the stream may be gone when the last handle dies
+    QMutex mutex; ///< guards ref
+    int ref = 1;
+};
+
+#endif

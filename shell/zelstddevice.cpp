@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: MIT
+#include "zeliodevice.h"
+
+#include "zelguard_p.h"
+#include "zelterminal_p.h"
+
+#include <QElapsedTimer>
+#include <QMutex>
+#include <QMutexLocker>
+#include <atomic>
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace {
+constexpr int BlockSize = 1024;
+// A pipe that is always full would otherwise keep a reader for ever.
+constexpr int MaxBurst = 64 * BlockSize;
+constexpr int WriteTimeoutMs = 10 * 1000;
+
+// Closed by the last user, so that no system call ever meets a number that was closed and reused under it.
+struct OpenDescriptor
+{
+    explicit OpenDescriptor(int number)
+        : fd(number)
+        , out(number)
+    {
+        const int flags = fd == STDIN_FILENO ? fcntl(fd, F_GETFL) : -1;
+        if (flags != -1 && (flags & O_ACCMODE) == O_RDONLY)
+            out = STDOUT_FILENO;
+    }
+    ~OpenDescriptor();
+    bool waitReadable();
+    bool waitWritable();
+    void wakeUp();
+
+    const int fd;
+    int out;
+    std::atomic<bool> closed{false};
+
+private:
+    QMutex mutex; // guards wake
+    int wake = -1;
+};
+
+OpenDescriptor::~OpenDescriptor()
+{
+    if (wake >= 0)
+        close(wake);
+    // The numbers of the standard descriptors stay taken: the next file opened would get what others print there.
+    const int null = fd <= STDERR_FILENO ? open("/dev/null", O_RDWR | O_CLOEXEC) : -1;
+    if (null < 0) {
+        close(fd);
+        return;
+    }
+    dup2(null, fd);
+    close(null);
+}
+
+bool OpenDescriptor::waitReadable()
+{
+    {
+        ZELCriticalSection section;
+        QMutexLocker lock(&mutex);
+        if (wake < 0)
+            wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    }
+    while (!closed) {
+        pollfd fds[2] = {{fd, POLLIN, 0}, {wake, POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0 && errno != EINTR && errno != EAGAIN)
+            return false;
+        if (fds[0].revents)
+            return !closed;
+    }
+    return false;
+}
+
+bool OpenDescriptor::waitWritable()
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!closed && timer.elapsed() < WriteTimeoutMs) {
+        pollfd target = {out, POLLOUT, 0};
+        if (poll(&target, 1, 100) > 0)
+            return (target.revents & POLLOUT) != 0;
+    }
+    return false;
+}
+
+void OpenDescriptor::wakeUp()
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&mutex);
+    closed = true;
+    const quint64 one = 1;
+    if (wake >= 0 && ::write(wake, &one, sizeof one) < 0)
+        close(std::exchange(wake, -1)); // cannot happen: the counter is far from full
+}
+
+// What a read or write failed with may pass.
+bool passing(int error)
+{
+    return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
+}
+} // namespace
+
+class ZELStdDevicePrivate
+{
+public:
+    std::shared_ptr<OpenDescriptor> open() const
+    {
+        ZELCriticalSection section;
+        QMutexLocker lock(&mutex);
+        return descriptor;
+    }
+
+    bool raw = true; ///< what Start() is to make of a terminal
+    mutable QMutex mutex; ///< guards the rest
+    std::shared_ptr<OpenDescriptor> descriptor;
+    bool closed = false;
+};
+
+ZELStdDevice::ZELStdDevice(int fd)
+    : ZELStdDevice(fd, true)
+{
+}
+
+ZELStdDevice::ZELStdDevice(int fd, bool raw)
+    : d(new ZELStdDevicePrivate)
+{
+    d->raw = raw;
+    zelIgnoreBrokenPipes();
+    if (fd >= 0)
+        d->descriptor = std::make_shared<OpenDescriptor>(fd);
+    Start();
+}
+
+ZELStdDevice::~ZELStdDevice()
+{
+    Close();
+    endLife();
+}
+
+QByteArray ZELStdDevice::readAll()
+{
+    QByteArray result;
+    const auto open = d->open();
+    if (!open || !open->waitReadable())
+        return result;
+    char block[BlockSize];
+    while (result.size() < MaxBurst) {
+        const ssize_t count = ::read(open->fd, block, sizeof block);
+        if (count > 0)
+            result.append(block, int(count));
+        else if (count == 0 || !passing(errno))
+            return result;
+        pollfd more = {open->fd, POLLIN, 0};
+        if (count == BlockSize ? poll(&more, 1, 0) <= 0 : !result.isEmpty())
+            return result;
+        if (count < 0 && !open->waitReadable())
+            return result;
+    }
+    return result;
+}
+
+void ZELStdDevice::write(QByteArray data)
+{
+    const auto open = d->open();
+    if (!open)
+        return;
+    const char *next = data.constData();
+    const char *const end = next + data.size();
+    while (next != end && !open->closed) {
+        const ssize_t count = ::write(open->out, next, size_t(end - next));
+        if (count > 0)
+            next += count;
+        else if (!passing(errno) || (errno != EINTR && !open->waitWritable()))
+            return;
+    }
+}
+
+void ZELStdDevice::write(QString text)
+{
+    write(text.toLatin1());
+}
+
+void ZELStdDevice::Start()
+{
+    if (d->raw)
+        SetRawInputMode();
+    callStartHook();
+}
+
+void ZELStdDevice::Close()
+{
+    std::shared_ptr<OpenDescriptor> open;
+    {
+        ZELCriticalSection section;
+        QMutexLocker lock(&d->mutex);
+        if (std::exchange(d->closed, true))
+            return;
+        open.swap(d->descriptor);
+    }
+    if (open) {
+        zelTerminalLeaveRaw(open->fd);
+        open->wakeUp();
+    }
+    callCloseHook();
+}
+
+bool ZELStdDevice::readValid() const
+{
+    return true;
+}
+
+bool ZELStdDevice::writeValid() const
+{
+    return true;
+}
+
+void ZELStdDevice::SetRawInputMode()
+{
+    if (const auto open = d->open())
+        zelTerminalEnterRaw(open->fd);
+}
+
+void ZELStdDevice::CloseRawInputMode()
+{
+    if (const auto open = d->open())
+        zelTerminalLeaveRaw(open->fd);
+}
+
+int ZELStdDevice::descriptor() const
+{
+    const auto open = d->open();
+    return open ? open->fd : -1;
+}
+
+int get_screen_width(ZELStdDevice *device)
+{
+    const int fd = device ? device->descriptor() : -1;
+    winsize size = {};
+    if (fd < 0 || !isatty(fd) || ioctl(fd, TIOCGWINSZ, &size) < 0)
+        return -1;
+    return size.ws_col;
+}

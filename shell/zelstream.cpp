@@ -1,0 +1,288 @@
+// SPDX-License-Identifier: MIT
+#include "zelstream_p.h"
+
+#include "zelguard_p.h"
+#include "zeliodevice_p.h"
+
+#include <QDebug>
+#include <QMutexLocker>
+#include <QThread>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
+namespace {
+struct Job
+{
+    explicit Job(const QByteArray &data)
+        : bytes(data)
+    {
+    }
+    explicit Job(const QString &data)
+        : text(data)
+        , isText(true)
+    {
+    }
+    QByteArray bytes;
+    QString text;
+    bool isText = false;
+    bool done = false;
+};
+
+template <class Data>
+void logDropped(const Data &data)
+{
+    qDebug() << "Stream is closed,"
+             << "Out [" << data << "]";
+}
+} // namespace
+
+// Shared with the device's hooks and the end of the device's thread, which may come after the stream.
+class ZELStreamPrivate
+{
+public:
+    bool isClosed()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return closed;
+    }
+    void bind(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self);
+    void followThread(ZELStream *q, QThread *thread, const std::shared_ptr<ZELStreamPrivate> &self);
+    void end(bool ZELStreamPrivate::*reason);
+    bool waitsForThread(const ZELStream *q) const;
+    bool hand(ZELStream *q, const std::shared_ptr<Job> &job);
+    std::shared_ptr<Job> takeJob();
+    void settle(Job &job);
+    template <class Data>
+    void write(ZELStream *q, const Data &data);
+    template <class Data>
+    void writeToDevice(const Data &data);
+
+    ZELIODevice *device = nullptr;
+    ZELLife<ZELIODevice>::Ref deviceRef;
+    std::shared_ptr<ZELIODevicePrivate> deviceState;
+    QThread *worker = nullptr; ///< where writes are carried to; compared only, it may be gone
+    QMetaObject::Connection threadEnd;
+
+    std::mutex mutex; ///< guards the rest
+    std::condition_variable settled;
+    std::deque<std::shared_ptr<Job>> jobs;
+    bool posted = false; ///< writeQueued() is under way to the device's thread
+    bool closed = false;
+    bool threadEnded = false;
+};
+
+void ZELStreamPrivate::bind(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self)
+{
+    const auto ref = ZELAbstractStreamPrivate::ref(q);
+    device->setReadyReadHook([ref] {
+        if (auto use = ref.use())
+            Q_EMIT use->readyRead();
+    });
+    device->setCloseHook([ref, self] {
+        self->end(&ZELStreamPrivate::closed);
+        if (auto use = ref.use())
+            Q_EMIT static_cast<ZELStream *>(use.get())->DeviceClose();
+    });
+}
+
+void ZELStreamPrivate::followThread(ZELStream *q, QThread *thread, const std::shared_ptr<ZELStreamPrivate> &self)
+{
+    worker = thread;
+    // Emitted by the thread itself after its last event: nothing that is queued now would ever be written.
+    const auto ended = [self] { self->end(&ZELStreamPrivate::threadEnded); };
+    threadEnd = QObject::connect(thread, &QThread::finished, ended);
+    q->moveToThread(thread);
+    if (thread->isFinished())
+        ended();
+}
+
+void ZELStreamPrivate::end(bool ZELStreamPrivate::*reason)
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(mutex);
+    this->*reason = true;
+    jobs.clear();
+    settled.notify_all();
+}
+
+bool ZELStreamPrivate::waitsForThread(const ZELStream *q) const
+{
+    const QThread *current = QThread::currentThread();
+    return worker && current != worker && current != q->thread();
+}
+
+// False when the device closed or its thread ended before the job was done.
+bool ZELStreamPrivate::hand(ZELStream *q, const std::shared_ptr<Job> &job)
+{
+    std::unique_lock<std::mutex> lock(mutex);
+    if (!closed && !threadEnded) {
+        jobs.push_back(job);
+        if (!std::exchange(posted, true)) {
+            lock.unlock();
+            QMetaObject::invokeMethod(q, "writeQueued", Qt::QueuedConnection);
+            lock.lock();
+        }
+    }
+    settled.wait(lock, [&] { return job->done || closed || threadEnded; });
+    return job->done;
+}
+
+std::shared_ptr<Job> ZELStreamPrivate::takeJob()
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(mutex);
+    std::shared_ptr<Job> job;
+    if (jobs.empty()) {
+        posted = false;
+    } else {
+        job = jobs.front();
+        jobs.pop_front();
+    }
+    return job;
+}
+
+void ZELStreamPrivate::settle(Job &job)
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(mutex);
+    job.done = true;
+    settled.notify_all();
+}
+
+template <class Data>
+void ZELStreamPrivate::write(ZELStream *q, const Data &data)
+{
+    if (data.isEmpty())
+        return;
+    // A kill between handing over and being told would leave the writer's place in the wait behind.
+    ZELCriticalSection section;
+    if (isClosed())
+        logDropped(data);
+    else if (!waitsForThread(q))
+        q->write_(data);
+    else if (!hand(q, std::make_shared<Job>(data)))
+        logDropped(data);
+}
+
+template <class Data>
+void ZELStreamPrivate::writeToDevice(const Data &data)
+{
+    ZELCriticalSection section;
+    if (auto use = deviceRef.use())
+        use->write(data);
+}
+
+ZELAbstractStream::ZELAbstractStream(QObject *parent)
+    : QObject(parent)
+    , d(new ZELAbstractStreamPrivate(this))
+{
+}
+
+ZELAbstractStream::~ZELAbstractStream()
+{
+    endLife();
+}
+
+void ZELAbstractStream::endLife()
+{
+    ZELCriticalSection section;
+    d->life.end();
+}
+
+ZELStream::ZELStream(ZELIODevice *device, bool crossThread)
+    : d(std::make_shared<ZELStreamPrivate>())
+{
+    bool bound = false;
+    if (device) {
+        ZELCriticalSection section;
+        QMutexLocker lock(&device->d->mutex);
+        bound = !device->d->stream;
+        if (bound)
+            device->d->stream = this;
+    }
+    if (!bound) {
+        if (device)
+            qDebug() << "IODevice is olready binded!";
+        else
+            qWarning("ZELStream: no device");
+        d->end(&ZELStreamPrivate::closed);
+        deleteLater();
+        return;
+    }
+    d->device = device;
+    d->deviceState = device->d;
+    d->deviceRef = device->d->life.ref();
+    QThread *thread = crossThread ? device->innerThread() : nullptr;
+    if (thread)
+        d->followThread(this, thread, d);
+    d->bind(this, d);
+}
+
+ZELStream::~ZELStream()
+{
+    // First let go whoever waits for this very thread to write.
+    d->end(&ZELStreamPrivate::closed);
+    endLife();
+    disconnect(d->threadEnd);
+    if (!d->deviceState)
+        return;
+    d->deviceState->set(&ZELIODevicePrivate::readyReadHook, {});
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->deviceState->mutex);
+    d->deviceState->stream = nullptr;
+}
+
+QByteArray ZELStream::readAll()
+{
+    return IsOpen() ? d->device->readAll() : QByteArray();
+}
+
+void ZELStream::write(QByteArray data)
+{
+    d->write(this, data);
+}
+
+void ZELStream::write(QString data)
+{
+    d->write(this, data);
+}
+
+bool ZELStream::IsOpen()
+{
+    ZELCriticalSection section;
+    return !d->isClosed() && d->deviceRef.peek();
+}
+
+ZELIODevice *ZELStream::getDevice()
+{
+    return d->device;
+}
+
+void ZELStream::write_(QByteArray data)
+{
+    d->writeToDevice(data);
+    Q_EMIT OnDataWrited(data);
+}
+
+void ZELStream::write_(QString data)
+{
+    d->writeToDevice(data);
+    Q_EMIT OnDataWrited(data);
+}
+
+void ZELStream::writeQueued()
+{
+    // The hooks share d; a receiver of OnDataWrited() may delete this stream.
+    const auto shared = d;
+    const auto ref = ZELAbstractStreamPrivate::ref(this);
+    while (const auto job = shared->takeJob()) {
+        if (job->isText)
+            write_(job->text);
+        else
+            write_(job->bytes);
+        shared->settle(*job);
+        if (!ref.peek())
+            return;
+    }
+}

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+#include "zelterminal_p.h"
+
+#include "zelguard_p.h"
+
+#include <atomic>
+#include <errno.h>
+#include <initializer_list>
+#include <mutex>
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+// Plain data of static storage: a handler may look at it at any time, before main and after exit.
+struct RawTerminal
+{
+    std::atomic<bool> raw;
+    int fd;
+    pid_t process; // a forked child that exits leaves its parent's terminal alone
+    dev_t device;
+    ino_t node; // the descriptor may have been closed and its number reused
+    termios found;
+    termios set;
+};
+RawTerminal terminals[64];
+
+std::mutex &tableMutex()
+{
+    static auto *mutex = new std::mutex;
+    return *mutex;
+}
+
+bool sameSettings(const termios &a, const termios &b)
+{
+    return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag && a.c_lflag == b.c_lflag
+        && memcmp(a.c_cc, b.c_cc, sizeof a.c_cc) == 0;
+}
+
+bool isSame(const RawTerminal &terminal, const struct stat &info)
+{
+    return terminal.device == info.st_dev && terminal.node == info.st_ino;
+}
+
+RawTerminal *entryOf(int fd)
+{
+    for (RawTerminal &terminal : terminals) {
+        if (terminal.raw && terminal.fd == fd)
+            return &terminal;
+    }
+    for (RawTerminal &terminal : terminals) {
+        if (!terminal.raw)
+            return &terminal;
+    }
+    return nullptr;
+}
+
+// The settings to go back to from `now`: those found before, where `now` is what was set here.
+termios settingsFound(const struct stat &info, const termios &now)
+{
+    for (const RawTerminal &terminal : terminals) {
+        if (terminal.raw && isSame(terminal, info) && sameSettings(terminal.set, now))
+            return terminal.found;
+    }
+    return now;
+}
+
+termios rawSettings(termios settings)
+{
+    settings.c_lflag &= ~tcflag_t(ICANON | ECHO | ISIG);
+    settings.c_cc[VTIME] = 0;
+    settings.c_cc[VMIN] = 1;
+    return settings;
+}
+
+// In the background the terminal is somebody else's by now, and SIGTTOU would stop the process on its way out.
+void restore(const RawTerminal &terminal)
+{
+    struct stat info;
+    if (terminal.process != getpid() || fstat(terminal.fd, &info) != 0 || !isSame(terminal, info))
+        return;
+    const pid_t foreground = tcgetpgrp(terminal.fd);
+    if (foreground > 0 && foreground != getpgrp())
+        return;
+    sigset_t output, before;
+    sigemptyset(&output);
+    sigaddset(&output, SIGTTOU);
+    pthread_sigmask(SIG_BLOCK, &output, &before);
+    tcsetattr(terminal.fd, TCSANOW, &terminal.found);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+// The signal is blocked until the handler returns; then the default action ends the process.
+void restoreAndDie(int number)
+{
+    const int error = errno;
+    zelRestoreTerminals();
+    signal(number, SIG_DFL);
+    raise(number);
+    errno = error;
+}
+
+void installWhereDefault(int number, void (*handler)(int), int flags)
+{
+    struct sigaction action = {};
+    if (sigaction(number, nullptr, &action) != 0 || (action.sa_flags & SA_SIGINFO) || action.sa_handler != SIG_DFL)
+        return;
+    action = {};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    sigaction(number, &action, nullptr);
+}
+
+void restoreAtEveryEnd()
+{
+    atexit(zelRestoreTerminals);
+    for (int number : {SIGTERM, SIGHUP, SIGINT})
+        installWhereDefault(number, restoreAndDie, SA_ONSTACK);
+}
+} // namespace
+
+bool zelTerminalEnterRaw(int fd)
+{
+    static std::once_flag once;
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(tableMutex());
+    termios now;
+    struct stat info;
+    if (tcgetattr(fd, &now) != 0 || fstat(fd, &info) != 0)
+        return false;
+    const termios found = settingsFound(info, now);
+    RawTerminal *terminal = entryOf(fd);
+    if (!terminal)
+        return false;
+    std::call_once(once, restoreAtEveryEnd);
+    terminal->raw = false;
+    terminal->fd = fd;
+    terminal->process = getpid();
+    terminal->device = info.st_dev;
+    terminal->node = info.st_ino;
+    terminal->found = found;
+    terminal->set = rawSettings(found);
+    terminal->raw = true;
+    tcsetattr(fd, TCSANOW, &terminal->set);
+    return true;
+}
+
+void zelTerminalReenterRaw(int fd)
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(tableMutex());
+    const RawTerminal *terminal = entryOf(fd);
+    if (terminal && terminal->raw)
+        tcsetattr(fd, TCSANOW, &terminal->set);
+}
+
+void zelTerminalLeaveRaw(int fd)
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(tableMutex());
+    RawTerminal *terminal = entryOf(fd);
+    if (!terminal || !terminal->raw)
+        return;
+    restore(*terminal);
+    terminal->raw = false;
+}
+
+void zelRestoreTerminals()
+{
+    const int error = errno;
+    for (const RawTerminal &terminal : terminals) {
+        if (terminal.raw)
+            restore(terminal);
+    }
+    errno = error;
+}
+
+void zelIgnoreBrokenPipes()
+{
+    // A handler that does nothing, not SIG_IGN: that would be inherited by every program that the process starts.
+    static std::once_flag once;
+    std::call_once(once, [] {
+        installWhereDefault(
+            SIGPIPE, [](int) {}, SA_RESTART | SA_ONSTACK);
+    });
+}
