@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#ifndef RECORDER_H
+#define RECORDER_H
+
+#include "zelshellbase.h"
+#include "zelstream.h"
+
+#include <QMutex>
+#include <QMutexLocker>
+#include <QStringList>
+#include <atomic>
+
+/// A stream that keeps what is written to it, one entry a write, from any thread.
+class Recorder : public ZELAbstractStream
+{
+    Q_OBJECT
+public:
+    ~Recorder() override { endLife(); }
+    QByteArray readAll() override { return {}; }
+    void write(QByteArray data) override { write(QString::fromLatin1(data)); }
+    void write(QString data) override
+    {
+        QMutexLocker lock(&m_mutex);
+        m_writes << data;
+    }
+    bool IsOpen() override { return open; }
+    QStringList writes() const
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_writes;
+    }
+    /// The only write since the last call.
+    QString take()
+    {
+        QMutexLocker lock(&m_mutex);
+        const QString result = m_writes.size() == 1 ? m_writes.first() : m_writes.join(QLatin1Char('|')) + "?";
+        m_writes.clear();
+        return result;
+    }
+    std::atomic<bool> open{true};
+
+private:
+    mutable QMutex m_mutex;
+    QStringList m_writes;
+};
+
+/// A session without an interpreter.
+class RecorderShell : public ZELShellBase
+{
+    Q_OBJECT
+public:
+    ~RecorderShell() override { endLife(); }
+    ZELAbstractStream *getStream() override { return &stream; }
+    QUuid getUuid() override { return uuid; }
+    void setUuid(QUuid id) override { uuid = id; }
+    QVariant ExecuteString(ZELArguments args) override;
+    bool isNoTerminal() override { return true; }
+    QString shellName() override { return QStringLiteral("recorder"); }
+    QString shellLicence() override { return QString(); }
+    void Stop() override { }
+
+    Recorder stream;
+    QUuid uuid = QUuid::createUuid();
+    QStringList executed;
+};
+
+#endif

@@ -1,0 +1,240 @@
+// SPDX-License-Identifier: MIT
+#include "recorder.h"
+#include "zelarguments.h"
+#include "zellogging.h"
+
+#include <QtTest>
+#include <thread>
+
+QVariant RecorderShell::ExecuteString(ZELArguments)
+{
+    return QVariant();
+}
+
+class tst_ZELLogging : public QObject
+{
+    Q_OBJECT
+public:
+    enum Fan { Off, Slow = 4, Fast };
+    Q_ENUM(Fan)
+    enum Alarm { Hot = 1, Cold = 2, Wet = 4 };
+    Q_DECLARE_FLAGS(Alarms, Alarm)
+    Q_FLAG(Alarms)
+    enum Plain { One = 1, Four = 4 };
+private Q_SLOTS:
+    void types_data();
+    void types();
+    void items();
+    void formatting();
+    void variants_data();
+    void variants();
+    void onceWithTheLastCopy();
+    void flagsBelongToTheHandle();
+    void assignment();
+    void hook();
+    void streamDiesFirst();
+    void streamDiesMeanwhile();
+    void saver();
+    void enumerations();
+    void flagsByBits();
+
+private:
+    Recorder m_stream;
+    ZELLogging log() { return ZELLogging::debug(&m_stream); }
+};
+Q_DECLARE_OPERATORS_FOR_FLAGS(tst_ZELLogging::Alarms)
+
+void tst_ZELLogging::types_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("prefix");
+    const char *const prefixes[] = {"", "Warning: ", "Error: ", "Critical: ", "Fatal: ", "Info: ", ""};
+    for (int i = 0; i < 7; ++i)
+        QTest::addRow("%d", i) << i << QString(prefixes[i]);
+}
+
+void tst_ZELLogging::types()
+{
+    QFETCH(int, type);
+    QFETCH(QString, prefix);
+    ZELLogging(&m_stream, ZELLogging::LoggingMsgType(type), {}) << "a" << 1;
+    QCOMPARE(m_stream.take(), prefix + "a 1\r\n");
+    ZELLogging(&m_stream, ZELLogging::LoggingMsgType(type), {});
+    QCOMPARE(m_stream.take(), prefix + "\r\n");
+}
+
+void tst_ZELLogging::items()
+{
+    const QString text("x\"y");
+    log() << "caf\xc3\xa9" << text << QStringView(text) << text.midRef(1) << QLatin1String("l");
+    QCOMPARE(m_stream.take(), QString::fromUtf8("caf\xc3\xa9 \"x\"y\" \"x\"y\" \"\"y\" \"l\"\r\n"));
+    log() << 'c' << QChar(0xe9) << true << short(-1) << ushort(2) << 3u << 4L << 5UL << 6LL << 7ULL << 1.5f << 2.5;
+    QCOMPARE(m_stream.take(), QString::fromUtf8("c \xc3\xa9 true -1 2 3 4 5 6 7 1.5 2.5\r\n"));
+    log() << QByteArray("b") << nullptr << static_cast<const char *>(nullptr) << QStringList{"a", "b"} << QStringList();
+    QCOMPARE(m_stream.take(), QString("b (nullptr)  (\"a\", \"b\") ()\r\n"));
+    log() << static_cast<const void *>(&m_stream);
+    QCOMPARE(m_stream.take(), "0x" + QString::number(quintptr(&m_stream), 16) + "\r\n");
+    log().deleteOne().noNewLine();
+    QCOMPARE(m_stream.take(), QString("\b \b"));
+}
+
+void tst_ZELLogging::formatting()
+{
+    log().nospace() << "a" << 1 << QString("q");
+    QCOMPARE(m_stream.take(), QString("a1\"q\"\r\n"));
+    log().noquote().noNewLine() << QString("q") << QString("r ");
+    QCOMPARE(m_stream.take(), QString("q r "));
+    log().nospace() << "a" << Qt::hex << 255 << qSetFieldWidth(4) << 1;
+    QCOMPARE(m_stream.take(), QString("aff   1\r\n"));
+    (log().nospace() << "a").space() << "b";
+    QCOMPARE(m_stream.take(), QString("a b\r\n"));
+}
+
+void tst_ZELLogging::variants_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("text") << QVariant("a") << "\"a\"";
+    QTest::newRow("number") << QVariant(-5) << "-5";
+    QTest::newRow("real") << QVariant(0.5) << "0.5";
+    QTest::newRow("list") << QVariant(QVariantList{1, "a", QVariantList{true}}) << "(1, \"a\", (true))";
+    QTest::newRow("date") << QVariant(QDate(2020, 2, 3)) << "2020-02-03";
+    QTest::newRow("none") << QVariant() << "QVariant(Invalid)";
+    QTest::newRow("map") << QVariant(QVariantMap()) << "QVariant(QVariantMap)";
+}
+
+void tst_ZELLogging::variants()
+{
+    QFETCH(QVariant, value);
+    QFETCH(QString, text);
+    log() << value << 1;
+    QCOMPARE(m_stream.take(), text + " 1\r\n");
+}
+
+void tst_ZELLogging::onceWithTheLastCopy()
+{
+    std::thread last;
+    {
+        ZELLogging first = log();
+        first << "a";
+        ZELLogging second(first);
+        last = std::thread([third = second]() mutable { third << "b"; });
+        last.join();
+        QVERIFY(m_stream.writes().isEmpty());
+    }
+    QCOMPARE(m_stream.take(), QString("a b\r\n"));
+    std::vector<std::thread> threads;
+    {
+        const ZELLogging shared = log();
+        for (int i = 0; i < 8; ++i)
+            threads.emplace_back([shared] { ZELLogging copy(shared); });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    QCOMPARE(m_stream.take(), QString("\r\n"));
+}
+
+void tst_ZELLogging::flagsBelongToTheHandle()
+{
+    {
+        ZELLogging last = log();
+        ZELLogging(last).noNewLine().nospace() << "a";
+        last << "b"
+             << "c";
+    }
+    QCOMPARE(m_stream.take(), QString("ab c\r\n"));
+}
+
+void tst_ZELLogging::assignment()
+{
+    {
+        ZELLogging a = log();
+        a << "a";
+        const ZELLogging b = ZELLogging::warning(&m_stream);
+        a = b;
+        QCOMPARE(m_stream.take(), QString("a\r\n"));
+        a = *&a;
+        a << "b";
+    }
+    QCOMPARE(m_stream.take(), QString("Warning: b\r\n"));
+}
+
+void tst_ZELLogging::hook()
+{
+    const auto upper = [](const QString &text) { return text.toUpper(); };
+    ZELLogging(&m_stream, ZELLogging::Info, upper) << "a";
+    QCOMPARE(m_stream.take(), QString("INFO: A\r\n"));
+    m_stream.open = false;
+    ZELLogging(&m_stream, ZELLogging::Info, upper) << "a";
+    m_stream.open = true;
+    QCOMPARE(m_stream.take(), QString("Info: a\r\n"));
+}
+
+void tst_ZELLogging::streamDiesFirst()
+{
+    auto stream = std::make_unique<Recorder>();
+    ZELLogging late = ZELLogging::debug(stream.get());
+    late << "late";
+    QTest::ignoreMessage(QtDebugMsg, "Stream is closed, Out [ \"late\\r\\n\" ]");
+    stream.reset();
+}
+
+void tst_ZELLogging::streamDiesMeanwhile()
+{
+    for (int i = 0; i < 100; ++i) {
+        auto stream = std::make_unique<Recorder>();
+        std::atomic<bool> go{false};
+        std::vector<std::thread> writers;
+        for (int j = 0; j < 4; ++j) {
+            writers.emplace_back([&go, log = ZELLogging::debug(stream.get())]() mutable {
+                while (!go)
+                    std::this_thread::yield();
+                log << "x";
+            });
+        }
+        const auto quiet = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+        go = true;
+        stream.reset();
+        for (std::thread &writer : writers)
+            writer.join();
+        qInstallMessageHandler(quiet);
+    }
+}
+
+void tst_ZELLogging::saver()
+{
+    {
+        ZELLogging log = this->log();
+        {
+            ZELLoggingSaver saver(log);
+            QCOMPARE(saver.Logging(), &log);
+            log.nospace().noquote().noNewLine() << QString("a") << "b";
+        }
+        log << QString("c") << "d";
+    }
+    QCOMPARE(m_stream.take(), QString("ab\"c\" d\r\n"));
+}
+
+void tst_ZELLogging::enumerations()
+{
+    log() << Slow << Fan(7) << Off;
+    QCOMPARE(m_stream.take(), QString("Slow 7 Off\r\n"));
+    log() << (Hot | Wet) << Alarms() << "x";
+    QCOMPARE(
+        m_stream.take(), QString("QFlags<tst_ZELLogging::Alarms>(Hot|Wet) QFlags<tst_ZELLogging::Alarms>() x\r\n"));
+}
+
+void tst_ZELLogging::flagsByBits()
+{
+    {
+        ZELLogging log = this->log();
+        zel_QMetaEnum_flagDebugOperator(log, 4, 5);
+        log << 10 << "a";
+    }
+    QCOMPARE(m_stream.take(), QString("QFlags(0x1|0x4)0xaa\r\n"));
+    log() << QFlags<Plain>(Four);
+    QCOMPARE(m_stream.take(), QString("QFlags(0x4)\r\n"));
+}
+
+QTEST_GUILESS_MAIN(tst_ZELLogging)
+#include "tst_zellogging.moc"
