@@ -97,7 +97,8 @@ private:
 class ZELSHELL_EXPORT ZELStdDevice : public ZELIODevice
 {
 public:
-    /// Takes over the descriptor and calls Start() at once. A negative one reads as ended and swallows output.
+    /// Takes over the descriptor and calls Start() at once. A negative or closed one reads as ended and
+    /// swallows output.
     explicit ZELStdDevice(int fd);
     /// Without raw the terminal's settings are left as found: for output only.
     ZELStdDevice(int fd, bool raw);

@@ -133,7 +133,8 @@ ZELStdDevice::ZELStdDevice(int fd, bool raw)
 {
     d->raw = raw;
     zelIgnoreBrokenPipes();
-    if (fd >= 0)
+    // A number that is closed now would be taken by the next descriptor of this very device.
+    if (fcntl(fd, F_GETFD) != -1)
         d->descriptor = std::make_shared<OpenDescriptor>(fd);
     Start();
 }

@@ -4,6 +4,7 @@
 #include "zelguard_p.h"
 
 #include <QtTest>
+#include <fcntl.h>
 #include <thread>
 #include <unistd.h>
 

@@ -13,7 +13,6 @@
 /// A stream that keeps what is written to it, one entry a write, from any thread.
 class Recorder : public ZELAbstractStream
 {
-    Q_OBJECT
 public:
     ~Recorder() override { endLife(); }
     QByteArray readAll() override { return {}; }
@@ -47,7 +46,6 @@ private:
 /// A session without an interpreter.
 class RecorderShell : public ZELShellBase
 {
-    Q_OBJECT
 public:
     ~RecorderShell() override { endLife(); }
     ZELAbstractStream *getStream() override { return &stream; }
