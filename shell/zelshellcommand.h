@@ -48,8 +48,8 @@ public:
      * nothing.
      */
     void BindCommand(const QObject *receiver, const char *member);
-    /// True when BindCommand() would bind this member; false without a message otherwise.
-    static bool canBind(const QObject *receiver, const char *member);
+    /// True once a member was bound, whether its receiver still lives or not.
+    bool isBound() const;
 
     /**
      * Runs the command on the calling thread and returns when it has ended, in whatever way. The slot's value becomes
@@ -59,7 +59,7 @@ public:
     /// The same; `abandoned` runs on this thread when the whole thread body is killed and the call never returns.
     void doExecute(ZELArguments args, std::function<void()> abandoned);
 
-    /// True while at least one execution is in progress, or is about to start.
+    /// True while at least one execution is in progress.
     bool IsRunning() const;
     /// Whether shells may start the command while an earlier run is going; false at first.
     bool canMultRunning() const;
@@ -78,8 +78,7 @@ Q_SIGNALS:
     QVariant Execute(ZELArguments args);
 
 private:
-    friend class ZELShellCommandPin;
-    void run(ZELArguments &args, std::function<void()> &abandoned);
+    friend class ZELShellCommandPrivate;
     std::unique_ptr<ZELShellCommandPrivate> d;
 };
 

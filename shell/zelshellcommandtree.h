@@ -66,6 +66,7 @@ public:
 
 private:
     friend class ZELShellCommandTreePrivate;
+    friend class ZELShellCommandPin;
     std::unique_ptr<ZELShellCommandTreePrivate> d;
 };
 

@@ -25,13 +25,14 @@ struct ZELShellCommandEntry
  * A hold on a node found in the tree: the node and its command live while it stands, also when the registry removes
  * them meanwhile. Movable, not copyable; used by one thread at a time.
  *
- * A jump out of a command does not run destructors. execute() therefore takes the hold over and gives it back in every
- * case; a pin that is still held by a stack that is jumped over keeps its node for ever, so release() others before.
+ * A kill runs no destructors: a pin on the stack that it jumps over keeps its node for ever. execute() therefore takes
+ * the hold over and gives it back in every case.
  *
  *     auto pin = ZELShellCommandPin::walk(directory, pieces);
- *     if (!pin || !pin.command()) return false;      // no such command
- *     if (!pin.reserve()) return locked();           // runs already, and may not run twice
- *     pin.execute(args, [=] { forgetLabel(); });     // the pin is empty afterwards
+ *     if (!pin.command())
+ *         return false;                              // no such command
+ *     if (!pin.execute(args, [=] { addLabel(); }, [=] { removeLabel(); }))
+ *         return locked();                           // runs already, and may not run twice
  */
 class ZELShellCommandPin
 {
@@ -39,13 +40,11 @@ public:
     ZELShellCommandPin() = default;
     ZELShellCommandPin(ZELShellCommandPin &&other) noexcept
         : m_node(std::exchange(other.m_node, nullptr))
-        , m_reserved(std::exchange(other.m_reserved, false))
     {
     }
     ZELShellCommandPin &operator=(ZELShellCommandPin &&other) noexcept
     {
         std::swap(m_node, other.m_node);
-        std::swap(m_reserved, other.m_reserved);
         return *this;
     }
     ~ZELShellCommandPin() { release(); }
@@ -61,57 +60,54 @@ public:
     ZELShellCommand *command() const;
     explicit operator bool() const { return m_node != nullptr; }
 
-    /// Counts one execution in advance; false when the command is running and does not allow several at once.
-    bool reserve();
-    /// Runs the command (reserved or not) and gives up the pin and its reservation when the command has returned, or,
-    /// before `abandoned` is called, when a kill jumps over it.
-    void execute(const ZELArguments &args, std::function<void()> abandoned = {});
-    /// Gives up the node and the reservation.
+    /**
+     * Runs the command and gives the node up; the pin is empty afterwards. False, with nothing called, when there is no
+     * command or it is running and does not allow several executions at once; looking and starting are one step.
+     * `started` is called before the command, inside its frame; `ended` once after it, however the command ended, also
+     * when a kill jumps over this call, which then never returns. Both run in critical sections: keep them short.
+     * `abandoned` follows in the case of a kill only.
+     */
+    bool execute(const ZELArguments &args, std::function<void()> started = {}, std::function<void()> ended = {},
+        std::function<void()> abandoned = {});
+    /// Gives the node up.
     void release();
 
 private:
+    void hold(ZELShellCommandTree *node);
+
     ZELShellCommandTree *m_node = nullptr;
-    bool m_reserved = false;
 };
 
-/// The fields of a node, all but the name guarded by the one lock of all trees.
+/// The fields of a node, all but holds and serial guarded by the one lock of all trees.
 class ZELShellCommandTreePrivate
 {
 public:
     using Node = ZELShellCommandTree;
 
-    ZELShellCommandTreePrivate(ZELShellCommand *command, Node *parent)
-        : command(command)
-        , parent(parent)
-    {
-    }
+    ZELShellCommandTreePrivate(ZELShellCommand *command, Node *parent);
 
     /// The children of `directory`, sorted by name; empty for null.
     static QVector<ZELShellCommandEntry> snapshot(Node *directory);
-    /// The child `name`; when there is none, `child` is inserted and returned. What a caller does not get back it
-    /// keeps.
-    static Node *findOrInsert(Node *directory, const QString &name, const std::function<Node *()> &make);
-    /// Never used twice in a process; tells a node from a later one at the same address.
-    static quint64 serial(Node *node) { return node->d->number; }
-    /// Takes exactly this child out of `directory`, as long as it is still there, and disposes of it.
-    static void takeOut(Node *directory, Node *child, quint64 serial);
-
-    static void hold(Node *node) { node->d->holds.fetch_add(1, std::memory_order_relaxed); }
+    /// Tells a node from a later one at the same address.
+    static quint64 serialOf(Node *node) { return node->d->serial; }
+    /// Disposes of the child of that name and serial number, found or displaced; nothing when it is gone already.
+    static void takeOut(Node *directory, const QString &name, quint64 serial);
     /// Gives up one hold; the last one deletes the node.
     static void drop(Node *node);
-
-    ZELShellCommand *command;
-    Node *parent; ///< what Parent() and getPath() show; may be set freely by the host
-    Node *owner = nullptr; ///< the directory that holds this node in one of its two tables
-    Node::ZELShellCommandType type = Node::Directory;
-    QHash<QString, Node *> children;
-    QVector<Node *> displaced; ///< replaced by a later child of the same name, still owned
-    std::atomic<int> holds{1}; ///< one of the owner, one of every pin
-    const quint64 number;
 
 private:
     friend class ZELShellCommandTree;
     friend class ZELShellCommandPin;
+    static void detach(Node *node);
+
+    ZELShellCommand *command;
+    Node *parent; ///< what Parent() and getPath() show; the host may set it as it likes
+    Node *owner = nullptr; ///< the directory that has this node in one of its two tables
+    Node::ZELShellCommandType type = Node::Directory;
+    QHash<QString, Node *> children;
+    QVector<Node *> displaced; ///< replaced by a later child of the same name, still owned
+    std::atomic<int> holds{1}; ///< one of the owner, one of every pin
+    const quint64 serial;
 };
 
 #endif

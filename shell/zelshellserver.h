@@ -43,7 +43,7 @@ public:
     int length() const;
 
 private:
-    friend class ZELShellServerPrivate;
+    friend class ZELShellCollectionPrivate;
     std::unique_ptr<ZELShellCollectionPrivate> d;
 };
 

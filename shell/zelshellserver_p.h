@@ -42,6 +42,8 @@ public:
     /// Calls `change` with the settings, under the lock.
     void change(const std::function<void(ZELShellSettings &)> &change);
 
+    std::recursive_mutex registration; ///< held by one registration at a time, never while a tree is read
+
 private:
     friend class ZELShellServer;
     static void setCurrent(const std::shared_ptr<ZELShellServerState> &state);
@@ -50,6 +52,16 @@ private:
     const std::unique_ptr<ZELShellCommandTree> m_mainRoot;
     mutable std::mutex m_mutex;
     ZELShellSettings m_settings;
+};
+
+class ZELShellServerPrivate
+{
+public:
+    const std::shared_ptr<ZELShellServerState> state = std::make_shared<ZELShellServerState>();
+    mutable std::mutex mutex; ///< guards the fields below
+    QString cachePath = QStringLiteral(".cache");
+    QSqlDatabase database;
+    int maxPendingConnections = 0;
 };
 
 #endif

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELSHELLCOMMAND_P_H
+#define ZELSHELLCOMMAND_P_H
+
+#include "zelshellcommand.h"
+
+#include <QMutex>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <vector>
+
+class ZELShellCommandTree;
+
+class ZELShellCommandPrivate
+{
+public:
+    /// Who has to be told when an execution is over, whichever way it ended.
+    struct Run
+    {
+        ZELShellCommandTree *node = nullptr; ///< a hold on the command's leaf, given back at the end; may be null
+        bool always = true; ///< start also when the command is running and does not allow several executions
+        std::function<void()> started;
+        std::function<void()> ended; ///< only after started
+        std::function<void()> abandoned; ///< a kill jumps over the call
+    };
+
+    static ZELShellCommandPrivate *get(ZELShellCommand *command) { return command->d.get(); }
+    /// False when the command was running already; nothing was called then.
+    bool execute(ZELShellCommand *command, const ZELArguments &args, Run run);
+
+    /// Limit of commands that have none of their own, in milliseconds; 0 none.
+    static std::atomic<int> defaultTimeLimit;
+
+    std::atomic<int> running{0};
+    std::atomic<bool> multiRun{false};
+    std::atomic<int> timeLimit{-1};
+    mutable QMutex mutex; ///< guards the fields below
+    QString description;
+    std::vector<std::unique_ptr<QObject>> relays; ///< one per binding, without thread affinity
+};
+
+#endif

@@ -1,0 +1,323 @@
+// SPDX-License-Identifier: MIT
+// Provokes faults: run with -nocrashhandler.
+#include "zelguard_p.h"
+#include "zelshellcommand_p.h"
+#include "zelshellcommandtree_p.h"
+
+#include <QtTest>
+#include <atomic>
+#include <thread>
+#include <unistd.h>
+
+using Pin = ZELShellCommandPin;
+
+struct Unknown
+{
+    int value = 0;
+};
+
+struct Quiet
+{
+    QtMessageHandler before = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    ~Quiet() { qInstallMessageHandler(before); }
+};
+
+class Board : public QObject
+{
+    Q_OBJECT
+public:
+    std::atomic<int> calls{0};
+    std::atomic<bool> entered{false};
+    std::atomic<bool> leave{false};
+    bool hadSender = false;
+    std::thread::id thread;
+
+    Q_INVOKABLE QVariant invokable(ZELArguments args) { return args[0]; }
+
+Q_SIGNALS:
+    void forwarded(ZELArguments args);
+
+public Q_SLOTS:
+    QVariant variant(ZELArguments args) { return args.ArgumentsLength(); }
+    QVariant invalid(ZELArguments) { return {}; }
+    void nothing(ZELArguments args)
+    {
+        ++calls;
+        hadSender = sender();
+        thread = std::this_thread::get_id();
+        args.setErrorString("seen");
+    }
+    int number(const ZELArguments &args) { return args.Length(); }
+    QString text(ZELArguments args) { return args[1]; }
+    QStringList list() { return {"a", "b"}; }
+    Unknown unknown() { return {}; }
+    void tooMany(ZELArguments, int) { }
+    void throwPointer(ZELArguments args) { args.throwError("bad", "file", 7); }
+    void assertion() { zel_assert_x("f", "bad", "a", 7); }
+    void standard() { throw std::runtime_error("no luck"); }
+    void plain() { throw 5; }
+    void crash() { *static_cast<volatile int *>(nullptr) = 1; }
+    void wait()
+    {
+        entered = true;
+        while (!leave)
+            ::usleep(500);
+    }
+};
+
+class tst_ZELShellCommand : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void returned_data();
+    void returned();
+    void refusedMembers();
+    void slotRunsOnTheCallersThread();
+    void severalBindings();
+    void failures_data();
+    void failures();
+    void faultsLeaveTheReceiverIntact();
+    void runningLock();
+    void onlyOneOfManyStarts();
+    void timeLimit();
+    void killGivesEverythingBack();
+};
+
+void tst_ZELShellCommand::returned_data()
+{
+    QTest::addColumn<QByteArray>("member");
+    QTest::addColumn<QVariant>("value");
+    QTest::newRow("variant") << QByteArray(SLOT(variant(ZELArguments))) << QVariant(2);
+    QTest::newRow("invalid") << QByteArray(SLOT(invalid(ZELArguments))) << QVariant();
+    QTest::newRow("nothing") << QByteArray(SLOT(nothing(ZELArguments))) << QVariant();
+    QTest::newRow("number") << QByteArray(SLOT(number(const ZELArguments &))) << QVariant(3);
+    QTest::newRow("text") << QByteArray(SLOT(text(ZELArguments))) << QVariant("x");
+    QTest::newRow("no argument") << QByteArray(SLOT(list())) << QVariant(QStringList{"a", "b"});
+    QTest::newRow("unknown type") << QByteArray(SLOT(unknown())) << QVariant();
+    QTest::newRow("spaces") << QByteArray("1 variant ( ZELArguments ) ") << QVariant(2);
+    QTest::newRow("invokable") << QByteArray("invokable(ZELArguments)") << QVariant("cmd");
+    QTest::newRow("signal") << QByteArray(SIGNAL(forwarded(ZELArguments))) << QVariant();
+}
+
+void tst_ZELShellCommand::returned()
+{
+    QFETCH(QByteArray, member);
+    QFETCH(QVariant, value);
+    Board board;
+    ZELShellCommand command;
+    command.BindCommand(&board, member);
+    QVERIFY(command.isBound());
+    const ZELArguments args(nullptr, "cmd x y");
+    command.doExecute(args);
+    QCOMPARE(args.getReturnValue(), value);
+    QCOMPARE(args.hasRetrunValue(), value.isValid());
+    QVERIFY(!args.hasError());
+    QVERIFY(!command.IsRunning());
+}
+
+void tst_ZELShellCommand::refusedMembers()
+{
+    Board board;
+    ZELShellCommand command;
+    QTest::ignoreMessage(
+        QtWarningMsg, "ZELShellCommand::BindCommand: Incompatible arguments of Board::tooMany(ZELArguments, int)");
+    command.BindCommand(&board, SLOT(tooMany(ZELArguments, int)));
+    QTest::ignoreMessage(QtWarningMsg, "ZELShellCommand::BindCommand: invalid null parameter");
+    command.BindCommand(&board, nullptr);
+    QVERIFY(!command.isBound());
+    const ZELArguments args(nullptr, "cmd");
+    command.doExecute(args); // nothing to call is no error
+    QVERIFY(!args.hasError() && !args.hasRetrunValue());
+}
+
+void tst_ZELShellCommand::slotRunsOnTheCallersThread()
+{
+    Board board;
+    ZELShellCommand command;
+    command.BindCommand(&board, SLOT(nothing(ZELArguments)));
+    std::thread::id caller;
+    const ZELArguments args(nullptr, "cmd");
+    std::thread thread([&] {
+        caller = std::this_thread::get_id();
+        command.doExecute(args);
+    });
+    thread.join();
+    QCOMPARE(board.thread == caller, true);
+    QVERIFY(!board.hadSender);
+    QCOMPARE(args.getErrorString(), QString("seen"));
+}
+
+void tst_ZELShellCommand::severalBindings()
+{
+    auto *first = new Board;
+    Board second;
+    ZELShellCommand command;
+    command.BindCommand(first, SLOT(text(ZELArguments)));
+    command.BindCommand(&second, SLOT(number(ZELArguments)));
+    command.BindCommand(&second, SLOT(nothing(ZELArguments)));
+    ZELArguments args(nullptr, "cmd x");
+    command.doExecute(args);
+    QCOMPARE(second.calls.load(), 1);
+    delete first;
+    command.doExecute(args);
+    QCOMPARE(second.calls.load(), 2);
+}
+
+void tst_ZELShellCommand::failures_data()
+{
+    QTest::addColumn<QByteArray>("member");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("raised") << QByteArray(SLOT(throwPointer(ZELArguments)))
+                            << "EXECUTE_ERROR :Exception in /: bad, file zelarguments, line 624";
+    QTest::newRow("assertion") << QByteArray(SLOT(assertion()))
+                               << "EXECUTE_ERROR :ASSERT failure f: \"bad\", file a, line 7";
+    QTest::newRow("std::exception") << QByteArray(SLOT(standard())) << "EXECUTE_ERROR :Aborted (core dumped)";
+    QTest::newRow("int") << QByteArray(SLOT(plain())) << "EXECUTE_ERROR :Aborted (core dumped)";
+    QTest::newRow("null write") << QByteArray(SLOT(crash())) << "EXECUTE_ERROR :Segmentation fault (core dumped)";
+}
+
+void tst_ZELShellCommand::failures()
+{
+    QFETCH(QByteArray, member);
+    QFETCH(QString, error);
+    zelSetCrashDump(false);
+    Board board;
+    ZELShellCommand command;
+    command.BindCommand(&board, member);
+    const ZELArguments args(nullptr, "cmd");
+    command.doExecute(args);
+    QVERIFY(args.hasError());
+    QCOMPARE(args.getErrorString(), error);
+    QVERIFY(!args.hasRetrunValue());
+    QVERIFY(!command.IsRunning());
+}
+
+void tst_ZELShellCommand::faultsLeaveTheReceiverIntact()
+{
+    zelSetCrashDump(false);
+    const Quiet quiet;
+    auto *root = new ZELShellCommandTree("Main", nullptr, nullptr);
+    auto *board = new Board; // lives in the executing thread
+    auto *command = new ZELShellCommand;
+    command->BindCommand(board, SLOT(crash()));
+    auto *leaf = new ZELShellCommandTree("crash", command, root);
+    root->insert(leaf);
+    int ended = 0;
+    for (int i = 0; i < 50; ++i) {
+        const ZELArguments args(nullptr, "crash");
+        QVERIFY(Pin::find(root, "crash").execute(args, {}, [&] { ++ended; }));
+        QVERIFY(args.hasError());
+    }
+    QCOMPARE(ended, 50);
+    QVERIFY(!command->IsRunning());
+    delete board; // would loop for ever, had the slot been connected itself
+    QPointer<ZELShellCommand> guard(command);
+    delete root;
+    QVERIFY(!guard);
+}
+
+void tst_ZELShellCommand::runningLock()
+{
+    Board board;
+    ZELShellCommandTree root("Main", nullptr, nullptr);
+    auto *command = new ZELShellCommand;
+    command->BindCommand(&board, SLOT(wait()));
+    root.insert(new ZELShellCommandTree("wait", command, &root));
+    std::thread thread([&] { Pin::find(&root, "wait").execute(ZELArguments(nullptr, "wait")); });
+    QTRY_VERIFY(board.entered);
+    QVERIFY(command->IsRunning());
+    bool touched = false;
+    const auto touch = [&] { touched = true; };
+    QVERIFY(!Pin::find(&root, "wait").execute(ZELArguments(nullptr, "wait"), touch, touch, touch));
+    QVERIFY(!touched);
+    board.leave = true;
+    command->setMultRun(true);
+    QVERIFY(Pin::find(&root, "wait").execute(ZELArguments(nullptr, "wait"), touch));
+    QVERIFY(touched);
+    thread.join();
+    QVERIFY(!command->IsRunning());
+}
+
+void tst_ZELShellCommand::onlyOneOfManyStarts()
+{
+    Board board;
+    ZELShellCommandTree root("Main", nullptr, nullptr);
+    auto *command = new ZELShellCommand;
+    command->BindCommand(&board, SLOT(wait()));
+    root.insert(new ZELShellCommandTree("wait", command, &root));
+    for (int round = 0; round < 20; ++round) {
+        std::atomic<int> locked{0}, ran{0};
+        board.leave = false;
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t)
+            threads.emplace_back([&] {
+                const bool did = Pin::find(&root, "wait").execute(ZELArguments(nullptr, "wait"));
+                ++(did ? ran : locked);
+            });
+        QTRY_COMPARE(locked.load(), 3);
+        board.leave = true;
+        for (std::thread &thread : threads)
+            thread.join();
+        QCOMPARE(ran.load(), 1);
+    }
+}
+
+void tst_ZELShellCommand::timeLimit()
+{
+    Board board;
+    ZELShellCommand command;
+    command.BindCommand(&board, SLOT(wait()));
+    const ZELArguments args(nullptr, "wait");
+    command.setTimeLimit(30);
+    command.doExecute(args);
+    QCOMPARE(args.getErrorString(), QString("EXECUTE_ERROR :Application Timerout,Max time is 30"));
+    QVERIFY(!command.IsRunning());
+}
+
+/// Runs body in an outermost frame of a thread of its own and kills that thread once ready.
+template <class Body, class Ready>
+void killed(Body body, Ready ready)
+{
+    std::atomic<Qt::HANDLE> id{nullptr};
+    std::thread thread([&] {
+        ZELFrame frame;
+        zelGuard(frame.get(), [&] {
+            id = QThread::currentThreadId();
+            for (;;)
+                body();
+        });
+    });
+    while (!id)
+        std::this_thread::yield();
+    ready();
+    except_stack->Kill(id);
+    thread.join();
+}
+
+void tst_ZELShellCommand::killGivesEverythingBack()
+{
+    Board board;
+    ZELShellCommandTree root("Main", nullptr, nullptr);
+    QPointer<ZELShellCommandTree> leaf = new ZELShellCommandTree("wait", new ZELShellCommand, &root);
+    leaf->Command()->BindCommand(&board, SLOT(wait()));
+    root.insert(leaf);
+    QStringList order;
+    killed(
+        [&] {
+            Pin::find(&root, "wait")
+                .execute(
+                    ZELArguments(nullptr, "wait"), [&] { order << "started"; }, [&] { order << "ended"; },
+                    [&] { order << "abandoned"; });
+        },
+        [&] {
+            while (!board.entered)
+                std::this_thread::yield();
+        });
+    QCOMPARE(order, QStringList({"started", "ended", "abandoned"}));
+    QVERIFY(!leaf->Command()->IsRunning());
+    ZELShellCommandTree::dispose(root.Remove("wait"));
+    QVERIFY(!leaf); // the hold was given back
+}
+
+QTEST_GUILESS_MAIN(tst_ZELShellCommand)
+#include "tst_zelshellcommand.moc"
