@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zelshellpacket_p.h"
 
+#include "zelarguments.h"
+
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -24,6 +26,28 @@ QString textUpToNul(const QByteArray &bytes)
 {
     const int nul = bytes.indexOf('\0');
     return QString::fromUtf8(nul < 0 ? bytes : bytes.left(nul));
+}
+
+QString packetTemplate(bool withReturn)
+{
+    const QString head = QStringLiteral("ZEL_SHELL_PACKET_START %1\r\nAccept: %2\r\nState: %3\r\nContent-Length: %4\r\n"
+                                        "Host: %5\r\nPATH: %6\r\nEncode: %7\r\n");
+    const QString value = QStringLiteral("ReturnType: %8\r\nReturn: %9\r\n");
+    const QString body = QStringLiteral("\r\n%10ZEL_SHELL_PACKET_END\r\n");
+    return withReturn ? head + value + body : head + body;
+}
+
+QString processKey(const ZELArguments &args)
+{
+    const QString base = args.baseCommand();
+    const QString name = base.isEmpty() ? args.getExecName() : base;
+    const QString index = args.getExecIndex();
+    return index.isEmpty() ? name : name + QLatin1Char('#') + index;
+}
+
+QString base64(const QByteArray &bytes)
+{
+    return QString::fromLatin1(bytes.toBase64());
 }
 
 /// What is still unread of a packet while its head is taken apart.
@@ -96,6 +120,27 @@ private:
 };
 
 } // namespace
+
+QByteArray zelWritePacket(const ZELArguments &args, const QString &text)
+{
+    const bool encode = args.isEncode();
+    const QString body = encode ? base64(text.toUtf8()) : text;
+    // One by one: each value fills the lowest placeholder that is left, be it one that an earlier value brought in.
+    QString packet = packetTemplate(args.hasRetrunValue())
+                         .arg(processKey(args))
+                         .arg(args.getProtoclAccept())
+                         .arg(args.getProtoclState())
+                         .arg(body.size())
+                         .arg(args.getProtoclHost())
+                         .arg(args.getExecPath())
+                         .arg(encode ? QStringLiteral("true") : QStringLiteral("false"));
+    if (args.hasRetrunValue()) {
+        const QVariant value = args.getReturnValue();
+        const QByteArray returned = value.isValid() ? value.toString().toLocal8Bit() : QByteArrayLiteral("NULL");
+        packet = packet.arg(int(value.type())).arg(base64(returned));
+    }
+    return packet.arg(body).toUtf8();
+}
 
 ZELShellProcessHeader zelParsePacket(const QByteArray &packet)
 {

@@ -20,8 +20,9 @@ class ZELArguments;
  * All of it is pure: a result depends on the arguments and on nothing else; any thread.
  */
 
-/// One packet with the text as its body and everything else from the record, as UTF-8. Header values must not contain
-/// ':' or line ends: a reader takes such a packet's headers from there on for its body.
+/// One packet with the text as its body and everything else from the record, as UTF-8. "Content-Length" counts the
+/// characters of the body as sent. Header values must not contain ':' or line ends: a reader takes such a packet's
+/// headers from there on for its body; nor "%" and a digit, which would be filled with the values that follow.
 QByteArray zelWritePacket(const ZELArguments &args, const QString &text);
 
 /// Reads one packet as the cutter delivers it. Never fails: what is malformed becomes body.

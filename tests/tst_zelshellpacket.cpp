@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "zelarguments.h"
 #include "zelshellpacket_p.h"
 
 #include <QRandomGenerator>
@@ -8,6 +9,9 @@ class tst_ZELShellPacket : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void writes_data();
+    void writes();
+    void readsWhatWasWritten();
     void cutsAsDescribed_data();
     void cutsAsDescribed();
     void cutsTornStreamsLikeTheRules();
@@ -50,7 +54,97 @@ QByteArray packet(const QByteArray &key, const QByteArray &body)
         + "PATH: /Main/a\r\nEncode: false\r\n\r\n" + body + E + "\r\n";
 }
 
+ZELArguments record(const QVariant &value)
+{
+    ZELArguments args;
+    args.setReturnValue(value);
+    args.setProtoclState(QStringLiteral("S"));
+    args.setProtoclHost(QStringLiteral("10.0.0.1"));
+    args.setExecPath(QStringLiteral("/Main/a"));
+    return args;
+}
+
+QString fetched(const char *column)
+{
+    return *static_cast<QString *>(QTest::qData(column, QMetaType::QString));
+}
+
 } // namespace
+
+void tst_ZELShellPacket::writes_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("base");
+    QTest::addColumn<QString>("index");
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("encode");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QByteArray>("key");
+    QTest::addColumn<QByteArray>("rest"); // from "State: " on
+    const QByteArray head = "\r\nHost: 10.0.0.1\r\nPATH: /Main/a\r\nEncode: ";
+    const QByteArray plain = head + "false\r\n", tail = "ZEL_SHELL_PACKET_END\r\n";
+    QTest::newRow("short") << "run"
+                           << ""
+                           << "" << QVariant() << false << "text" << QByteArray("run")
+                           << "S\r\nContent-Length: 4" + plain + "\r\ntext" + tail;
+    QTest::newRow("index") << "run"
+                           << ""
+                           << "4" << QVariant() << true << "1\r\n"
+                           << QByteArray("run#4") << "S\r\nContent-Length: 4" + head + "true\r\n\r\nMQ0K" + tail;
+    QTest::newRow("base command") << "run"
+                                  << "base"
+                                  << "4" << QVariant(2) << false << "" << QByteArray("base#4")
+                                  << "S\r\nContent-Length: 0" + plain + "ReturnType: 2\r\nReturn: Mg==\r\n\r\n" + tail;
+    QTest::newRow("characters, not bytes")
+        << "run"
+        << ""
+        << "" << QVariant(QString(QChar(0xe9))) << false << QString(QChar(0xe9)) << QByteArray("run")
+        << "S\r\nContent-Length: 1" + plain
+            + "ReturnType: 10\r\nReturn: " + QString(QChar(0xe9)).toLocal8Bit().toBase64() + "\r\n\r\n\xc3\xa9" + tail;
+    QTest::newRow("body with placeholders") << "run"
+                                            << ""
+                                            << "" << QVariant() << false << "%1 %10 %L2" << QByteArray("run")
+                                            << "S\r\nContent-Length: 10" + plain + "\r\n%1 %10 %L2" + tail;
+    QTest::newRow("value without text") << "run"
+                                        << ""
+                                        << "" << QVariant(QStringList{"a", "b"}) << false << "" << QByteArray("run")
+                                        << "S\r\nContent-Length: 0" + plain + "ReturnType: 11\r\nReturn: \r\n\r\n"
+            + tail;
+}
+
+void tst_ZELShellPacket::writes()
+{
+    QFETCH(QVariant, value);
+    QFETCH(bool, encode);
+    QFETCH(QString, text);
+    QFETCH(QByteArray, key);
+    QFETCH(QByteArray, rest);
+    const ZELArguments args = record(value);
+    args.setExecName(fetched("name"));
+    args.setBaseCommand(fetched("base"));
+    args.setExecIndex(fetched("index"));
+    if (encode)
+        args.enableEncode();
+    QCOMPARE(zelWritePacket(args, text), S + ' ' + key + "\r\nAccept: STDOUT\r\nState: " + rest);
+}
+
+void tst_ZELShellPacket::readsWhatWasWritten()
+{
+    const ZELArguments args = record(QStringLiteral("v:1"));
+    args.enableEncode();
+    args.setExecName(QStringLiteral("dir/run"));
+    args.setProtoclAccept(QStringLiteral("STDFATAL"));
+    args.setProtoclState(QStringLiteral("EXECUTE_RESULT"));
+    const QString text = QStringLiteral("ZEL_SHELL_PACKET_END\r\nState: x\r\n%3");
+    const QByteArrayList packets = ZELShellPacketCutter().feed(zelWritePacket(args, text));
+    QCOMPARE(packets.size(), 1);
+    const ZELShellProcessHeader header = zelParsePacket(packets.first());
+    QCOMPARE(header.getRequestMethod(), QStringLiteral("dir/run"));
+    QCOMPARE(header.getRequestBody(), text);
+    QCOMPARE(header.getReturn(), QStringLiteral("v:1"));
+    QCOMPARE(header.getAccept(), int(ZELShellProcessHeader::StdFatal));
+    QCOMPARE(header.getProcessStatus(), int(ZELShellProcessHeader::Result));
+}
 
 void tst_ZELShellPacket::cutsAsDescribed_data()
 {
