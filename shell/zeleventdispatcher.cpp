@@ -49,7 +49,7 @@ ZELEventDispatcher::~ZELEventDispatcher()
 
 bool ZELEventDispatcher::processEvents(QEventLoop::ProcessEventsFlags flags)
 {
-    ensureWakeDescriptor();
+    takeDescriptor();
     m_state = Awake;
     // An interrupt from before this pass may be meant for the loop that has just begun it: look, but do not wait.
     const bool interrupted = m_interrupted.exchange(false);
@@ -76,10 +76,11 @@ bool ZELEventDispatcher::hasPendingEvents()
     return m_state == Woken;
 }
 
-void ZELEventDispatcher::ensureWakeDescriptor()
+bool ZELEventDispatcher::takeDescriptor()
 {
     if (m_wakeFd < 0)
         m_wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    return m_wakeFd >= 0;
 }
 
 // False when something was posted since posted events were sent: then nobody will write to the eventfd any more.

@@ -27,6 +27,9 @@ public:
     explicit ZELEventDispatcher(QObject *parent = nullptr);
     ~ZELEventDispatcher() override;
 
+    /// Takes the descriptor now, from whatever thread, before the dispatcher's own runs. False when there is none left.
+    bool takeDescriptor();
+
     bool processEvents(QEventLoop::ProcessEventsFlags flags) override;
     bool hasPendingEvents() override;
 
@@ -58,7 +61,6 @@ private:
     /// eventfd.
     enum State { Awake, Woken, Asleep };
 
-    void ensureWakeDescriptor();
     bool fallAsleep();
     int waitForDescriptors(QEventLoop::ProcessEventsFlags flags, bool wait);
     qint64 waitingTime(QEventLoop::ProcessEventsFlags flags, bool wait) const;

@@ -118,11 +118,9 @@ bool ZELStreamPrivate::hand(ZELStream *q, const std::shared_ptr<Job> &job)
     std::unique_lock<std::mutex> lock(mutex);
     if (!closed && !threadEnded) {
         jobs.push_back(job);
-        if (!std::exchange(posted, true)) {
-            lock.unlock();
+        // Posted under the lock that the end of the thread takes: its dispatcher must still be there.
+        if (!std::exchange(posted, true))
             QMetaObject::invokeMethod(q, "writeQueued", Qt::QueuedConnection);
-            lock.lock();
-        }
     }
     settled.wait(lock, [&] { return job->done || closed || threadEnded; });
     return job->done;

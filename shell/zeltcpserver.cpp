@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: MIT
+#include "zeltcpserver.h"
+
+#include "zelstream.h"
+#include "zeltcpsocket.h"
+
+#include <QDebug>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QHash>
+#include <QTimer>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+const int backlog = 4096;
+const int spareDescriptors = 16; ///< left for the commands and the host
+const int spareMappings = 2048; ///< left for everything that allocates
+const int mappingsPerClient = 6; ///< two thread stacks with their guards, and some
+const int retryMs = 200;
+
+int mappingsInUse()
+{
+    QFile maps(QStringLiteral("/proc/self/maps"));
+    if (!maps.open(QIODevice::ReadOnly))
+        return 0;
+    int lines = 0;
+    for (QByteArray part = maps.read(65536); !part.isEmpty(); part = maps.read(65536))
+        lines += part.count('\n');
+    return lines;
+}
+
+int mappingLimit()
+{
+    QFile limit(QStringLiteral("/proc/sys/vm/max_map_count"));
+    return limit.open(QIODevice::ReadOnly) ? limit.readAll().trimmed().toInt() : 65530;
+}
+
+bool descriptorsLeft(int descriptor)
+{
+    int copies[spareDescriptors];
+    int count = 0;
+    while (count < spareDescriptors && (copies[count] = fcntl(descriptor, F_DUPFD_CLOEXEC, 0)) >= 0)
+        ++count;
+    std::for_each(copies, copies + count, close);
+    return count == spareDescriptors;
+}
+
+/// How many more clients the kernel's mappings are good for. Counting them takes milliseconds when there are many, so
+/// it is done once for a batch of clients, and not again at once when there is no room.
+class MappingBudget
+{
+public:
+    bool take()
+    {
+        if (m_left == 0 && (!m_counted.isValid() || m_counted.hasExpired(retryMs))) {
+            m_left = qBound(0, (mappingLimit() - mappingsInUse() - spareMappings) / mappingsPerClient, 1000);
+            m_counted.start();
+        }
+        return m_left > 0 && m_left--;
+    }
+
+private:
+    int m_left = 0;
+    QElapsedTimer m_counted;
+};
+
+} // namespace
+
+class ZELTcpServerPrivate
+{
+public:
+    struct Client
+    {
+        QPointer<ZELTcpSocket> socket;
+        quint64 serial = 0; ///< tells it from another client that got the same descriptor later
+    };
+    QHash<int, Client> clients;
+    quint64 nextSerial = 0;
+    MappingBudget mappings;
+    int maxConnections = 0;
+    ZELTcpServer::Callback accepted;
+    ZELTcpServer::Callback connected;
+};
+
+ZELTcpServer::ZELTcpServer(QObject *parent, int maxConnections)
+    : QTcpServer(parent)
+    , d(new ZELTcpServerPrivate)
+{
+    qRegisterMetaType<QAbstractSocket::SocketError>("QAbstractSocket::SocketError");
+    setMaxPendingConnections(maxConnections);
+    // Accepting stops when a descriptor cannot be had; nobody but us would resume it.
+    connect(this, &QTcpServer::acceptError, this,
+        [this] { QTimer::singleShot(retryMs, this, &QTcpServer::resumeAccepting); });
+}
+
+ZELTcpServer::~ZELTcpServer()
+{
+    close();
+    clear();
+}
+
+void ZELTcpServer::setMaxPendingConnections(int count)
+{
+    QTcpServer::setMaxPendingConnections(count);
+    d->maxConnections = count;
+}
+
+bool ZELTcpServer::listen(const QHostAddress &address, quint16 port)
+{
+    if (!QTcpServer::listen(address, port))
+        return false;
+    // Qt's own backlog of 50 lets the kernel drop connects of a burst, which are tried again only after a second.
+    ::listen(int(socketDescriptor()), backlog);
+    return true;
+}
+
+void ZELTcpServer::setAcceptedCallback(Callback callback)
+{
+    d->accepted = std::move(callback);
+}
+
+void ZELTcpServer::setConnectCallback(Callback callback)
+{
+    d->connected = std::move(callback);
+}
+
+int ZELTcpServer::clientCount() const
+{
+    return d->clients.size();
+}
+
+void ZELTcpServer::clear()
+{
+    Q_EMIT sentDisConnect(-1);
+    d->clients.clear();
+}
+
+void ZELTcpServer::sockDisConnectSlot(int handle, const QString &ip, quint16 port)
+{
+    if (d->clients.remove(handle))
+        Q_EMIT sockDisConnect(handle, ip, port);
+}
+
+void ZELTcpServer::incomingConnection(qintptr descriptor)
+{
+    const bool room
+        = d->clients.size() <= maxPendingConnections() && descriptorsLeft(int(descriptor)) && d->mappings.take();
+    if (!room)
+        return refuse(descriptor);
+    if (!d->connected) {
+        qWarning("ZELTcpServer::incomingConnection: no connect callback");
+        return refuse(descriptor);
+    }
+    auto *socket = new ZELTcpSocket(descriptor, nullptr);
+    if (socket->isWorking())
+        return welcome(socket, int(descriptor));
+    refuse(-1);
+    delete socket;
+}
+
+void ZELTcpServer::refuse(qintptr descriptor)
+{
+    qDebug() << "RPC connections use out, current client size=[" << d->clients.size() << "] maxPendingConnections=["
+             << d->maxConnections << "]";
+    if (descriptor < 0)
+        return;
+    QTcpSocket socket;
+    socket.setSocketDescriptor(descriptor, QAbstractSocket::ConnectedState, QIODevice::ReadWrite);
+    socket.disconnectFromHost();
+}
+
+void ZELTcpServer::welcome(ZELTcpSocket *socket, int descriptor)
+{
+    qDebug() << "TcpSocket Connected,"
+             << "name:" << socket->peerName() << "ip:" << socket->peerAddress().toString()
+             << "port:" << socket->peerPort();
+    const quint64 serial = ++d->nextSerial;
+    d->clients.insert(descriptor, {socket, serial});
+    connect(socket, &ZELTcpSocket::sockDisConnect, this, [this, serial](int handle, const QString &ip, quint16 port) {
+        // It may come when the kernel has given the number to the next client already.
+        if (d->clients.value(handle).serial == serial)
+            sockDisConnectSlot(handle, ip, port);
+    });
+    if (socket->hasEnded()) // before the signal was connected
+        sockDisConnectSlot(descriptor, socket->peerAddress().toString(), socket->peerPort());
+    connect(this, &ZELTcpServer::sentDisConnect, socket, &ZELTcpSocket::disConTcp);
+    d->connected(QPointer<ZELStream>(socket->GetStream()));
+}

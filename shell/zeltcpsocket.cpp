@@ -1,0 +1,413 @@
+// SPDX-License-Identifier: MIT
+#include "zeltcpsocket.h"
+
+#include "zeleventdispatcher_p.h"
+#include "zelguard_p.h"
+#include "zelstream.h"
+#include "zelthread.h"
+
+#include <QDebug>
+#include <QElapsedTimer>
+#include <QMutexLocker>
+#include <QPointer>
+
+#include <algorithm>
+#include <cerrno>
+#include <poll.h>
+#include <semaphore.h>
+#include <sys/socket.h>
+
+namespace {
+
+const int socketBufferSize = 64 * 1024;
+const int closingTimeMs = 1000;
+
+bool pollOne(qintptr descriptor, short events, int timeoutMs)
+{
+    pollfd one{int(descriptor), events, 0};
+    return poll(&one, 1, timeoutMs) > 0 && one.revents & events;
+}
+
+/// Throws away what the peer still sends: closing with input unread would reset the connection, and the peer could
+/// lose the last answer.
+void drain(qintptr descriptor, const QElapsedTimer &since)
+{
+    char buffer[4096];
+    for (int left = closingTimeMs; left > 0; left = closingTimeMs - int(since.elapsed())) {
+        pollOne(descriptor, POLLIN, left);
+        const ssize_t count = recv(int(descriptor), buffer, sizeof buffer, MSG_DONTWAIT);
+        if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR))
+            return;
+    }
+}
+
+} // namespace
+
+class ZELTcpSocketPrivate
+{
+public:
+    ZELTcpSocketPrivate() { sem_init(&arrived, 0, 0); }
+    ~ZELTcpSocketPrivate() { sem_destroy(&arrived); }
+
+    /// Under the mutex. One token is enough: readers look at the buffer before they wait.
+    void wakeReader()
+    {
+        int tokens = 0;
+        sem_getvalue(&arrived, &tokens);
+        if (tokens == 0)
+            sem_post(&arrived);
+    }
+
+    std::atomic<qintptr> descriptor{-1};
+    ZELThread *thread = nullptr;
+    ZELStream *stream = nullptr;
+    QMetaObject::Connection onDisconnected;
+    bool working = false;
+    bool down = false; ///< closeDown() has run; the socket's thread only
+    std::atomic<bool> noticed{false}; ///< sockDisConnect() was emitted
+    std::atomic<bool> valid{false};
+    std::atomic<bool> closed{false};
+
+    // A semaphore and not a wait condition, since a kill may jump out of waiting for it at any time.
+    sem_t arrived;
+    mutable QMutex mutex; ///< guards the rest
+    QByteArray received;
+    bool paused = false; ///< receive() left bytes behind for want of room
+    bool ended = false; ///< the worker takes no more events
+    bool released = false;
+    QHostAddress peerAddress;
+    QString peerName;
+    quint16 peerPort = 0;
+};
+
+ZELTcpSocket::ZELTcpSocket(QString host, quint16 port, QObject *parent)
+    : d(new ZELTcpSocketPrivate)
+{
+    connect(this, &QAbstractSocket::connected, this, &ZELTcpSocket::onConnected, Qt::DirectConnection);
+    if (setUp(parent))
+        startWorker();
+    connectToHost(host, port, ReadWrite, AnyIPProtocol);
+    Start();
+}
+
+ZELTcpSocket::ZELTcpSocket(qintptr descriptor, QObject *parent)
+    : d(new ZELTcpSocketPrivate)
+{
+    d->descriptor = descriptor;
+    d->valid = setSocketDescriptor(descriptor, ConnectedState, ReadWrite);
+    notePeer();
+    // The worker starts last: from then on bytes are received and nothing may be missing.
+    if (setUp(parent)) {
+        moveToThread(d->thread);
+        startWorker();
+    }
+    Start();
+}
+
+ZELTcpSocket::~ZELTcpSocket()
+{
+    beginClose(); // first of all: lets go a write that waits for the peer
+    endLife();
+    const bool inWorker = QThread::currentThread() == d->thread;
+    end();
+    if (inWorker)
+        closeDown();
+    delete d->stream;
+    if (QThread::currentThread() == d->thread->thread())
+        delete d->thread;
+    else
+        d->thread->deleteLater();
+}
+
+// False when there is no descriptor left for the worker.
+bool ZELTcpSocket::setUp(QObject *parent)
+{
+    setReadBufferSize(socketBufferSize);
+    d->thread = new ZELThread;
+    d->thread->setLabel(QStringLiteral("ZELTcpSocket Work Thread"));
+    d->stream = new ZELStream(this, true);
+    connect(this, &QIODevice::readyRead, this, &ZELTcpSocket::receive, Qt::DirectConnection);
+    connect(this, &QAbstractSocket::errorOccurred, this, &ZELTcpSocket::onError, Qt::DirectConnection);
+    d->onDisconnected
+        = connect(this, &QAbstractSocket::disconnected, this, &ZELTcpSocket::onDisconnected, Qt::DirectConnection);
+    if (parent)
+        connect(
+            parent, &QObject::destroyed, this, [this] { release(); }, Qt::DirectConnection);
+    connect(d->thread, &QThread::finished, this, &ZELTcpSocket::workerEnded, Qt::DirectConnection);
+    // Taken here, where running out can still be told.
+    auto *dispatcher = dynamic_cast<ZELEventDispatcher *>(d->thread->eventDispatcher());
+    return !dispatcher || dispatcher->takeDescriptor();
+}
+
+void ZELTcpSocket::startWorker()
+{
+    const QPointer<ZELTcpSocket> self(this);
+    d->thread->setCallback([self](ZELThreadInfo *info) {
+        info->exec();
+        if (self)
+            self->closeDown();
+    });
+    d->thread->start(QThread::InheritPriority);
+    d->working = d->thread->isRunning();
+}
+
+bool ZELTcpSocket::isWorking() const
+{
+    return d->working;
+}
+
+void ZELTcpSocket::notePeer()
+{
+    setSocketOption(LowDelayOption, 1);
+    setSocketOption(KeepAliveOption, 1);
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    d->peerAddress = QAbstractSocket::peerAddress();
+    d->peerName = QAbstractSocket::peerName();
+    d->peerPort = QAbstractSocket::peerPort();
+}
+
+QHostAddress ZELTcpSocket::peerAddress() const
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    return d->peerAddress;
+}
+
+quint16 ZELTcpSocket::peerPort() const
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    return d->peerPort;
+}
+
+QString ZELTcpSocket::peerName() const
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&d->mutex);
+    return d->peerName;
+}
+
+void ZELTcpSocket::onConnected()
+{
+    d->descriptor = socketDescriptor();
+    d->valid = true;
+    notePeer();
+    moveToThread(d->thread);
+    qDebug() << "ZELTcpSocket connected ip=" << peerAddress().toString() << " port=" << peerPort();
+}
+
+void ZELTcpSocket::receive()
+{
+    if (d->down)
+        return;
+    {
+        ZELCriticalSection section;
+        QMutexLocker lock(&d->mutex);
+        d->received += QIODevice::read(std::max(0, MaxUnread - d->received.size()));
+        d->paused = bytesAvailable() > 0;
+        d->wakeReader();
+    }
+    callReadyReadHook();
+}
+
+QByteArray ZELTcpSocket::readAll()
+{
+    for (;;) {
+        {
+            ZELCriticalSection section;
+            QMutexLocker lock(&d->mutex);
+            // Posted under the lock that the worker takes before it ends: its dispatcher must still be there.
+            if (d->paused && !d->ended)
+                QMetaObject::invokeMethod(
+                    this, [this] { receive(); }, Qt::QueuedConnection);
+            d->paused = false;
+            if (!d->received.isEmpty())
+                return std::exchange(d->received, QByteArray());
+            if (d->closed) {
+                d->wakeReader(); // for the next one
+                return QByteArray();
+            }
+        }
+        zelSafePoint();
+        sem_wait(&d->arrived);
+    }
+}
+
+void ZELTcpSocket::write(QByteArray data)
+{
+    if (d->closed) {
+        qDebug() << "connect is already closed!";
+        return;
+    }
+    QIODevice::write(data);
+    flush();
+    waitForRoom();
+}
+
+void ZELTcpSocket::write(QString text)
+{
+    write(text.toLatin1());
+}
+
+void ZELTcpSocket::waitForRoom()
+{
+    while (bytesToWrite() > MaxUnsent && !d->closed && state() == ConnectedState) {
+        pollOne(socketDescriptor(), POLLOUT, 100);
+        flush();
+    }
+}
+
+void ZELTcpSocket::Start()
+{
+    callStartHook();
+}
+
+bool ZELTcpSocket::beginClose()
+{
+    {
+        ZELCriticalSection section;
+        QMutexLocker lock(&d->mutex);
+        if (d->closed.exchange(true))
+            return false;
+        d->wakeReader();
+    }
+    d->valid = false;
+    callCloseHook();
+    return true;
+}
+
+void ZELTcpSocket::Close()
+{
+    if (beginClose())
+        end();
+}
+
+void ZELTcpSocket::end()
+{
+    if (thread() != d->thread && thread() == QThread::currentThread())
+        closeDown();
+    d->thread->quit();
+    if (QThread::currentThread() == d->thread)
+        return;
+    ZELCriticalSection section; // QThread::wait() is not to be jumped out of; closing takes a second at most
+    d->thread->wait();
+}
+
+void ZELTcpSocket::closeDown()
+{
+    if (thread() != QThread::currentThread() || std::exchange(d->down, true))
+        return;
+    QObject::disconnect(this, nullptr, this, nullptr);
+    beginClose();
+    if (state() == ConnectedState)
+        sendRest();
+    if (!d->noticed) {
+        qDebug() << "ZELTcpSocket disconnected ip=" << peerAddress().toString() << " port=" << peerPort();
+        notice();
+    }
+    abort();
+}
+
+void ZELTcpSocket::sendRest()
+{
+    QElapsedTimer timer;
+    timer.start();
+    const qintptr fd = socketDescriptor();
+    while (bytesToWrite() > 0 && state() == ConnectedState && timer.elapsed() < closingTimeMs) {
+        pollOne(fd, POLLOUT, closingTimeMs - int(timer.elapsed()));
+        flush();
+    }
+    if (state() == ConnectedState && shutdown(int(fd), SHUT_WR) == 0)
+        drain(fd, timer);
+}
+
+void ZELTcpSocket::notice()
+{
+    if (!d->noticed.exchange(true))
+        Q_EMIT sockDisConnect(int(d->descriptor), peerAddress().toString(), peerPort(), QThread::currentThread());
+}
+
+bool ZELTcpSocket::hasEnded() const
+{
+    return d->noticed;
+}
+
+void ZELTcpSocket::onDisconnected()
+{
+    notice();
+    qDebug() << "ZELTcpSocket disconnected ip=" << peerAddress().toString() << " port=" << peerPort();
+    Close();
+}
+
+void ZELTcpSocket::onError(QAbstractSocket::SocketError error)
+{
+    if (error == RemoteHostClosedError) {
+        qDebug() << "remote client closed ip=" << peerAddress().toString() << " port=" << peerPort();
+    } else {
+        qDebug() << "socket connection error. ip=" << peerAddress().toString() << " port=" << peerPort()
+                 << " error=" << errorString() << " error type=" << error;
+    }
+    // For any error: a server would count the connection for ever otherwise.
+    notice();
+    disConTcp(-1);
+}
+
+void ZELTcpSocket::disConTcp(int descriptor)
+{
+    if (descriptor == -1)
+        disconnect(d->onDisconnected);
+    if (descriptor == -1 || descriptor == d->descriptor)
+        Close();
+}
+
+QThread *ZELTcpSocket::innerThread()
+{
+    return d->thread;
+}
+
+void ZELTcpSocket::release()
+{
+    beginClose();
+    bool over = false;
+    {
+        ZELCriticalSection section;
+        QMutexLocker lock(&d->mutex);
+        if (std::exchange(d->released, true))
+            return;
+        over = d->ended || !d->working;
+        d->thread->quit(); // under the lock: it may be gone as soon as the worker sees that it was released
+    }
+    if (over)
+        delete this;
+}
+
+void ZELTcpSocket::workerEnded()
+{
+    beginClose();
+    closeDown();
+    bool last = false;
+    {
+        ZELCriticalSection section;
+        QMutexLocker lock(&d->mutex);
+        d->ended = true;
+        last = d->released;
+    }
+    if (last)
+        deleteLater();
+}
+
+bool ZELTcpSocket::readValid() const
+{
+    return d->valid;
+}
+
+bool ZELTcpSocket::writeValid() const
+{
+    return d->valid;
+}
+
+ZELStream *ZELTcpSocket::GetStream()
+{
+    return d->stream;
+}
