@@ -5,8 +5,6 @@
 #include "zelguard_p.h"
 #include "zelshellbase_p.h"
 
-#include <QMutexLocker>
-
 namespace {
 // The name under which queued connections and QMetaType::type() find the type; an alias covers the reference.
 const int metaType = [] {
@@ -17,7 +15,7 @@ const int metaType = [] {
 void increment(ZELArgumentsPrivate *d)
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     ++d->refCount;
 }
 
@@ -31,7 +29,7 @@ Exception *errorAt(const ZELArgumentsPrivate &record, const char *what, const ch
 bool decrement(ZELArgumentsPrivate *d)
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     return --d->refCount == 0;
 }
 } // namespace

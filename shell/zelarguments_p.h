@@ -4,8 +4,7 @@
 
 #include "zelarguments.h"
 #include "zellife_p.h"
-
-#include <QMutex>
+#include <mutex>
 
 /// One execution's record; see ZELArguments for what the fields mean.
 class ZELArgumentsPrivate
@@ -47,7 +46,7 @@ public:
     /// Set by the dispatcher around the command itself.
     bool running = false;
     Protocl_Set_Type protocol;
-    QMutex mutex; ///< guards refCount only
+    std::mutex mutex; ///< guards refCount only
     int refCount = 1;
 
 private:

@@ -3,13 +3,13 @@
 
 #include <QElapsedTimer>
 #include <QHostAddress>
-#include <QMutexLocker>
 #include <QNetworkInterface>
+#include <mutex>
 
 namespace {
 struct HostAddress
 {
-    QMutex mutex;
+    std::mutex mutex;
     QElapsedTimer age;
     QString text;
 };
@@ -32,7 +32,7 @@ QString lookUp()
 QString zelHostAddress()
 {
     static auto *host = new HostAddress;
-    QMutexLocker lock(&host->mutex);
+    std::lock_guard<std::mutex> lock(host->mutex);
     if (!host->age.isValid() || host->age.hasExpired(1000)) {
         host->text = lookUp();
         host->age.start();

@@ -3,13 +3,13 @@
 
 #include "zelguard_p.h"
 
-#include <QMutexLocker>
+#include <mutex>
 #include <utility>
 
 namespace {
 struct Devices
 {
-    QMutex mutex;
+    std::mutex mutex;
     QList<ZELIODevice *> list;
 };
 
@@ -23,11 +23,10 @@ Devices &devices()
 
 void ZELIODevicePrivate::set(ZELIODevice::Hook ZELIODevicePrivate::*hook, ZELIODevice::Hook value)
 {
-    // The old hook dies outside of the lock: what it holds may call back.
+    // The old hook dies with the argument, outside of the lock: what it holds may call back.
     ZELCriticalSection section;
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     std::swap(this->*hook, value);
-    lock.unlock();
 }
 
 void ZELIODevicePrivate::call(const ZELIODevice::Hook ZELIODevicePrivate::*hook)
@@ -35,7 +34,7 @@ void ZELIODevicePrivate::call(const ZELIODevice::Hook ZELIODevicePrivate::*hook)
     ZELIODevice::Hook copy;
     {
         ZELCriticalSection section;
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         copy = this->*hook;
     }
     if (copy)
@@ -46,7 +45,7 @@ ZELIODevice::ZELIODevice()
     : d(std::make_shared<ZELIODevicePrivate>(this))
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&devices().mutex);
+    std::lock_guard<std::mutex> lock(devices().mutex);
     devices().list.append(this);
 }
 
@@ -55,7 +54,7 @@ ZELIODevice::~ZELIODevice()
     endLife();
     {
         ZELCriticalSection section;
-        QMutexLocker lock(&devices().mutex);
+        std::lock_guard<std::mutex> lock(devices().mutex);
         devices().list.removeOne(this);
     }
     setStartHook({});
@@ -109,13 +108,13 @@ void ZELIODevice::callStartHook()
 ZELStream *ZELIODevice::boundStream() const
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     return d->stream;
 }
 
 QList<ZELIODevice *> ZELIODevice::Device_Table()
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&devices().mutex);
+    std::lock_guard<std::mutex> lock(devices().mutex);
     return devices().list;
 }

@@ -4,8 +4,7 @@
 
 #include "zeliodevice.h"
 #include "zellife_p.h"
-
-#include <QMutex>
+#include <mutex>
 
 /// Shared with the bound stream, so that device and stream may die in any order.
 class ZELIODevicePrivate
@@ -19,7 +18,7 @@ public:
     void call(const ZELIODevice::Hook ZELIODevicePrivate::*hook);
 
     ZELLife<ZELIODevice> life;
-    QMutex mutex; ///< guards the rest
+    std::mutex mutex; ///< guards the rest
     ZELIODevice::Hook readyReadHook;
     ZELIODevice::Hook closeHook;
     ZELIODevice::Hook startHook;

@@ -5,7 +5,6 @@
 #include "zeliodevice.h"
 
 #include <QDebug>
-#include <QMutexLocker>
 
 struct ZELLoggingSaver::State
 {
@@ -68,7 +67,7 @@ void ZELLoggingPrivate::emitMessage()
 bool ZELLoggingPrivate::drop()
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     return --ref == 0;
 }
 
@@ -91,7 +90,7 @@ ZELLogging::ZELLogging(const ZELLogging &other)
     , m_separator(other.m_separator)
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     ++d->ref;
 }
 

@@ -4,8 +4,7 @@
 
 #include "zellogging.h"
 #include "zelstream_p.h"
-
-#include <QMutex>
+#include <mutex>
 
 /// One message, shared by the copies of its handle.
 class ZELLoggingPrivate
@@ -26,7 +25,7 @@ public:
     QTextStream ts;
     ZELLogging::Hook hook;
     ZELLife<ZELAbstractStream>::Ref destination; ///< the stream may be gone when the last handle dies
-    QMutex mutex; ///< guards ref
+    std::mutex mutex; ///< guards ref
     int ref = 1;
 };
 

@@ -5,11 +5,10 @@
 #include "zelterminal_p.h"
 
 #include <QElapsedTimer>
-#include <QMutex>
-#include <QMutexLocker>
 #include <atomic>
 #include <errno.h>
 #include <fcntl.h>
+#include <mutex>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
@@ -42,7 +41,7 @@ struct OpenDescriptor
     std::atomic<bool> closed{false};
 
 private:
-    QMutex mutex; // guards wake
+    std::mutex mutex; // guards wake
     int wake = -1;
 };
 
@@ -64,7 +63,7 @@ bool OpenDescriptor::waitReadable()
 {
     {
         ZELCriticalSection section;
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         if (wake < 0)
             wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     }
@@ -93,7 +92,7 @@ bool OpenDescriptor::waitWritable()
 void OpenDescriptor::wakeUp()
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     closed = true;
     const quint64 one = 1;
     if (wake >= 0 && ::write(wake, &one, sizeof one) < 0)
@@ -113,12 +112,12 @@ public:
     std::shared_ptr<OpenDescriptor> open() const
     {
         ZELCriticalSection section;
-        QMutexLocker lock(&mutex);
+        std::lock_guard<std::mutex> lock(mutex);
         return descriptor;
     }
 
     bool raw = true; ///< what Start() is to make of a terminal
-    mutable QMutex mutex; ///< guards the rest
+    mutable std::mutex mutex; ///< guards the rest
     std::shared_ptr<OpenDescriptor> descriptor;
     bool closed = false;
 };
@@ -200,7 +199,7 @@ void ZELStdDevice::Close()
     std::shared_ptr<OpenDescriptor> open;
     {
         ZELCriticalSection section;
-        QMutexLocker lock(&d->mutex);
+        std::lock_guard<std::mutex> lock(d->mutex);
         if (std::exchange(d->closed, true))
             return;
         open.swap(d->descriptor);

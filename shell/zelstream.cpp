@@ -5,7 +5,6 @@
 #include "zeliodevice_p.h"
 
 #include <QDebug>
-#include <QMutexLocker>
 #include <QThread>
 #include <condition_variable>
 #include <deque>
@@ -194,7 +193,7 @@ ZELStream::ZELStream(ZELIODevice *device, bool crossThread)
     bool bound = false;
     if (device) {
         ZELCriticalSection section;
-        QMutexLocker lock(&device->d->mutex);
+        std::lock_guard<std::mutex> lock(device->d->mutex);
         bound = !device->d->stream;
         if (bound)
             device->d->stream = this;
@@ -227,7 +226,7 @@ ZELStream::~ZELStream()
         return;
     d->deviceState->set(&ZELIODevicePrivate::readyReadHook, {});
     ZELCriticalSection section;
-    QMutexLocker lock(&d->deviceState->mutex);
+    std::lock_guard<std::mutex> lock(d->deviceState->mutex);
     d->deviceState->stream = nullptr;
 }
 

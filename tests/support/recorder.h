@@ -5,10 +5,9 @@
 #include "zelshellbase.h"
 #include "zelstream.h"
 
-#include <QMutex>
-#include <QMutexLocker>
 #include <QStringList>
 #include <atomic>
+#include <mutex>
 
 /// A stream that keeps what is written to it, one entry a write, from any thread.
 class Recorder : public ZELAbstractStream
@@ -19,19 +18,19 @@ public:
     void write(QByteArray data) override { write(QString::fromLatin1(data)); }
     void write(QString data) override
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         m_writes << data;
     }
     bool IsOpen() override { return open; }
     QStringList writes() const
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         return m_writes;
     }
     /// The only write since the last call.
     QString take()
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         const QString result = m_writes.size() == 1 ? m_writes.first() : m_writes.join(QLatin1Char('|')) + "?";
         m_writes.clear();
         return result;
@@ -39,7 +38,7 @@ public:
     std::atomic<bool> open{true};
 
 private:
-    mutable QMutex m_mutex;
+    mutable std::mutex m_mutex;
     QStringList m_writes;
 };
 

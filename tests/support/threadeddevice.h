@@ -4,10 +4,9 @@
 
 #include "zeliodevice.h"
 
-#include <QMutex>
-#include <QMutexLocker>
 #include <QThread>
-#include <QVector>
+#include <mutex>
+#include <vector>
 
 /// A device with a thread of its own that notes what is written, and on which thread.
 class ThreadedDevice : public ZELIODevice
@@ -21,9 +20,9 @@ public:
     QByteArray readAll() override { return "input"; }
     void write(QByteArray data) override
     {
-        QMutexLocker lock(&m_mutex);
-        m_writes << data;
-        m_threads << QThread::currentThread();
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_writes.push_back(data);
+        m_threads.push_back(QThread::currentThread());
     }
     void write(QString text) override { write(text.toLatin1()); }
     void Start() override { callStartHook(); }
@@ -33,22 +32,22 @@ public:
     bool writeValid() const override { return true; }
 
     void receive() { callReadyReadHook(); }
-    QVector<QByteArray> writes()
+    std::vector<QByteArray> writes()
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         return m_writes;
     }
-    QVector<QThread *> threads()
+    std::vector<QThread *> threads()
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         return m_threads;
     }
 
 private:
     QThread *const m_thread;
-    QMutex m_mutex;
-    QVector<QByteArray> m_writes;
-    QVector<QThread *> m_threads;
+    std::mutex m_mutex;
+    std::vector<QByteArray> m_writes;
+    std::vector<QThread *> m_threads;
 };
 
 #endif
