@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zeluser.h"
+#include "zelguard_p.h"
 
 #include <QDebug>
 #include <QSqlDriver>
@@ -71,6 +72,7 @@ private:
         m_db.open();
     }
 
+    ZELCriticalSection m_section; ///< a kill must tear neither the lock nor the database engine
     std::lock_guard<std::mutex> m_lock;
     QString m_cloneName;
     QSqlDatabase m_db;
@@ -137,12 +139,14 @@ public:
     template <class T>
     void set(T ZELUserPrivate::*field, const T &value)
     {
+        ZELCriticalSection section;
         std::lock_guard<std::mutex> lock(registry().state);
         this->*field = value;
     }
     template <class T>
     T get(T ZELUserPrivate::*field) const
     {
+        ZELCriticalSection section;
         std::lock_guard<std::mutex> lock(registry().state);
         return this->*field;
     }
@@ -243,6 +247,7 @@ bool ZELUserPrivate::createAccount(const Access &access, bool mayCreate)
 bool ZELUserPrivate::enter(const Access &access, const QUuid &id)
 {
     {
+        ZELCriticalSection section;
         std::lock_guard<std::mutex> lock(registry().state);
         uid = id;
         isLogin = true;
@@ -262,6 +267,7 @@ void ZELUserPrivate::updateLoginInfo(const Access &access)
 
 void ZELUserPrivate::updateList()
 {
+    ZELCriticalSection section;
     std::lock_guard<std::mutex> lock(registry().state);
     QList<ZELUser> &users = registry().users;
     const auto mine = std::find_if(users.begin(), users.end(), [this](const ZELUser &user) { return user.d == this; });
@@ -318,6 +324,7 @@ QDateTime ZELUserPrivate::lastTime(const QString &isLogin, const QString &error)
 template <class Condition>
 ZELUser ZELUserPrivate::find(Condition &&condition)
 {
+    ZELCriticalSection section;
     std::lock_guard<std::mutex> lock(registry().state);
     const QList<ZELUser> &users = registry().users;
     const auto found
@@ -372,12 +379,14 @@ void ZELUser::logout()
 
 void ZELUser::autologin()
 {
+    ZELCriticalSection section;
     std::lock_guard<std::mutex> lock(registry().state);
     ++d->autoLoginCount;
 }
 
 void ZELUser::autologout()
 {
+    ZELCriticalSection section;
     std::unique_lock<std::mutex> lock(registry().state);
     const bool last = --d->autoLoginCount == 0;
     lock.unlock();
@@ -469,6 +478,7 @@ ZELUser ZELUser::loginExisting(const QString &name, const QString &password, QSq
 
 QList<ZELUser> ZELUser::loggedIn()
 {
+    ZELCriticalSection section;
     std::lock_guard<std::mutex> lock(registry().state);
     return registry().users;
 }

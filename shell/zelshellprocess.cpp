@@ -1,0 +1,276 @@
+// SPDX-License-Identifier: MIT
+#include "zelguard_p.h"
+#include "zelshellclient_p.h"
+#include "zelshellprocess_p.h"
+#include "zelthreadpool.h"
+
+#include <QElapsedTimer>
+#include <algorithm>
+
+using Lock = std::lock_guard<std::mutex>;
+
+namespace {
+
+/// Calls a hook in a frame of its own: one that fails must not take the calls behind it along. A kill may lead further
+/// out; then only `abandoned` is still called.
+void callGuarded(const std::function<void(ZELShellProcessHeader)> &hook, const ZELShellProcessHeader &packet,
+    std::function<void()> abandoned = {})
+{
+    ZELFrame frame;
+    frame->abandoned = std::move(abandoned);
+    zelGuard(frame.get(), [&] { hook(packet); });
+}
+
+} // namespace
+
+bool ZELShellProcessPrivate::wait(unsigned long ms)
+{
+    const unsigned before = dismissals;
+    QElapsedTimer timer;
+    timer.start();
+    while (!done && dismissals == before) {
+        const auto elapsed = static_cast<unsigned long>(timer.elapsed());
+        if (elapsed >= ms)
+            return false;
+        // The event may lose a wake-up: short looks first keep that cheap for short commands. A kill waits for the
+        // end of a look, since it must not tear the event's lock.
+        const unsigned long look = std::min({ms - elapsed, std::max(elapsed, 1ul), 100ul});
+        ZELCriticalSection section;
+        doneEvent.waitOne(static_cast<int>(look));
+    }
+    return true;
+}
+
+void ZELShellProcessPrivate::dismissWaiters()
+{
+    ++dismissals;
+    doneEvent.set();
+}
+
+void ZELShellProcessPrivate::finish(const HookCall &call)
+{
+    ZELCriticalSection section;
+    {
+        Lock lock(mutex);
+        if (!call.packet.isComplete() || call.dismissals != dismissals)
+            return;
+        done = true;
+    }
+    doneEvent.set();
+}
+
+bool ZELShellProcessPrivate::doWork()
+{
+    HookCall call;
+    bool asynchronous = false;
+    {
+        ZELCriticalSection section;
+        Lock lock(mutex);
+        if (headers.isEmpty())
+            return false;
+        call = {finished ? nullptr : hook, headers.takeLast(), dismissals};
+        headers.clear();
+        textOutput += call.packet.getRequestBody();
+        asynchronous = asynchronousHook && hook;
+        if (call.packet.isComplete()) {
+            completing = call.packet;
+            finished = finished || !asynchronous;
+        }
+    }
+    if (call.hook && asynchronous)
+        enqueue(call);
+    else if (call.hook)
+        ZELThreadPool::Pool()->Invoke([call] { callGuarded(call.hook, call.packet); });
+    if (!asynchronous)
+        finish(call);
+    return call.packet.isComplete();
+}
+
+void ZELShellProcessPrivate::enqueue(const HookCall &call)
+{
+    {
+        ZELCriticalSection section;
+        Lock lock(mutex);
+        m_calls.append(call);
+        if (m_running)
+            return;
+        m_running = true;
+    }
+    startHooks();
+}
+
+void ZELShellProcessPrivate::startHooks()
+{
+    ZELThreadPool::Pool()->BeginInvoke([self = shared_from_this()] { self->runHooks(); });
+}
+
+bool ZELShellProcessPrivate::nextCall(HookCall &call)
+{
+    ZELCriticalSection section;
+    Lock lock(mutex);
+    m_running = !m_calls.isEmpty();
+    if (m_running)
+        call = m_calls.takeFirst();
+    return m_running;
+}
+
+// One task at a time, so that the packets of a record reach its hook in their order.
+void ZELShellProcessPrivate::runHooks()
+{
+    HookCall call;
+    while (nextCall(call)) {
+        callGuarded(call.hook, call.packet, [self = shared_from_this(), call] {
+            self->finish(call);
+            self->startHooks();
+        });
+        finish(call);
+    }
+}
+
+void ZELShellProcessPrivate::release()
+{
+    ZELShellProcessHeader packet;
+    packet.headers.insert(QStringLiteral("State"), QByteArrayLiteral("UNKNOW")); // peers know it by this spelling
+    append(packet);
+    doWork();
+}
+
+void ZELShellProcessPrivate::append(const ZELShellProcessHeader &packet)
+{
+    ZELCriticalSection section;
+    Lock lock(mutex);
+    headers.append(packet);
+}
+
+void ZELShellProcessPrivate::clear()
+{
+    ZELCriticalSection section;
+    {
+        Lock lock(mutex);
+        ++dismissals;
+        done = false;
+        finished = false;
+        sentOut = false;
+        headers.clear();
+        completing = {};
+        hook = nullptr;
+    }
+    doneEvent.set();
+}
+
+ZELShellProcess::ZELShellProcess()
+    : d(std::make_shared<ZELShellProcessPrivate>())
+{
+}
+
+ZELShellProcess::~ZELShellProcess()
+{
+    d->dismissWaiters();
+    if (const auto client = d->client.lock())
+        client->forget(d.get());
+}
+
+bool ZELShellProcess::send()
+{
+    {
+        ZELCriticalSection section;
+        Lock lock(d->mutex);
+        if (d->sentOut)
+            return false;
+        d->sentOut = true;
+    }
+    const auto client = d->client.lock();
+    const bool sent = client && client->send(d);
+    // A record without a client has nobody to answer it, but also nothing that went wrong.
+    if (!sent && !d->commandLine.isEmpty())
+        d->release();
+    return true;
+}
+
+bool ZELShellProcess::setProcess(std::function<void(ZELShellProcessHeader)> hook, bool asynchronous)
+{
+    ZELCriticalSection section;
+    Lock lock(d->mutex);
+    if (d->sentOut)
+        return false;
+    d->hook = std::move(hook);
+    d->asynchronousHook = asynchronous;
+    return true;
+}
+
+// The calls that wait keep the shared part alive: the record may be destroyed meanwhile.
+bool ZELShellProcess::wait(unsigned long ms)
+{
+    const auto keep = d;
+    return keep->wait(ms);
+}
+
+QString ZELShellProcess::getTextOutput(unsigned long ms)
+{
+    const auto keep = d;
+    keep->wait(ms);
+    ZELCriticalSection section;
+    Lock lock(keep->mutex);
+    return keep->textOutput;
+}
+
+QString ZELShellProcess::getReturnValue(unsigned long ms)
+{
+    const auto keep = d;
+    keep->wait(ms);
+    ZELCriticalSection section;
+    Lock lock(keep->mutex);
+    return keep->completing.getReturn();
+}
+
+ZELShellProcessHeader ZELShellProcess::lastPacket() const
+{
+    ZELCriticalSection section;
+    Lock lock(d->mutex);
+    return d->completing;
+}
+
+QString ZELShellProcess::getCommand() const
+{
+    return d->commandLine;
+}
+
+QString ZELShellProcess::key() const
+{
+    return d->key;
+}
+
+bool ZELShellProcess::isSendOut() const
+{
+    ZELCriticalSection section;
+    Lock lock(d->mutex);
+    return d->sentOut;
+}
+
+bool ZELShellProcess::isBackground() const
+{
+    return d->background;
+}
+
+void ZELShellProcess::append(const ZELShellProcessHeader &packet)
+{
+    d->append(packet);
+}
+
+bool ZELShellProcess::doWork()
+{
+    const auto keep = d;
+    return keep->doWork();
+}
+
+void ZELShellProcess::release()
+{
+    if (const auto client = d->client.lock())
+        client->forget(d.get());
+    d->release();
+}
+
+void ZELShellProcess::clear()
+{
+    d->clear();
+}
