@@ -5,6 +5,7 @@
 #include "zelthread_p.h"
 #include "zeltsan_p.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QEventLoop>
 #include <QMetaType>
@@ -136,6 +137,9 @@ void ZELThread::guardedBody()
         qDebug() << "ERROR:in ZELThread::run" << e->file() << e->what() << e->where()
                  << "[ZELThread id = " << ThreadId() << "]"
                  << "Label:" << label;
+        // An object whose slot was abandoned points into the abandoned stack, and its destructor writes there: what
+        // the loop was still to delete is left behind.
+        QCoreApplication::removePostedEvents(nullptr, QEvent::DeferredDelete);
     }
     m_busy = false;
     Q_EMIT completed();
