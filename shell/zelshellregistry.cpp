@@ -208,6 +208,15 @@ QString ZELShellServer::description(const QString &path, const QString &name)
     return command ? command->description() : QString();
 }
 
+bool ZELShellServer::setCommandTimeout(const QString &path, const QString &name, int ms)
+{
+    const ZELShellCommandPin pin = locate(*d->state, path, name);
+    ZELShellCommand *command = pin.command();
+    if (command)
+        command->setTimeLimit(ms);
+    return command;
+}
+
 QVector<ZELShellCommandInfo> ZELShellServer::commands()
 {
     QVector<ZELShellCommandInfo> list;

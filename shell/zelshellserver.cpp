@@ -1,19 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zelshellserver_p.h"
 
-#include "zelguard_p.h"
+#include "zelshellcommand_p.h"
 
 namespace {
-
-struct Locked
-{
-    explicit Locked(std::mutex &mutex)
-        : lock(mutex)
-    {
-    }
-    ZELCriticalSection section;
-    std::lock_guard<std::mutex> lock;
-};
 
 std::mutex currentMutex;
 std::weak_ptr<ZELShellServerState> currentState;
@@ -32,26 +22,26 @@ ZELShellServerState::~ZELShellServerState() = default;
 
 std::shared_ptr<ZELShellServerState> ZELShellServerState::current()
 {
-    Locked locked(currentMutex);
+    const ZELServerLock locked(currentMutex);
     auto state = currentState.lock();
     return state ? state : std::make_shared<ZELShellServerState>();
 }
 
 void ZELShellServerState::setCurrent(const std::shared_ptr<ZELShellServerState> &state)
 {
-    Locked locked(currentMutex);
+    const ZELServerLock locked(currentMutex);
     currentState = state;
 }
 
 ZELShellSettings ZELShellServerState::settings() const
 {
-    Locked locked(m_mutex);
+    const ZELServerLock locked(m_mutex);
     return m_settings;
 }
 
 void ZELShellServerState::change(const std::function<void(ZELShellSettings &)> &change)
 {
-    Locked locked(m_mutex);
+    const ZELServerLock locked(m_mutex);
     change(m_settings);
 }
 
@@ -70,18 +60,23 @@ ZELShellServer::~ZELShellServer()
         seft = nullptr;
         ZELShellServerState::setCurrent({});
     }
-    d->state->change([](ZELShellSettings &settings) { settings = ZELShellSettings(); });
+    d->state->change([](ZELShellSettings &settings) {
+        settings.help = nullptr;
+        settings.weakup = nullptr;
+        if (settings.permission) // shells that go on are not let through closed doors
+            settings.permission = [](const ZELArguments &) { return false; };
+    });
 }
 
 void ZELShellServer::setShellCachePath(const QString &path)
 {
-    Locked locked(d->mutex);
+    const ZELServerLock locked(d->mutex);
     d->cachePath = path;
 }
 
 QString ZELShellServer::shellCachePath() const
 {
-    Locked locked(d->mutex);
+    const ZELServerLock locked(d->mutex);
     return d->cachePath;
 }
 
@@ -97,18 +92,70 @@ void ZELShellServer::setWeakupFunction(std::function<void(ZELArguments)> functio
 
 void ZELShellServer::setDatabase(QSqlDatabase database)
 {
-    Locked locked(d->mutex);
+    const ZELServerLock locked(d->mutex);
     d->database = database;
 }
 
 void ZELShellServer::setMaxPendingConnections(int count)
 {
-    Locked locked(d->mutex);
+    const ZELServerLock locked(d->mutex);
     d->maxPendingConnections = count;
 }
 
 int ZELShellServer::maxPendingConnections() const
 {
-    Locked locked(d->mutex);
+    const ZELServerLock locked(d->mutex);
     return d->maxPendingConnections;
+}
+
+void ZELShellServer::setCommandTimeout(int ms)
+{
+    ZELShellCommandPrivate::defaultTimeLimit = qMax(0, ms);
+}
+
+void ZELShellServer::setInterruptible(bool on)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.interruptible = on; });
+}
+
+void ZELShellServer::setLineLimit(int bytes)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.lineLimit = qMax(0, bytes); });
+}
+
+void ZELShellServer::setListenAddress(const QHostAddress &address)
+{
+    const ZELServerLock locked(d->mutex);
+    d->listenAddress = address;
+}
+
+QHostAddress ZELShellServer::listenAddress() const
+{
+    const ZELServerLock locked(d->mutex);
+    return d->listenAddress;
+}
+
+void ZELShellServer::setLoginRequired(bool on)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.loginRequired = on; });
+}
+
+void ZELShellServer::setPermissionFunction(std::function<bool(const ZELArguments &)> function)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.permission.swap(function); });
+}
+
+void ZELShellServer::setRemoteSystemCommands(bool on)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.remoteSys = on; });
+}
+
+void ZELShellServer::setKeyLogin(bool on)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.keyLogin = on; });
+}
+
+void ZELShellServer::setIdleLimit(int ms)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.idleLimit = qMax(0, ms); });
 }

@@ -20,6 +20,7 @@
 class ZELShell;
 class ZELShellCollectionPrivate;
 class ZELShellServerPrivate;
+class ZELStream;
 
 /**
  * The list of live shells.
@@ -125,39 +126,76 @@ public:
 
     /// Starts the shell on the process's terminal. When it ends, the process ends.
     void startServer();
-    /// Listens for remote shells on `port` of all interfaces, or of the address of setListenAddress().
-    /// The result is not reported; see isListening().
+    /// Listens for remote shells on `port`, 0 for one that the system chooses. The result is not reported; see
+    /// isListening().
     void startTcpServer(quint16 port);
-    /// Whether the TCP server listens, and on which port (0: on none); port 0 lets the system choose.
     bool isListening() const;
+    /// The port listened on; 0 for none.
     quint16 serverPort() const;
-    /// Connects to a waiting client and serves a shell there. False when that fails within 30 seconds.
+    /// Connects to a waiting client and serves a shell there. False when that fails, at the latest after 30 seconds. A
+    /// connection made before is closed.
     bool connectToTcp(QString host, quint16 port);
-    /// Stops listening, closes the outgoing connection and stops the terminal shell; remote shells go on.
+    /// Stops listening, closes the outgoing connection and stops the terminal shell; accepted connections go on. Called
+    /// from another thread it takes effect at the next turn of the server's event loop.
     void closeServer();
     /// Number of live shells, the terminal shell included.
     int ClientNumber();
 
-    // Settings; those of shells count for shells made afterwards unless said otherwise.
+    // Settings. Unless said otherwise they count at once for all shells, and are off or empty at first.
 
     /// Kept for the host; ".cache" at first.
     void setShellCachePath(const QString &path);
     QString shellCachePath() const;
-    /// Answers "-h" and "--help" on any command, at once for all shells.
+    /// Answers "-h" and "--help" on any command.
     void setHelpFunction(std::function<void(ZELArguments)> function);
-    /// Answers "--weakup" on any command, at once for all shells. The spelling is part of the interface.
+    /// Answers "--weakup" on any command. The spelling is part of the interface.
     void setWeakupFunction(std::function<void(ZELArguments)> function);
-    /// The user accounts of remote shells.
+    /// The user accounts of remote shells; for shells made afterwards.
     void setDatabase(QSqlDatabase database);
-    /// Kept for the host.
+    /// The limit of remote shells, one more of which fit; for the next startTcpServer(). 10000 when never set.
     void setMaxPendingConnections(int count);
     int maxPendingConnections() const;
+
+    /**
+     * Ends every command that runs longer, with "Application Timerout,Max time is MS" as its error; 0 is no limit.
+     * Counts for the whole process.
+     */
+    void setCommandTimeout(int ms);
+    /// The same for one command, found as FindCommand() does: 0 no limit, -1 that of all. False when there is none.
+    bool setCommandTimeout(const QString &path, const QString &name, int ms);
+    /// Lets Ctrl-C (byte 3) abandon the foreground command of a terminal session; for shells made afterwards.
+    void setInterruptible(bool on);
+    /// The longest line a remote session takes, in bytes; 0 is no limit. For shells made afterwards.
+    void setLineLimit(int bytes);
+    /// Adds the system commands "jobs" and "kill NUMBER", which list and end the background jobs of the session that
+    /// runs them. False when one of the names is taken.
+    bool registerJobCommands();
+
+    // Closing the doors. Without these, everybody who reaches the port can do everything.
+
+    /// The interface that startTcpServer() listens on; all of them at first.
+    void setListenAddress(const QHostAddress &address);
+    QHostAddress listenAddress() const;
+    /// A remote session that has not logged in is told so and closed, and unknown names are not made accounts.
+    void setLoginRequired(bool on);
+    /// Asked before every command and built-in of a remote session; false is answered with the state
+    /// "EXECUTE_PERMISSION_ERROR". The record tells the command, the session and the user's id. It is called on the
+    /// session's threads, by several sessions at once.
+    void setPermissionFunction(std::function<bool(const ZELArguments &)> function);
+    /// Whether remote sessions may use "sys", the system's shell; they may at first.
+    void setRemoteSystemCommands(bool on);
+    /// Whether "--key" alone, the id of a session that somebody saw, logs in; it does at first.
+    void setKeyLogin(bool on);
+    /// Ends a remote session whose peer sends nothing for that long while no statement runs; 0 never. For shells made
+    /// afterwards.
+    void setIdleLimit(int ms);
 
 Q_SIGNALS:
     /// A remote shell was made and is about to start.
     void shellConnected(QPointer<ZELShellBase> shell);
 
 private:
+    void serve(const QPointer<ZELStream> &stream);
     std::unique_ptr<ZELShellServerPrivate> d;
 };
 

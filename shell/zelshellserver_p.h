@@ -2,17 +2,30 @@
 #ifndef ZELSHELLSERVER_P_H
 #define ZELSHELLSERVER_P_H
 
+#include "zelguard_p.h"
+#include "zellife_p.h"
 #include "zelshellserver.h"
 
 #include <functional>
 #include <memory>
 #include <mutex>
 
+class ZELAbstractStream;
+class ZELTcpServer;
+class ZELTcpSocket;
+
 /// What hosts can set for all shells. A plain value; shells take a copy where they need one.
 struct ZELShellSettings
 {
     std::function<void(ZELArguments)> help; ///< empty: commands get "-h" and "--help" themselves
     std::function<void(ZELArguments)> weakup;
+    std::function<bool(const ZELArguments &)> permission; ///< remote sessions; empty: everything is allowed
+    bool loginRequired = false; ///< remote sessions that have not logged in end, names make no accounts
+    bool keyLogin = true; ///< "--key" alone logs in
+    bool remoteSys = true; ///< "sys" in remote sessions
+    bool interruptible = false; ///< these three are given to a shell when the server makes it
+    int lineLimit = 0;
+    int idleLimit = 0;
 };
 
 /**
@@ -54,13 +67,29 @@ private:
     ZELShellSettings m_settings;
 };
 
+/// A lock that a kill waits for.
+class ZELServerLock
+{
+public:
+    explicit ZELServerLock(std::mutex &mutex)
+        : m_lock(mutex)
+    {
+    }
+
+private:
+    ZELCriticalSection m_section;
+    std::lock_guard<std::mutex> m_lock;
+};
+
 class ZELShellServerPrivate
 {
 public:
     const std::shared_ptr<ZELShellServerState> state = std::make_shared<ZELShellServerState>();
+
     mutable std::mutex mutex; ///< guards the fields below
     QString cachePath = QStringLiteral(".cache");
     QSqlDatabase database;
+    QHostAddress listenAddress = QHostAddress::Any;
     int maxPendingConnections = 0;
 };
 

@@ -176,6 +176,9 @@ void tst_Registry::execute()
     bare->setCommandType(Node::Execute);
     QVERIFY(!server.execute(nullptr, "a/b", "bare", "bare").isValid());
     QCOMPARE(board.calls.load(), 1);
+    QVERIFY(server.setCommandTimeout("a/b", "ping", 50));
+    QCOMPARE(server.FindCommand("a/b", "ping")->Command()->timeLimit(), 50);
+    QVERIFY(!server.setCommandTimeout("a", "b", 50));
 }
 
 void tst_Registry::descriptions()
@@ -263,20 +266,22 @@ void tst_Registry::stateOutlivesServer()
 {
     QVERIFY(ZELShellServerState::current() != ZELShellServerState::current());
     auto first = std::make_unique<ZELShellServer>();
-    ZELShellServer second;
-    QCOMPARE(ZELShellServer::seft, &second);
-    second.setHelpFunction([](ZELArguments) {});
+    auto second = std::make_unique<ZELShellServer>();
+    QCOMPARE(ZELShellServer::seft, second.get());
+    second->setHelpFunction([](ZELArguments) {});
+    second->setPermissionFunction([](const ZELArguments &) { return true; });
     const auto state = ZELShellServerState::current();
     first.reset(); // an older server takes nothing from the latest one
-    QCOMPARE(ZELShellServer::seft, &second);
+    QCOMPARE(ZELShellServer::seft, second.get());
     QCOMPARE(ZELShellServerState::current(), state);
     QVERIFY(state->helpFunction());
-    {
-        ZELShellServer third;
-        QVERIFY(ZELShellServerState::current() != state);
-    }
+    QVERIFY(state->settings().permission(ZELArguments()));
+    second.reset();
     QVERIFY(!ZELShellServer::seft);
+    QVERIFY(ZELShellServerState::current() != state);
     QCOMPARE(state->mainRoot()->getPath(), QString("/Main"));
+    QVERIFY(!state->helpFunction());
+    QVERIFY(!state->settings().permission(ZELArguments())); // the doors stay closed for shells that go on
 }
 
 void tst_Registry::threadsRegisterAndRead()
