@@ -4,10 +4,10 @@
 
 #include <QDebug>
 #include <QHash>
-#include <QMutex>
 #include <QThread>
 #include <cxxabi.h>
 #include <exception>
+#include <mutex>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -25,7 +25,7 @@ namespace {
 /// Threads by id, for kills from others. The thread's own handlers never look here.
 struct Shard
 {
-    QMutex mutex;
+    std::mutex mutex;
     QHash<void *, ZELThreadFaults *> threads;
 };
 
@@ -40,7 +40,7 @@ void setRegistered(bool registered)
     ZELCriticalSection section;
     void *id = QThread::currentThreadId();
     Shard &shard = shardOf(id);
-    QMutexLocker lock(&shard.mutex);
+    std::lock_guard<std::mutex> lock(shard.mutex);
     if (registered)
         shard.threads.insert(id, &zelThreadFaults);
     else
@@ -53,9 +53,10 @@ void setHasFrames(bool has)
 {
     ZELThreadFaults &self = zelThreadFaults;
     Shard &shard = shardOf(QThread::currentThreadId());
-    QMutexLocker lock(&shard.mutex);
-    self.hasFrames = has;
-    lock.unlock();
+    {
+        std::lock_guard<std::mutex> lock(shard.mutex);
+        self.hasFrames = has;
+    }
     if (!has && self.kill.load()) {
         syscall(SYS_gettid); // a signal that was sent under the lock arrives here, inside the critical section
         self.kill = 0;
@@ -370,7 +371,7 @@ int Except_frame::Kill(void *threadId)
 {
     ZELCriticalSection section;
     Shard &shard = shardOf(threadId);
-    QMutexLocker lock(&shard.mutex);
+    std::lock_guard<std::mutex> lock(shard.mutex);
     ZELThreadFaults *thread = shard.threads.value(threadId);
     if (!thread || !thread->hasFrames)
         return ESRCH;

@@ -7,9 +7,9 @@
 
 #include <QCoreApplication>
 #include <QDebug>
+#include <QEvent>
 #include <QEventLoop>
 #include <QMetaType>
-#include <QMutexLocker>
 
 ZELThreadInfo::~ZELThreadInfo() = default;
 
@@ -20,6 +20,7 @@ ZELThread::ZELThread(QObject *parent)
 {
     qRegisterMetaType<std::function<void()>>("std::function<void ()>");
     setEventDispatcher(new ZELEventDispatcher); // Qt's own would take descriptors, and GLib's bears no jump
+    ZEL_TSAN_RELEASE(this);
 }
 
 ZELThread::~ZELThread()
@@ -60,24 +61,26 @@ bool ZELThread::isAutoDelete()
 void ZELThread::setCallback(const std::function<void(ZELThreadInfo *)> &callback)
 {
     m_callback = callback;
+    ZEL_TSAN_RELEASE(this);
 }
 
 void ZELThread::setThreadData(QVariant &data)
 {
     m_threadData = data;
+    ZEL_TSAN_RELEASE(this);
 }
 
 void ZELThread::setLabel(QString label)
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     m_label = label;
 }
 
 QString ZELThread::getLabel()
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     return m_label;
 }
 
@@ -112,6 +115,7 @@ void ZELThread::run()
 {
     alignas(64) char signalStack[ZELThreadFaultScope::StackSize];
     ZELThreadFaultScope scope(signalStack, sizeof signalStack);
+    ZEL_TSAN_ACQUIRE(this);
     pthread_detach(pthread_self());
     m_threadId = QThread::currentThreadId();
     begin();
@@ -123,7 +127,7 @@ void ZELThread::run()
 void ZELThread::begin()
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     d->ended = false;
 }
 
@@ -141,6 +145,9 @@ void ZELThread::guardedBody()
         // the loop was still to delete is left behind.
         QCoreApplication::removePostedEvents(nullptr, QEvent::DeferredDelete);
     }
+    // A slot that a fault cut short may not be deleted any more: Qt would follow its sender into the lost stack.
+    if (std::exchange(d->inLoop, false))
+        QCoreApplication::removePostedEvents(nullptr, QEvent::DeferredDelete);
     m_busy = false;
     Q_EMIT completed();
     Q_EMIT sigCompleted(label);
@@ -167,7 +174,9 @@ int ZELThread::exec()
     if (scope.killed())
         return -1;
     auto *loop = new QEventLoop;
+    d->inLoop = true;
     const int code = loop->exec();
+    d->inLoop = false;
     delete loop;
     if (code != -1)
         QThread::exit(code);
@@ -185,7 +194,7 @@ void ZELThread::runTask(const std::function<void()> &task)
     if (!d->failure)
         d->failure = frame.take();
     {
-        QMutexLocker lock(&d->mutex);
+        std::lock_guard<std::mutex> lock(d->mutex);
         d->ended = true;
     }
     quit(); // what failed in a task ends the loop; the thread reports it then
@@ -195,7 +204,7 @@ std::shared_ptr<ZELCall> ZELThread::post(const std::function<void()> &task)
 {
     ZELCriticalSection section;
     auto call = std::make_shared<ZELCall>();
-    QMutexLocker lock(&d->mutex); // dropPosted() comes either before all of this or after it
+    std::lock_guard<std::mutex> lock(d->mutex); // dropPosted() comes either before all of this or after it
     if (d->ended) {
         call->finish();
         return call;
@@ -208,10 +217,16 @@ std::shared_ptr<ZELCall> ZELThread::post(const std::function<void()> &task)
     return call;
 }
 
+/// The post that sent the event being delivered has ended; its lock hands over what Qt's queue carried.
+void ZELThread::awaitPost()
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+}
+
 void ZELThread::taskDone(ZELSync *sync)
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::unique_lock<std::mutex> lock(d->mutex);
     const std::shared_ptr<ZELCall> call = d->posted.take(sync);
     lock.unlock();
     if (call)
@@ -222,7 +237,7 @@ void ZELThread::taskDone(ZELSync *sync)
 void ZELThread::dropPosted()
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::unique_lock<std::mutex> lock(d->mutex);
     d->ended = true;
     const auto posted = std::exchange(d->posted, {});
     lock.unlock();
@@ -236,7 +251,7 @@ void ZELThread::dropPosted()
 /// Whether a task posted now would run on an idle loop.
 bool ZELThread::takesTasks()
 {
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     return !m_callback && !m_busy && !d->ended;
 }
 
@@ -268,9 +283,16 @@ void ZELSync::setAutoDelete()
     m_autoDelete = true;
 }
 
-void ZELSync::doSync(std::function<void()> task)
+bool ZELSync::event(QEvent *event)
 {
     ZEL_TSAN_ACQUIRE(this);
+    if (m_thread && event->type() == QEvent::MetaCall)
+        m_thread->awaitPost();
+    return QObject::event(event);
+}
+
+void ZELSync::doSync(std::function<void()> task)
+{
     if (task && m_thread)
         m_thread->runTask(task);
     else if (task)

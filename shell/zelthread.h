@@ -89,6 +89,7 @@ private:
     void runTask(const std::function<void()> &task);
     std::shared_ptr<ZELCall> post(const std::function<void()> &task);
     void taskDone(ZELSync *sync);
+    void awaitPost();
     void dropPosted();
     bool takesTasks();
 
@@ -111,6 +112,7 @@ public:
     ~ZELSync() override;
     /// deleteLater() after the next doSync().
     void setAutoDelete();
+    bool event(QEvent *event) override;
 
 public Q_SLOTS:
     void doSync(std::function<void()> task);

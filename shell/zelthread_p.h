@@ -6,7 +6,6 @@
 #include "zelguard_p.h"
 
 #include <QHash>
-#include <QMutex>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -47,10 +46,11 @@ private:
 class ZELThreadPrivate
 {
 public:
-    QMutex mutex; ///< guards label, posted, ended
+    std::mutex mutex; ///< guards label, posted, ended
     QHash<ZELSync *, std::shared_ptr<ZELCall>> posted; ///< tasks on their way
     bool ended = false;
     Exception *failure = nullptr; ///< of a task, until the body reports it; touched by the thread alone
+    bool inLoop = false; ///< still set after a fault has jumped out of the event loop
 };
 
 #endif

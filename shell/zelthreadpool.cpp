@@ -4,7 +4,6 @@
 #include "zelthread_p.h"
 
 #include <QCoreApplication>
-#include <QMutexLocker>
 
 // The lock guards the list and the hash. Tasks are posted under it, so that the chosen thread cannot be swept in
 // between; nothing waits under it.
@@ -30,21 +29,21 @@ ZELThreadPool::~ZELThreadPool()
 int ZELThreadPool::NumberOfThread()
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&m_lock);
+    std::lock_guard<std::mutex> lock(m_lock);
     return m_threads.size();
 }
 
 ZELThread *ZELThreadPool::StartNewThread()
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&m_lock);
+    std::lock_guard<std::mutex> lock(m_lock);
     return append(new ZELThread);
 }
 
 ZELThread *ZELThreadPool::run(std::function<void(ZELThreadInfo *)> callback, QVariant data)
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&m_lock);
+    std::lock_guard<std::mutex> lock(m_lock);
     sweep();
     auto *thread = new ZELThread;
     thread->setCallback(callback);
@@ -69,7 +68,7 @@ ZELThread *ZELThreadPool::Invoke(std::function<void()> task)
 std::shared_ptr<ZELCall> ZELThreadPool::postToChosen(const std::function<void()> &task, ZELThread **thread)
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&m_lock);
+    std::lock_guard<std::mutex> lock(m_lock);
     *thread = chooseThread();
     return (*thread)->post(task);
 }
@@ -77,7 +76,7 @@ std::shared_ptr<ZELCall> ZELThreadPool::postToChosen(const std::function<void()>
 int ZELThreadPool::Clear(bool all)
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&m_lock);
+    std::lock_guard<std::mutex> lock(m_lock);
     int removed = 0;
     for (int i = m_threads.size() - 1; i >= 0; --i) {
         ZELThread *thread = m_threads.at(i);
@@ -96,7 +95,7 @@ int ZELThreadPool::Clear(bool all)
 QMutex *ZELThreadPool::getMutex(QString name)
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&m_lock);
+    std::lock_guard<std::mutex> lock(m_lock);
     QMutex *&mutex = m_mutexes[name];
     if (!mutex)
         mutex = new QMutex;
@@ -120,7 +119,7 @@ static QString threadLine(ZELThread *thread)
 QString ZELThreadPool::ToString()
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&m_lock);
+    std::lock_guard<std::mutex> lock(m_lock);
     QString text = QStringLiteral("ZELThread Number:%1\n").arg(m_threads.size());
     for (ZELThread *thread : qAsConst(m_threads))
         text += threadLine(thread);

@@ -8,6 +8,7 @@
 #include <QList>
 #include <QMutex>
 #include <QString>
+#include <mutex>
 
 /**
  * The process-wide pool: starts a thread for every run(), keeps threads with event loops for posted tasks, sweeps
@@ -54,7 +55,7 @@ private:
 
     QList<ZELThread *> m_threads;
     QHash<QString, QMutex *> m_mutexes;
-    QMutex m_lock;
+    std::mutex m_lock;
 };
 
 #endif

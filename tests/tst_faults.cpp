@@ -2,6 +2,7 @@
 // Real faults by the thousand on one worker thread; a program of its own, since it lives on faults.
 #include "zelguard_p.h"
 #include "zelthread.h"
+#include "zeltsan_p.h"
 
 #include <QFile>
 #include <QtTest>
@@ -114,6 +115,7 @@ void tst_Faults::inARow()
     });
     thread.start();
     const bool ended = thread.wait(100000);
+    ZEL_TSAN_ACQUIRE(&thread);
     qInstallMessageHandler(previous);
     QVERIFY(ended);
     QCOMPARE(right, count);

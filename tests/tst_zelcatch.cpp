@@ -191,8 +191,10 @@ void tst_ZELCatch::nestedFramesCatchTheirOwn()
     ZELFrame outer;
     int innerState = 0;
     zelGuard(outer.get(), [&] {
-        ZELFrame inner;
-        innerState = zelGuard(inner.get(), [] { raise(SIGFPE); });
+        {
+            ZELFrame inner;
+            innerState = zelGuard(inner.get(), [] { raise(SIGFPE); });
+        }
         zel_assert_x("outer", "x", "f", 1);
     });
     QCOMPARE(innerState, SIGFPE);

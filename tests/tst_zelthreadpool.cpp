@@ -1,11 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "zelcatch.h"
 #include "zelthreadpool.h"
+#include "zeltsan_p.h"
 
 #include <QSemaphore>
 #include <QtTest>
 #include <atomic>
 #include <thread>
+
+/// Waits for the thread; what it wrote may be read then.
+static bool hasEnded(ZELThread *thread)
+{
+    const bool ended = thread->wait(10000);
+    ZEL_TSAN_ACQUIRE(thread);
+    return ended;
+}
 
 class tst_ZELThreadPool : public QObject
 {
@@ -125,7 +134,7 @@ void tst_ZELThreadPool::report()
     thread->Invoke([&] { during = pool->ToString(); });
     QCOMPARE(during, line("is do work"));
     thread->quit();
-    QVERIFY(thread->wait(10000));
+    QVERIFY(hasEnded(thread));
     QVERIFY(pool->ToString().endsWith(QStringLiteral(" state='is stoped'\n")));
     QVERIFY(pool->ToString().contains(QStringLiteral("\tZELThread id=")));
 }

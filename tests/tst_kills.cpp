@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+// Kills and faults whose jumps leave memory behind by design, so that nothing is asked about leaks here.
+#include "zelcatch.h"
+#include "zelthread.h"
+#include "zeltsan_p.h"
+
+#include <QSemaphore>
+#include <QTimer>
+#include <QtTest>
+
+extern "C" int __lsan_is_turned_off()
+{
+    return 1;
+}
+
+/// Waits for the thread; what it wrote may be read then.
+static bool hasEnded(ZELThread *thread)
+{
+    const bool ended = thread->wait(10000);
+    ZEL_TSAN_ACQUIRE(thread);
+    return ended;
+}
+
+class tst_Kills : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { zelSetCrashDump(false); }
+    void killedCaller();
+    void faultInSlotOfLoop();
+};
+
+static void expectKillLine()
+{
+    QTest::ignoreMessage(QtDebugMsg,
+        QRegularExpression(
+            QStringLiteral("^ERROR:in ZELThread::run \"\" \"Thread or Process is forced exit!\" \"\" .*")));
+}
+
+void tst_Kills::killedCaller()
+{
+    expectKillLine();
+    ZELThread target, caller;
+    QSemaphore calling, release;
+    target.start();
+    caller.setCallback([&](ZELThreadInfo *) {
+        target.Invoke([&] {
+            calling.release();
+            release.acquire();
+        });
+    });
+    caller.start();
+    calling.acquire();
+    QCOMPARE(caller.Kill(), 0);
+    QVERIFY(hasEnded(&caller));
+    release.release();
+    bool alive = false;
+    target.Invoke([&] { alive = true; });
+    QVERIFY(alive);
+}
+
+void tst_Kills::faultInSlotOfLoop()
+{
+    QTest::ignoreMessage(QtDebugMsg,
+        QRegularExpression(
+            QStringLiteral("^ERROR:in ZELThread::run \"\" \"Segmentation fault \\(core dumped\\)\" .*")));
+    ZELThread thread;
+    thread.start();
+    thread.Invoke([] { QTimer::singleShot(0, [] { raise(SIGSEGV); }); }); // not in a task's frame
+    QVERIFY(hasEnded(&thread));
+    thread.quit();
+    thread.exit(3);
+}
+
+QTEST_GUILESS_MAIN(tst_Kills)
+#include "tst_kills.moc"
