@@ -4,7 +4,6 @@
 #include "zelguard_p.h"
 
 #include <QChar>
-#include <QMutexLocker>
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -14,12 +13,12 @@ namespace {
 /// Locks the history where a kill has to wait: jobs add to it on threads that may be abandoned.
 struct Lock
 {
-    explicit Lock(QMutex *mutex)
-        : locker(mutex)
+    explicit Lock(std::mutex &mutex)
+        : guard(mutex)
     {
     }
     ZELCriticalSection section;
-    QMutexLocker locker;
+    std::lock_guard<std::mutex> guard;
 };
 
 constexpr char leftShift[] = "\033[D";
@@ -96,7 +95,7 @@ bool isFinal(char byte)
 
 void ZELHistory::add(const QString &line)
 {
-    Lock lock(&m_mutex);
+    Lock lock(m_mutex);
     const int earlier = m_entries.lastIndexOf(line);
     if (earlier >= 0)
         m_entries.removeAt(earlier);
@@ -106,19 +105,19 @@ void ZELHistory::add(const QString &line)
 
 QStringList ZELHistory::entries() const
 {
-    Lock lock(&m_mutex);
+    Lock lock(m_mutex);
     return m_entries;
 }
 
 int ZELHistory::limit() const
 {
-    Lock lock(&m_mutex);
+    Lock lock(m_mutex);
     return m_limit;
 }
 
 void ZELHistory::setLimit(int entries)
 {
-    Lock lock(&m_mutex);
+    Lock lock(m_mutex);
     m_limit = std::max(0, entries);
     trim();
 }
@@ -132,7 +131,7 @@ void ZELHistory::trim()
 
 bool ZELHistory::stepBack(const QString &current, QString *line)
 {
-    Lock lock(&m_mutex);
+    Lock lock(m_mutex);
     if (m_index == 0)
         return false;
     if (m_index == m_entries.size())
@@ -143,7 +142,7 @@ bool ZELHistory::stepBack(const QString &current, QString *line)
 
 bool ZELHistory::stepForward(QString *line)
 {
-    Lock lock(&m_mutex);
+    Lock lock(m_mutex);
     if (m_index >= m_entries.size())
         return false;
     *line = ++m_index == m_entries.size() ? m_draft : m_entries.at(m_index);

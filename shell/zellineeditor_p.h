@@ -3,9 +3,9 @@
 #define ZELLINEEDITOR_P_H
 
 #include <QByteArray>
-#include <QMutex>
 #include <QString>
 #include <QStringList>
+#include <mutex>
 
 /**
  * The lines entered in one session, and the place in them while browsing.
@@ -35,7 +35,7 @@ public:
 private:
     void trim();
 
-    mutable QMutex m_mutex;
+    mutable std::mutex m_mutex;
     QStringList m_entries;
     QString m_draft;
     int m_index = 0; ///< equals the number of entries when nothing is being browsed
