@@ -71,6 +71,17 @@ QString ZELArgumentsPrivate::packetState() const
     return running ? QStringLiteral("EXECUTE_PROCESS") : protocol.state;
 }
 
+ZELArguments ZELArgumentsPrivate::handle(ZELArgumentsPrivate *record)
+{
+    return ZELArguments(record);
+}
+
+ZELArguments::ZELArguments(ZELArgumentsPrivate *record)
+    : d(record)
+{
+    increment(d);
+}
+
 ZELArguments::ZELArguments()
     : d(new ZELArgumentsPrivate(nullptr, {}))
 {

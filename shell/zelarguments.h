@@ -153,6 +153,7 @@ public:
 
 private:
     friend class ZELArgumentsPrivate;
+    explicit ZELArguments(ZELArgumentsPrivate *record);
     void release();
 
     ZELArgumentsPrivate *d;

@@ -26,6 +26,8 @@ public:
     /// The record behind a handle, good while a handle lives. A print hook that needs its record captures this and not
     /// a handle, which would keep the record alive for ever; the channels' log handles keep it alive while they print.
     static ZELArgumentsPrivate *get(const ZELArguments &args) { return args.d; }
+    /// Another handle of a record that some handle keeps alive.
+    static ZELArguments handle(ZELArgumentsPrivate *record);
 
     bool hasquote(int i) const;
     /// The state for a packet that is written now: "EXECUTE_PROCESS" while the command runs, whatever it has set.

@@ -83,6 +83,8 @@ public:
 
     /// True while the core loop runs.
     bool isRunning() const;
+    /// The thread of the core loop; null before Start() and once it has ended.
+    QPointer<ZELThread> coreThread() const;
     /// 0 running, 1 Stop() was called, 2 the stream ended or the session asked to end.
     int stopState() const;
     /// Statements of entered lines that have not been started yet.

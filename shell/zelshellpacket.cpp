@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zelshellpacket_p.h"
 
-#include "zelarguments.h"
+#include "zelarguments_p.h"
 
 #include <algorithm>
 #include <cstring>
@@ -129,7 +129,7 @@ QByteArray zelWritePacket(const ZELArguments &args, const QString &text)
     QString packet = packetTemplate(args.hasRetrunValue())
                          .arg(processKey(args))
                          .arg(args.getProtoclAccept())
-                         .arg(args.getProtoclState())
+                         .arg(ZELArgumentsPrivate::get(args)->packetState())
                          .arg(body.size())
                          .arg(args.getProtoclHost())
                          .arg(args.getExecPath())

@@ -1,0 +1,346 @@
+// SPDX-License-Identifier: MIT
+#include "zelshell_p.h"
+
+#include "zelshellcollection_p.h"
+#include "zelshellloop_p.h"
+#include "zelshellserver_p.h"
+#include "zelthread.h"
+#include "zeluser.h"
+
+#include <QDebug>
+
+namespace {
+
+// How long the end of a session waits for each job that still runs.
+const int jobGraceMs = 3000;
+
+} // namespace
+
+QString zelProtocolTag()
+{
+    static const QString tag
+        = QString::fromLatin1(QByteArray("PROTOCOL=ZEL_SHELL").toBase64(QByteArray::OmitTrailingEquals));
+    return tag;
+}
+
+ZELShellPrivate::ZELShellPrivate(ZELShell *q, ZELStream *stream)
+    : server(ZELShellServerState::current())
+    , life(q)
+    , output(stream)
+    , directories(server)
+    , loop(new ZELShellLoop(*this))
+    , description(QStringLiteral("Stream=StdStream;PeerName=*;PeerAddress=loaclhost;PeerPort=*;"))
+{
+    updatePath();
+}
+
+ZELShellPrivate::~ZELShellPrivate() = default;
+
+QString ZELShellPrivate::text(QString ZELShellPrivate::*field) const
+{
+    ZELSessionLock lock(mutex);
+    return this->*field;
+}
+
+void ZELShellPrivate::setText(QString ZELShellPrivate::*field, const QString &value)
+{
+    ZELSessionLock lock(mutex);
+    this->*field = value;
+}
+
+ZELShellPrivate::Identity ZELShellPrivate::identity()
+{
+    ZELCriticalSection section;
+    const auto use = life.ref().use();
+    if (!use)
+        return Identity();
+    return {use->productId(), use->versionId(), use->hardId(), use->custom()};
+}
+
+QSqlDatabase ZELShellPrivate::loginDatabase() const
+{
+    ZELSessionLock lock(mutex);
+    return database;
+}
+
+QUuid ZELShellPrivate::sessionUuid() const
+{
+    ZELSessionLock lock(mutex);
+    return uuid;
+}
+
+void ZELShellPrivate::setSessionUuid(const QUuid &id)
+{
+    ZELSessionLock lock(mutex);
+    uuid = id;
+}
+
+void ZELShellPrivate::log(const QString &line)
+{
+    ZELCriticalSection section;
+    qDebug().noquote() << line;
+}
+
+void ZELShellPrivate::emitProcessReceived()
+{
+    ZELCriticalSection section;
+    if (const auto use = life.ref().use())
+        Q_EMIT use->ProcessReceived();
+}
+
+void ZELShellPrivate::stop(StopState state)
+{
+    stopState = state;
+    if (state == Stopped)
+        output.leaveRawMode();
+}
+
+void ZELShellPrivate::runCore()
+{
+    coreRunning = true;
+    loop->run();
+    finishCore();
+}
+
+void ZELShellPrivate::finishCore()
+{
+    if (coreFinished.exchange(true))
+        return;
+    ZELUser user = ZELUser::getUser(sessionUuid());
+    if (user.isLogin())
+        user.autologout();
+    coreRunning = false;
+    log(QStringLiteral("ZELShell Closed!"));
+}
+
+ZELShell::ZELShell(ZELStream *stream, QObject *parent)
+    : ZELShellBase(parent)
+    , d(std::make_shared<ZELShellPrivate>(this, stream))
+{
+    if (!stream)
+        return;
+    // Without a receiver: the signal comes on the device's thread, and the state outlives this object.
+    connect(stream, &ZELStream::DeviceClose, [state = std::weak_ptr<ZELShellPrivate>(d)] {
+        if (const auto session = state.lock())
+            session->stopState = ZELShellPrivate::Ended;
+    });
+}
+
+ZELShell::~ZELShell()
+{
+    if (d->coreRunning)
+        qWarning("ZELShell::~ZELShell: the core thread is still running");
+    d->life.end();
+    endLife();
+    ZELShellCollectionPrivate::leave(this);
+    if (d->started && !d->isMain)
+        d->output.releaseDevice();
+}
+
+void ZELShell::Start(bool ismain, bool isnotem)
+{
+    if (d->started.exchange(true)) {
+        qWarning("ZELShell::Start: the session was started before");
+        return;
+    }
+    d->isMain = ismain;
+    d->noTerminal = isnotem;
+    auto *thread = new ZELThread;
+    thread->setAutoDelete();
+    thread->setLabel(QStringLiteral("ZELShell Core Thread"));
+    thread->setCallback([state = d](ZELThreadInfo *) { state->runCore(); });
+    // On the core thread itself: the thread that accepts connections must not wait for jobs.
+    connect(
+        thread, &ZELThread::completed, this, [this] { release(); }, Qt::DirectConnection);
+    {
+        ZELSessionLock lock(d->mutex);
+        d->coreThread = thread;
+    }
+    Q_EMIT Started();
+    thread->start(QThread::InheritPriority);
+}
+
+void ZELShell::Stop()
+{
+    d->stop(ZELShellPrivate::Stopped);
+}
+
+void ZELShell::release()
+{
+    const auto state = d;
+    state->finishCore();
+    Stop();
+    if (!state->isMain)
+        state->output.closeDevice();
+    Q_EMIT Stoped();
+    const auto jobs = state->jobs.running();
+    for (auto job = jobs.crbegin(); job != jobs.crend(); ++job) {
+        if ((*job)->hasEnded())
+            continue;
+        qDebug() << "Waring:" << (*job)->label << "is not closed while of shell closing.";
+        if (!(*job)->waitForEnd(jobGraceMs))
+            qDebug("Waring:Thread exit failed,Some operations are time-consuming or have that  locks cause threads "
+                   "to block!");
+    }
+    state->jobs.clear();
+    deleteLater();
+}
+
+ZELAbstractStream *ZELShell::getStream()
+{
+    return d->output.stream();
+}
+
+QUuid ZELShell::getUuid()
+{
+    return d->sessionUuid();
+}
+
+void ZELShell::setUuid(QUuid uuid)
+{
+    d->setSessionUuid(uuid);
+}
+
+bool ZELShell::IsMain()
+{
+    return d->isMain && !d->noTerminal;
+}
+
+bool ZELShell::isNoTerminal()
+{
+    return d->noTerminal;
+}
+
+QString ZELShell::shellName()
+{
+    return d->text(&ZELShellPrivate::name);
+}
+
+void ZELShell::setShellName(const QString &name)
+{
+    d->setText(&ZELShellPrivate::name, name);
+}
+
+QString ZELShell::shellLicence()
+{
+    ZELSessionLock lock(d->mutex);
+    return d->name + QLatin1Char('@') + d->index.toString();
+}
+
+void ZELShell::setShellIndex(const QUuid &index)
+{
+    ZELSessionLock lock(d->mutex);
+    d->index = index;
+}
+
+QString ZELShell::connectionDescription()
+{
+    return d->text(&ZELShellPrivate::description);
+}
+
+void ZELShell::setConnectionDescription(const QString &text)
+{
+    d->setText(&ZELShellPrivate::description, text);
+}
+
+void ZELShell::setParentContainer(ZELShellCollection *container)
+{
+    ZELSessionLock lock(d->mutex);
+    d->container = container;
+}
+
+ZELShellCollection *ZELShell::parentContainer() const
+{
+    ZELSessionLock lock(d->mutex);
+    return d->container;
+}
+
+QSqlDatabase ZELShell::database() const
+{
+    return d->loginDatabase();
+}
+
+void ZELShell::setDatabase(const QSqlDatabase &database)
+{
+    ZELSessionLock lock(d->mutex);
+    d->database = database;
+}
+
+QList<QPointer<ZELThread>> ZELShell::getRunnings()
+{
+    QList<QPointer<ZELThread>> threads;
+    for (const auto &job : d->jobs.running())
+        threads += job->thread();
+    return threads;
+}
+
+void ZELShell::setInteractive(bool on)
+{
+    d->interactive = on;
+}
+
+void ZELShell::setShowReturnValue(bool on)
+{
+    d->showReturnValue = on;
+}
+
+void ZELShell::setKeepHistory(bool on)
+{
+    d->keepHistory = on;
+}
+
+void ZELShell::setUtf8Editing(bool on)
+{
+    d->utf8Editing = on;
+}
+
+void ZELShell::setInterruptible(bool on)
+{
+    d->interruptible = on;
+}
+
+void ZELShell::setLineLimit(int bytes)
+{
+    d->lineLimit = qMax(0, bytes);
+}
+
+void ZELShell::setIdleLimit(int ms)
+{
+    d->idleLimit = qMax(0, ms);
+}
+
+bool ZELShell::isRunning() const
+{
+    return d->coreRunning;
+}
+
+QPointer<ZELThread> ZELShell::coreThread() const
+{
+    ZELSessionLock lock(d->mutex);
+    return d->coreThread;
+}
+
+int ZELShell::stopState() const
+{
+    return d->stopState;
+}
+
+int ZELShell::pendingStatements() const
+{
+    return d->pending;
+}
+
+bool ZELShell::hasError() const
+{
+    return d->failed;
+}
+
+QStringList ZELShell::history()
+{
+    return d->history.entries();
+}
+
+char ZELShell::GetChar()
+{
+    return d->loop->getChar();
+}

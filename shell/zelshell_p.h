@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELSHELL_P_H
+#define ZELSHELL_P_H
+
+#include "zelarguments.h"
+#include "zellineeditor_p.h"
+#include "zelshell.h"
+#include "zelshellstate_p.h"
+
+class ZELShellCommandPin;
+class ZELShellLoop;
+
+/**
+ * Everything of a session that its core thread and its jobs work on. Held by the session object, by the core thread
+ * and by every job, and gone with the last of them; the session object itself is reached through `life` only.
+ *
+ * Files that run on the core thread or a job's thread may be jumped out of anywhere outside of critical sections: they
+ * hold locks inside of those only, and keep what must not be lost in this object rather than on the stack.
+ */
+class ZELShellPrivate : public std::enable_shared_from_this<ZELShellPrivate>
+{
+public:
+    enum StopState { Running = 0, Stopped = 1, Ended = 2 };
+
+    ZELShellPrivate(ZELShell *q, ZELStream *stream);
+    ~ZELShellPrivate();
+
+    static ZELShellPrivate *get(ZELShell *shell) { return shell->d.get(); }
+
+    // The session as a whole: zelshell.cpp.
+    void runCore();
+    void finishCore();
+    void stop(StopState state);
+    bool isStopping() const { return stopState != Running; }
+    void emitProcessReceived();
+    QString text(QString ZELShellPrivate::*field) const;
+    void setText(QString ZELShellPrivate::*field, const QString &value);
+    struct Identity
+    {
+        QString product;
+        QString version;
+        QString hardware;
+        QString custom;
+    };
+    /// What the host told of the device; nothing once the session object has gone.
+    Identity identity();
+    QSqlDatabase loginDatabase() const;
+    QUuid sessionUuid() const;
+    void setSessionUuid(const QUuid &id);
+    /// A debug line, during which no kill is taken.
+    static void log(const QString &line);
+
+    // The line interpreter: zelshellexecatestring.cpp.
+    QVariant execute(const QString &line, bool background);
+    QVariant executeString(const ZELArguments &args);
+    ZELArguments newRecord(const QString &line);
+    /// Answers a line that is not run.
+    void refuseLine(const QString &line, bool tagged, const QString &message);
+    /// Runs a statement of a line: here, or as a job when it ends in "&".
+    QVariant runStatement(const QString &statement);
+    void startJob(const QString &statement);
+
+    // One command: zelshellbuiltins.cpp.
+    enum class Outcome {
+        NotFound,
+        Ran, ///< the record says how it ended; the answer is still to be given
+        Answered
+    };
+    Outcome runCommand(ZELArguments &args);
+    /// False when the command runs already and may not run twice.
+    bool runPinned(ZELShellCommandPin &pin, const ZELArguments &args);
+    bool answerHelp(ZELArguments &args);
+    /// Calls a function of the host in a frame of its own.
+    void callGuarded(const std::function<void(ZELArguments)> &function, ZELArguments &args);
+    void answerKilled(const ZELArguments &args);
+    /// What an unknown word means: an error, or for an assignment text to be stored.
+    enum class Unknown { IsError, IsText };
+    bool executeStd(ZELArguments &args, Unknown unknown);
+    bool executePro(ZELArguments &args, Unknown unknown);
+    /// Prints the packet that completes the exchange of a tagged statement.
+    static void complete(const ZELArguments &args, const QString &state, const QString &text);
+
+    // Directories: zelshelldirectories.cpp.
+    void printPrompt();
+    void updatePath();
+    QString listing(ZELShellCommandTree *directory, bool hidden);
+
+    const std::shared_ptr<ZELShellServerState> server;
+    ZELLife<ZELShell> life;
+    ZELSessionOutput output;
+    ZELEnvironment environment;
+    ZELShellDirectories directories;
+    ZELRunningNames running;
+    ZELShellJobs jobs;
+    ZELHistory history;
+    std::unique_ptr<ZELShellLoop> loop; ///< used by the core thread alone
+
+    std::atomic<int> stopState{Running};
+    std::atomic<bool> started{false};
+    std::atomic<bool> coreRunning{false};
+    std::atomic<bool> coreFinished{false};
+    std::atomic<bool> isMain{false};
+    std::atomic<bool> noTerminal{false};
+    std::atomic<int> pending{0};
+    std::atomic<bool> failed{false}; ///< a statement ended in an error
+
+    // Settings.
+    std::atomic<bool> interactive{false};
+    std::atomic<bool> showReturnValue{true};
+    std::atomic<bool> keepHistory{true};
+    std::atomic<bool> utf8Editing{false};
+    std::atomic<bool> interruptible{false};
+    std::atomic<int> lineLimit{0};
+    std::atomic<int> idleLimit{0};
+    std::atomic<bool> terminalSwitch{false}; ///< what the built-in "terminal" of the protocol sets
+
+    mutable std::mutex mutex; ///< guards what follows
+    QString description;
+    QString name;
+    QUuid index;
+    QUuid uuid = QUuid::createUuid();
+    QSqlDatabase database;
+    ZELShellCollection *container = nullptr;
+    QPointer<ZELThread> coreThread;
+};
+
+/// base64 of "PROTOCOL=ZEL_SHELL": the word that makes a line a tagged one.
+QString zelProtocolTag();
+
+#endif

@@ -1,0 +1,342 @@
+// SPDX-License-Identifier: MIT
+#include "zelarguments_p.h"
+#include "zelcatch.h"
+#include "zelshell_p.h"
+#include "zelshellcommand.h"
+#include "zelshellcommandtree_p.h"
+#include "zelshellexpansion_p.h"
+#include "zelshellreply_p.h"
+#include "zelshellserver_p.h"
+#include "zelshellsystem_p.h"
+
+#include <cerrno>
+#include <cstdio>
+
+namespace {
+
+const QString errorState = QStringLiteral("EXECUTE_ERROR");
+
+QStringList wordsOf(const ZELArguments &args)
+{
+    return args;
+}
+
+ZELShellCommandPin resolve(const ZELShellPrivate &session, const QString &word)
+{
+    const auto place = session.directories.place(word);
+    auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
+    const bool bare = !word.contains(QLatin1Char('/')) && !word.contains(QLatin1Char('\\'));
+    if (!pin && bare)
+        pin = ZELShellCommandPin::find(session.server->systemRoot(), word);
+    return pin;
+}
+
+/// One built-in's run.
+struct Builtin
+{
+    ZELShellPrivate &session;
+    ZELArguments &args;
+    ZELReply &reply;
+
+    void exit() { endProcess(QStringLiteral("Appcation while exit!"), CloseApplication); }
+    void reinit() { endProcess(QStringLiteral("Appcation while restart!"), ReStartApplication); }
+
+    void endProcess(const QString &message, void (*end)())
+    {
+        args.setExecPath(QStringLiteral("/"));
+        reply.farewell(QStringLiteral("APPLICATION_EXIT"), message, message);
+        session.stop(ZELShellPrivate::Stopped);
+        // The message is on its way before the process ends.
+        if (!session.isMain)
+            session.output.closeDevice();
+        end();
+    }
+
+    void quit()
+    {
+        args.setExecPath(QStringLiteral("/"));
+        reply.farewell(QStringLiteral("ZEL_SHELL_DISCONNECT"), QString(), QStringLiteral("ZEL shell disconnect"));
+        session.stopState = ZELShellPrivate::Stopped;
+    }
+
+    void ls()
+    {
+        QStringList words = wordsOf(args).mid(1);
+        const bool hidden = words.removeAll(QStringLiteral("-a")) > 0;
+        if (words.size() > 1)
+            return reply.fail(QStringLiteral("'ls' input error\n"));
+        if (words.isEmpty())
+            return list(session.directories.current(), hidden);
+        const auto place = session.directories.place(zelUnquoted(words.first()));
+        const auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
+        if (!pin)
+            return reply.fail(QStringLiteral("No such file or directory '%1' found\n").arg(words.first()));
+        list(pin.node(), hidden);
+    }
+
+    void list(ZELShellCommandTree *directory, bool hidden)
+    {
+        reply.text(session.listing(directory, hidden));
+        reply.done();
+    }
+
+    void cd()
+    {
+        QStringList words = wordsOf(args).mid(1);
+        if (!words.isEmpty())
+            words.first() = zelUnquoted(words.first());
+        const QString failed = session.directories.change(words);
+        session.updatePath();
+        if (failed.isEmpty())
+            reply.done();
+        else
+            reply.fail(QStringLiteral("-Shell: cd: %1: No such file or directory\n").arg(failed));
+    }
+
+    void terminal()
+    {
+        const QString word = args.Length() == 2 ? QString(args[1]).toLower() : QString();
+        if (word == QLatin1String("yes") || word == QLatin1String("y"))
+            session.terminalSwitch = true;
+        else if (word == QLatin1String("no") || word == QLatin1String("n"))
+            session.terminalSwitch = false;
+        reply.done();
+    }
+
+    void sys()
+    {
+        const QString text = systemText();
+        const bool latin1 = !args.hasProtocl() && QString::fromLatin1(text.toLatin1()) == text;
+        // On the heap and in the frame's hands: a kill ends the command too.
+        auto *command = new ZELSystemCommand(latin1 ? text.toLatin1() : text.toUtf8());
+        if (command->error()) {
+            errno = command->error();
+            perror("popen");
+            delete command;
+            return reply.fail(QStringLiteral("sh: %1: not found \n").arg(args.getAllInput()));
+        }
+        ZELFrame frame;
+        frame->abandoned = [command] { delete command; };
+        if (zelGuard(frame.get(), [&] { pass(*command); }) == 0)
+            reply.text(QStringLiteral("\n"));
+        delete command;
+        reply.done();
+    }
+
+    void pass(ZELSystemCommand &command)
+    {
+        while (command.isRunning() && (!session.output.stream() || session.output.isOpen())) {
+            const QByteArray bytes = command.read(200);
+            if (!bytes.isEmpty())
+                reply.bytes(bytes);
+        }
+    }
+
+    /// What stands behind the word "sys" and its index, as typed.
+    QString systemText() const
+    {
+        const QString word = QStringLiteral("sys");
+        const QString input = args.getAllInput();
+        int from = input.indexOf(word) + word.size();
+        if (from < input.size() && input.at(from) == QLatin1Char('#')) {
+            while (from < input.size() && !input.at(from).isSpace())
+                ++from;
+        }
+        return input.mid(from);
+    }
+};
+
+struct Entry
+{
+    const char *name;
+    bool onTerminal;
+    bool inPackets;
+    void (Builtin::*run)();
+};
+
+const Entry builtins[] = {
+    {"exit", true, true, &Builtin::exit},
+    {"reinit", true, true, &Builtin::reinit},
+    {"terminal", false, true, &Builtin::terminal},
+    {"quit", true, true, &Builtin::quit},
+    {"ls", true, false, &Builtin::ls},
+    {"cd", true, true, &Builtin::cd},
+    {"sys", true, true, &Builtin::sys},
+};
+
+/// Runs the built-in or literal of the record; false when it names none.
+bool runBuiltin(ZELShellPrivate &session, ZELArguments &args, ZELReply &reply, bool Entry::*offered)
+{
+    const QString name = args.getExecName();
+    for (const Entry &entry : builtins) {
+        if (entry.*offered && name == QLatin1String(entry.name)) {
+            session.emitProcessReceived();
+            (Builtin{session, args, reply}.*entry.run)();
+            return true;
+        }
+    }
+    if (args.Length() != 1 || !(zelIsNumber(name) || args.HasQuote(0)))
+        return false;
+    session.emitProcessReceived();
+    reply.value(name);
+    return true;
+}
+
+QString unknownText(const ZELArguments &args)
+{
+    return QLatin1String("Error : input '") + args.getAllInput() + QLatin1String("' can not execate");
+}
+
+void setCommandWord(ZELArguments &args)
+{
+    const ZELCommandWord word(args[0]);
+    args.setExecName(word.name);
+    args.setExecIndex(word.index);
+}
+
+} // namespace
+
+void ZELShellPrivate::complete(const ZELArguments &args, const QString &state, const QString &text)
+{
+    ZELArgumentsPrivate *record = ZELArgumentsPrivate::get(args);
+    record->running = false;
+    args.setProtoclState(state);
+    args.debug().noquote() << text;
+    // What threads of the command print later must not complete a second time.
+    record->running = true;
+}
+
+ZELShellPrivate::Outcome ZELShellPrivate::runCommand(ZELArguments &args)
+{
+    if (args.Length() == 0)
+        return Outcome::NotFound;
+    setCommandWord(args);
+    ZELShellCommandPin pin = resolve(*this, args.getExecName());
+    if (!pin || pin.node()->CommandType() == ZELShellCommandTree::Directory || !pin.command())
+        return Outcome::NotFound;
+    emitProcessReceived();
+    args.setExecPath(pin.node()->getPath());
+    if (answerHelp(args))
+        return Outcome::Ran;
+    if (runPinned(pin, args))
+        return Outcome::Ran;
+    complete(
+        args, QStringLiteral("EXECUTE_RUNNINGLOCK"), args.getExecName() + QStringLiteral(" is already in running!"));
+    return Outcome::Answered;
+}
+
+bool ZELShellPrivate::runPinned(ZELShellCommandPin &pin, const ZELArguments &args)
+{
+    const auto session = shared_from_this();
+    const auto label = std::make_shared<QString>();
+    const auto started = [session, args, label] {
+        *label = session->running.take(args.getExecName());
+        ZELArgumentsPrivate::get(args)->running = true;
+    };
+    const auto ended = [session, args, label] {
+        ZELArgumentsPrivate::get(args)->running = false;
+        session->running.drop(*label);
+    };
+    return pin.execute(args, started, ended, [session, args] { session->answerKilled(args); });
+}
+
+bool ZELShellPrivate::answerHelp(ZELArguments &args)
+{
+    const ZELShellSettings settings = server->settings();
+    if (!settings.help)
+        return false;
+    if (args.containsOpt(QStringLiteral("-h")) || args.containsOpt(QStringLiteral("--help")))
+        callGuarded(settings.help, args);
+    else if (!args.containsOpt(QStringLiteral("--weakup")))
+        return false;
+    else if (settings.weakup)
+        callGuarded(settings.weakup, args);
+    return true;
+}
+
+void ZELShellPrivate::callGuarded(const std::function<void(ZELArguments)> &function, ZELArguments &args)
+{
+    ZELArgumentsPrivate *record = ZELArgumentsPrivate::get(args);
+    ZELFrame frame;
+    frame->abandoned = [session = shared_from_this(), args] { session->answerKilled(args); };
+    record->running = true;
+    if (zelGuard(frame.get(), [&] { function(args); })) {
+        args.setProtoclState(errorState);
+        args.setErrorString(QLatin1String("EXECUTE_ERROR :") + frame->exception->ToString());
+    }
+    record->running = false;
+}
+
+void ZELShellPrivate::answerKilled(const ZELArguments &args)
+{
+    args.setErrorString(QStringLiteral("EXECUTE_ERROR :Thread or Process is forced exit!"));
+    complete(args, errorState, args.getErrorString());
+    failed = true;
+}
+
+bool ZELShellPrivate::executeStd(ZELArguments &args, Unknown unknown)
+{
+    ZELTerminalReply reply(*this, args);
+    const Outcome outcome = runCommand(args);
+    bool handled = outcome != Outcome::NotFound;
+    if (outcome == Outcome::Ran) {
+        if (args.hasError())
+            args.debug().noquote() << args.getErrorString();
+        else if (args.hasRetrunValue() && showReturnValue)
+            args.debug().noquote() << args.getReturnValue().toString();
+    } else if (!handled) {
+        handled = args.Length() > 0 && runBuiltin(*this, args, reply, &Entry::onTerminal);
+    }
+    if (!handled && unknown == Unknown::IsError) {
+        reply.unknown(unknownText(args));
+        return false;
+    }
+    if (handled && interactive)
+        printPrompt();
+    return handled;
+}
+
+bool ZELShellPrivate::executePro(ZELArguments &args, Unknown unknown)
+{
+    args.enableEncode();
+    ZELPacketReply reply(*this, args);
+    const Outcome outcome = runCommand(args);
+    if (outcome == Outcome::Ran) {
+        if (args.hasError())
+            complete(args, errorState, args.getErrorString());
+        else
+            reply.done();
+    }
+    if (outcome != Outcome::NotFound || (args.Length() > 0 && runBuiltin(*this, args, reply, &Entry::inPackets)))
+        return true;
+    if (unknown == Unknown::IsError)
+        reply.unknown(unknownText(args));
+    else
+        reply.done();
+    return false;
+}
+
+bool ZELShell::doCmd(ZELArguments &args)
+{
+    return d->runCommand(args) != ZELShellPrivate::Outcome::NotFound;
+}
+
+bool ZELShell::doExecuteStd(ZELArguments &args)
+{
+    return d->executeStd(args, ZELShellPrivate::Unknown::IsError);
+}
+
+bool ZELShell::doExecutePro(ZELArguments &args)
+{
+    return d->executePro(args, ZELShellPrivate::Unknown::IsError);
+}
+
+bool ZELShell::isCommandRunning(QString name)
+{
+    return d->running.contains(name);
+}
+
+QStringList ZELShell::runningNames()
+{
+    return d->running.all();
+}

@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: MIT
+#include "zelcompleter_p.h"
+#include "zelshell_p.h"
+#include "zelshellcommandtree_p.h"
+#include "zelshellserver_p.h"
+
+namespace {
+
+bool isHidden(const QString &name)
+{
+    return name.startsWith(QLatin1Char('.'));
+}
+
+ZELShellCommandTree *copyNode(ZELShellCommandTree *source, ZELShellCommandTree *parent)
+{
+    auto *copy = new ZELShellCommandTree(source->objectName(), nullptr, parent);
+    copy->setCommandType(source->CommandType());
+    return copy;
+}
+
+/// The node for a child in the copy: one of that name that is there already takes the children of both.
+ZELShellCommandTree *nodeUnder(QObject *destination, ZELShellCommandTree *source)
+{
+    auto *directory = qobject_cast<ZELShellCommandTree *>(destination);
+    if (directory) {
+        if (ZELShellCommandTree *present = directory->Find(source->objectName()))
+            return present;
+    }
+    ZELShellCommandTree *copy = copyNode(source, directory);
+    if (directory)
+        directory->insert(copy);
+    else
+        static_cast<QObject *>(copy)->setParent(destination);
+    return copy;
+}
+
+} // namespace
+
+bool ZELShell::EnterDir(QString name)
+{
+    const bool entered = d->directories.enter(name);
+    if (entered)
+        d->updatePath();
+    return entered;
+}
+
+void ZELShell::QuitDir()
+{
+    d->directories.quit();
+    d->updatePath();
+}
+
+void ZELShell::ReSetDir()
+{
+    d->directories.reset();
+    d->updatePath();
+}
+
+ZELShellCommandTree *ZELShell::currentDirectory()
+{
+    return d->directories.current();
+}
+
+QString ZELShell::getShellPath(bool withRoot)
+{
+    return d->directories.path(withRoot);
+}
+
+QString ZELShell::getCurVirtualDir()
+{
+    return QStringLiteral("ZELShell@ZEL:~%1 $ ").arg(getShellPath(true));
+}
+
+void ZELShell::PrintCurVirtualDir()
+{
+    d->printPrompt();
+}
+
+void ZELShellPrivate::printPrompt()
+{
+    if (noTerminal)
+        return;
+    output.prompt(QStringLiteral("\033[32mZELShell@ZEL:~\033[0m\033[34m") + directories.path(true)
+        + QStringLiteral("\033[0m\033[33m $ \033[0m"));
+}
+
+void ZELShellPrivate::updatePath()
+{
+    environment.set(QStringLiteral("$PATH"), directories.path(true));
+}
+
+QString ZELShellPrivate::listing(ZELShellCommandTree *directory, bool hidden)
+{
+    if (!directory)
+        return QStringLiteral("Main\n");
+    ZELListing entries;
+    for (const ZELShellCommandEntry &entry : ZELShellCommandTreePrivate::snapshot(directory)) {
+        if (entry.type != ZELShellCommandTree::System_Execute && (hidden || !isHidden(entry.name)))
+            entries.append({entry.name, entry.type});
+    }
+    return zelPaintColumns(entries, output.width());
+}
+
+void ZELShell::PrintDir(ZELShellCommandTree *dir, bool flag)
+{
+    d->output.write(d->listing(dir, flag));
+}
+
+void ZELShell::dumptree(ZELShellCommandTree *src, QObject *dst)
+{
+    if (!src || !dst)
+        return;
+    for (const ZELShellCommandEntry &entry : ZELShellCommandTreePrivate::snapshot(src)) {
+        const auto pin = ZELShellCommandPin::find(src, entry.name);
+        if (!pin)
+            continue;
+        ZELShellCommandTree *copy = nodeUnder(dst, pin.node());
+        if (entry.type == ZELShellCommandTree::Directory)
+            dumptree(pin.node(), copy);
+    }
+}
+
+ZELShellCommandTree *ZELShell::getCommandTree(bool withSystem)
+{
+    auto *root = new ZELShellCommandTree(QStringLiteral("Main"), nullptr, nullptr);
+    dumptree(d->server->mainRoot(), root);
+    if (!withSystem)
+        return root;
+    const QString name = QStringLiteral("system");
+    ZELShellCommandTree *system = root->Find(name);
+    if (!system) {
+        system = new ZELShellCommandTree(name, nullptr, root);
+        root->insert(system);
+    }
+    dumptree(d->server->systemRoot(), system);
+    return root;
+}
+
+QString ZELShell::getEnvironment(QString name)
+{
+    return d->environment.value(name);
+}
+
+void ZELShell::setEnvironment(const QString &name, const QString &value)
+{
+    d->environment.set(name, value);
+}
+
+void ZELShell::LeftShift()
+{
+    if (!d->noTerminal)
+        d->output.write(QByteArrayLiteral("\033[D"));
+}
+
+void ZELShell::RightShift()
+{
+    if (!d->noTerminal)
+        d->output.write(QByteArrayLiteral("\033[C"));
+}
+
+void ZELShell::DeleteOne()
+{
+    if (!d->noTerminal)
+        d->output.write(QByteArrayLiteral("\b \b"));
+}

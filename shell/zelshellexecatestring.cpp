@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: MIT
+#include "zelshellexecatestring_p.h"
+
+#include "zelarguments_p.h"
+#include "zelshellexpansion_p.h"
+#include "zelshellpacket_p.h"
+#include "zelshellreply_p.h"
+#include "zelthreadpool.h"
+
+#include <QFile>
+
+namespace {
+
+const QString nullText = QStringLiteral("NULL");
+const QString baseExec = QStringLiteral("baseExec");
+
+QString coloured(const QString &accept, const QString &text)
+{
+    if (accept == QLatin1String("STDWARNING"))
+        return QLatin1String("\033[30;43m") + text + QLatin1String("\033[0m");
+    // Fatal output stays plain on purpose.
+    if (accept == QLatin1String("STDERROR") || accept == QLatin1String("STDCRITICAL"))
+        return QLatin1String("\033[30;41m") + text + QLatin1String("\033[0m");
+    return text;
+}
+
+// The hooks hold the bare record: a handle would keep it alive for ever.
+
+ZELLogging::Hook colourHook(const ZELArguments &args)
+{
+    return [record = ZELArgumentsPrivate::get(args)](
+               const QString &text) { return coloured(record->protocol.accept, text); };
+}
+
+/// Devices write Latin-1, so the packet's UTF-8 bytes travel as Latin-1 characters.
+ZELLogging::Hook packetHook(const ZELArguments &args, bool mayComplete)
+{
+    return [record = ZELArgumentsPrivate::get(args), mayComplete](const QString &text) {
+        record->running = record->running || !mayComplete;
+        const QByteArray packet = zelWritePacket(ZELArgumentsPrivate::handle(record), text);
+        return QString::fromLatin1(packet.constData(), packet.size());
+    };
+}
+
+} // namespace
+
+thread_local ZELStatementDepth::Nesting ZELStatementDepth::s_nesting;
+
+ZELStatementDepth::ZELStatementDepth()
+    : m_outer(s_nesting)
+{
+    s_nesting.depth = m_outer.depth + 1;
+    if (isOutermost())
+        s_nesting.remoteKey.reset();
+}
+
+ZELStatementDepth::~ZELStatementDepth()
+{
+    s_nesting = m_outer;
+}
+
+std::optional<QString> ZELStatementDepth::remoteKey()
+{
+    return s_nesting.remoteKey;
+}
+
+void ZELStatementDepth::setRemoteKey(const std::optional<QString> &key)
+{
+    s_nesting.remoteKey = key;
+}
+
+ZELStatement::ZELStatement(ZELShellPrivate &session, const ZELArguments &args)
+    : m_session(session)
+    , m_args(args)
+{
+}
+
+QVariant ZELStatement::run(const ZELStatementDepth &depth)
+{
+    chooseAnswer();
+    switch (zelStatementKind(m_args)) {
+    case ZELStatementKind::Query:
+        query(depth.isOutermost());
+        break;
+    case ZELStatementKind::Assignment:
+        assign();
+        break;
+    case ZELStatementKind::Indirect:
+        m_args[0] = m_session.environment.value(m_args[0]);
+        execute(ZELShellPrivate::Unknown::IsError);
+        break;
+    case ZELStatementKind::Command:
+        expand(0);
+        execute(ZELShellPrivate::Unknown::IsError);
+        break;
+    }
+    if (m_args.hasError())
+        m_session.failed = true;
+    return m_args.getReturnValue();
+}
+
+void ZELStatement::chooseAnswer()
+{
+    const int at = m_args.indexOfOptFromString(zelProtocolTag());
+    m_tagged = at >= 1;
+    if (m_tagged)
+        takeTag(at);
+    std::optional<QString> base = ZELStatementDepth::remoteKey();
+    if (!base)
+        base = m_session.environment.find(baseExec);
+    if (!m_tagged && !base) {
+        if (!m_session.noTerminal)
+            m_args.setMessagePrintHook(colourHook(m_args));
+        return;
+    }
+    m_args.setProtocl(true);
+    if (base && *base != nullText)
+        m_args.setBaseCommand(*base);
+    m_args.setMessagePrintHook(packetHook(m_args, m_tagged));
+}
+
+void ZELStatement::takeTag(int at)
+{
+    const QString input = zelWithoutTag(m_args.getAllInput(), zelProtocolTag());
+    m_args.removeAt(at);
+    // A client that pads its base64 sends up to two "=", which the splitter made words.
+    for (int padding = 0; padding < 2 && at < m_args.Length() && m_args[at] == QLatin1String("="); ++padding)
+        m_args.removeAt(at);
+    m_args.setAllInput(input);
+}
+
+bool ZELStatement::execute(ZELShellPrivate::Unknown unknown)
+{
+    if (m_args.Length() == 0)
+        return false;
+    return m_tagged ? m_session.executePro(m_args, unknown) : m_session.executeStd(m_args, unknown);
+}
+
+void ZELStatement::expand(int from)
+{
+    const auto lookup = [this](const QString &name) { return m_session.environment.value(name); };
+    for (int i = from; i < m_args.Length(); ++i)
+        m_args[i] = zelExpandWord(m_args[i], lookup);
+}
+
+void ZELStatement::query(bool outermost)
+{
+    const QString name = m_args[0];
+    m_args.removeAt(0);
+    m_args.setExecName(name);
+    if (m_tagged)
+        m_args.enableEncode();
+    const std::optional<QString> value = m_session.environment.find(name);
+    if (value)
+        m_args.setReturnValue(*value);
+    else
+        m_session.environment.set(name, nullText);
+    ZELShellPrivate::complete(m_args, QStringLiteral("EXECUTE_RESULT"), value.value_or(nullText));
+    if (!m_args.hasProtocl() && outermost)
+        m_session.printPrompt();
+}
+
+void ZELStatement::assign()
+{
+    const QString name = m_args[0];
+    const QString input = m_args.getAllInput();
+    m_args.removeAt(0);
+    m_args.removeAt(0);
+    m_args.setAllInput(input.mid(input.indexOf(QLatin1Char('=')) + 1).trimmed());
+    if (m_args.Length() == 0) {
+        m_session.environment.set(name, nullText);
+        m_args.setExecName(name);
+        if (m_tagged)
+            ZELPacketReply(m_session, m_args).done();
+        return;
+    }
+    expand(0);
+    const bool ran = execute(ZELShellPrivate::Unknown::IsText);
+    m_session.environment.set(name, assignedValue(ran));
+}
+
+QString ZELStatement::assignedValue(bool ran) const
+{
+    if (!ran)
+        return m_args.ToString(QStringLiteral(" "));
+    return m_args.hasError() ? QStringLiteral("ERROR") : m_args.getReturnValue().toString();
+}
+
+QVariant ZELShellPrivate::execute(const QString &line, bool background)
+{
+    const ZELStatementDepth depth;
+    ZELArguments args = newRecord(line);
+    args.setIsBackground(background);
+    args.setUuid(sessionUuid());
+    if (args.Length() == 0)
+        return QVariant();
+    if (depth.isOutermost() && keepHistory && !noTerminal) {
+        ZELCriticalSection section;
+        history.add(line);
+    }
+    return ZELStatement(*this, args).run(depth);
+}
+
+ZELArguments ZELShellPrivate::newRecord(const QString &line)
+{
+    ZELCriticalSection section;
+    const auto use = life.ref().use();
+    return ZELArguments(use.get(), line);
+}
+
+void ZELShellPrivate::refuseLine(const QString &line, bool tagged, const QString &message)
+{
+    ZELArguments args = newRecord(line);
+    failed = true;
+    if (!tagged || args.Length() == 0)
+        return output.write(message + QLatin1Char('\n'));
+    const ZELCommandWord word(args[0]);
+    args.setExecName(word.name);
+    args.setExecIndex(word.index);
+    args.setProtocl(true);
+    args.enableEncode();
+    args.setMessagePrintHook(packetHook(args, true));
+    complete(args, QStringLiteral("EXECUTE_ERROR"), message);
+}
+
+QVariant ZELShellPrivate::runStatement(const QString &statement)
+{
+    if (!statement.endsWith(QLatin1Char('&')))
+        return execute(statement, false);
+    startJob(statement.chopped(1));
+    return QVariant();
+}
+
+void ZELShellPrivate::startJob(const QString &statement)
+{
+    const auto job = std::make_shared<ZELShellJob>(statement);
+    const auto run = [session = shared_from_this(), job, statement, remoteKey = ZELStatementDepth::remoteKey()] {
+        std::optional<ZELStatementDepth> script;
+        if (remoteKey) {
+            script.emplace();
+            ZELStatementDepth::setRemoteKey(remoteKey);
+        }
+        session->execute(statement, true);
+        job->end();
+    };
+    const auto callback = [job, run](ZELThreadInfo *) {
+        job->waitForOpen();
+        ZELFrame frame;
+        frame->abandoned = [job] { job->end(); };
+        if (const int state = zelGuard(frame.get(), run)) {
+            job->end();
+            zelRaise(frame.take(), state);
+        }
+    };
+    jobs.append(job);
+    job->open(ZELThreadPool::Pool()->run(callback, QVariant()));
+}
+
+std::optional<QString> zelScriptCode(const ZELArguments &args, QString *error)
+{
+    const QString stringOption = QStringLiteral("--string");
+    const int at = args.indexOfOptFromString(stringOption);
+    if (at >= 1) {
+        const int valueAt = at + 1;
+        if (valueAt < args.Length() && args.HasQuote(valueAt))
+            return zelUnquoted(args[valueAt]);
+        const QString input = args.getAllInput();
+        const int from = input.indexOf(stringOption);
+        if (from >= 0)
+            return input.mid(from + stringOption.size());
+        return args.getOptFromString(stringOption);
+    }
+    const QString fileName = args.getOptFromString(QStringLiteral("--file"));
+    if (fileName.isEmpty())
+        return std::nullopt;
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly)) {
+        *error = QStringLiteral("No such file or directory '%1' found").arg(fileName);
+        return std::nullopt;
+    }
+    return zelTextOf(file.readAll());
+}
+
+QVariant ZELShellPrivate::executeString(const ZELArguments &args)
+{
+    QString error;
+    const std::optional<QString> code = zelScriptCode(args, &error);
+    if (!error.isEmpty()) {
+        args.setErrorString(error);
+        args.setProtoclState(QStringLiteral("EXECUTE_ERROR"));
+    }
+    if (!code)
+        return QVariant();
+    const ZELStatementDepth depth;
+    if (args.hasProtocl()) {
+        const QString index = args.getExecIndex();
+        ZELStatementDepth::setRemoteKey(
+            index.isEmpty() ? args.getExecName() : args.getExecName() + QLatin1Char('#') + index);
+    }
+    QVariant last;
+    for (const QString &statement : zelStatements(*code)) {
+        if (isStopping())
+            break;
+        last = runStatement(statement);
+    }
+    return last;
+}
+
+QVariant ZELShell::Execute(QString line, bool background)
+{
+    const auto session = d;
+    return session->execute(line, background);
+}
+
+QVariant ZELShell::ExecuteString(ZELArguments args)
+{
+    const auto session = d;
+    return session->executeString(args);
+}

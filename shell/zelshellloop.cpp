@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: MIT
+#include "zelshellloop_p.h"
+
+#include "zelcompleter_p.h"
+#include "zelshellreply_p.h"
+#include "zelshellserver_p.h"
+#include "zeluser.h"
+
+#include <QDebug>
+
+namespace {
+
+const int loggedLength = 500;
+
+/// A field of the connection description, "Name=value;Name=value;".
+QString field(const QString &description, const QString &name)
+{
+    const QString key = name + QLatin1Char('=');
+    for (const QString &part : description.split(QLatin1Char(';'))) {
+        if (part.startsWith(key))
+            return part.mid(key.size());
+    }
+    return QString();
+}
+
+QString line(const QString &text)
+{
+    return text.isEmpty() ? QString() : text + QLatin1Char('\n');
+}
+
+} // namespace
+
+ZELShellLoop::ZELShellLoop(ZELShellPrivate &session)
+    : m_session(session)
+    , m_editor(&session.history)
+{
+}
+
+void ZELShellLoop::run()
+{
+    if (!m_session.isMain)
+        handshake();
+    m_editor.setTerminal(!m_session.noTerminal);
+    m_editor.setUtf8(m_session.utf8Editing);
+    if (!m_session.isMain || m_session.noTerminal)
+        banner();
+    ZELShellPrivate::log(QStringLiteral("ZELShell Start"));
+    m_session.printPrompt();
+    keys();
+}
+
+char ZELShellLoop::getChar()
+{
+    if (m_next >= m_buffer.size() && (m_session.isStopping() || !refill()))
+        return 0;
+    return m_buffer.at(m_next++);
+}
+
+bool ZELShellLoop::refill()
+{
+    m_buffer.clear();
+    m_next = 0;
+    ZELStream *stream = m_session.output.stream();
+    if (stream)
+        m_buffer = stream->readAll();
+    if (m_buffer.isEmpty())
+        m_session.stopState = ZELShellPrivate::Ended;
+    return !m_buffer.isEmpty();
+}
+
+QString ZELShellLoop::handshakeLine()
+{
+    QByteArray bytes;
+    for (char byte = getChar(); byte != '\n' && !(m_session.isStopping() && byte == 0); byte = getChar()) {
+        const int limit = m_session.lineLimit;
+        if (limit == 0 || bytes.size() < limit)
+            bytes += byte;
+    }
+    return zelTextOf(bytes);
+}
+
+void ZELShellLoop::handshake()
+{
+    const ZELArguments args(nullptr, QLatin1String("ZELShell ") + handshakeLine());
+    ZELShellPrivate::log(
+        QLatin1String("================ get input =[") + args.ToString(QStringLiteral(" ")) + QLatin1Char(']'));
+    if (args.containsOpt(QStringLiteral("--nt")))
+        m_session.noTerminal = true;
+    login(args);
+}
+
+void ZELShellLoop::login(const ZELArguments &args)
+{
+    const QString name = args.getOptFromString(QStringLiteral("--user"));
+    const QString password = args.getOptFromString(QStringLiteral("--password"));
+    const QUuid key(QLatin1Char('{') + args.getOptFromString(QStringLiteral("--key")) + QLatin1Char('}'));
+    const bool hasKey = args.containsOpt(QStringLiteral("--key"));
+    // A failed login is no error: the session stays anonymous.
+    if (args.containsOpt(QStringLiteral("--user")))
+        loginByName(name, password, hasKey ? key : QUuid());
+    else if (hasKey)
+        joinLogin(key);
+}
+
+void ZELShellLoop::loginByName(const QString &name, const QString &password, const QUuid &key)
+{
+    const QSqlDatabase database = m_session.loginDatabase();
+    if (!key.isNull()) {
+        const bool joins = ZELUser::getUser(key).isLogin();
+        ZELUser user = ZELUser::loginByUid(name, password, database, key);
+        if (!user.isLogin())
+            return;
+        if (joins)
+            user.autologin();
+        m_session.setSessionUuid(key);
+        return;
+    }
+    const ZELUser user(name, password, database);
+    if (user.isLogin())
+        m_session.setSessionUuid(user.uid());
+}
+
+void ZELShellLoop::joinLogin(const QUuid &key)
+{
+    m_session.setSessionUuid(key);
+    ZELUser user = ZELUser::getUser(key);
+    if (user.isLogin())
+        user.autologin();
+}
+
+void ZELShellLoop::banner()
+{
+    const auto id = m_session.identity();
+    if (id.product.isEmpty())
+        m_session.output.write(QStringLiteral("ZELShell Start\n"));
+    m_session.output.write((id.product.isEmpty() ? QStringLiteral("ZELShell\n") : line(id.product)) + line(id.version)
+        + line(id.hardware) + line(id.custom) + QLatin1String("ConnectId = ")
+        + line(m_session.sessionUuid().toString()));
+}
+
+void ZELShellLoop::keys()
+{
+    while (!m_session.isStopping()) {
+        // Bytes that arrived together are echoed together.
+        if (m_next >= m_buffer.size())
+            flush();
+        const char byte = getChar();
+        if (m_session.isStopping())
+            return;
+        if (zelTakeFaultRecovery())
+            recover();
+        if (!isTooLong(byte))
+            feed(byte);
+    }
+}
+
+void ZELShellLoop::feed(char byte)
+{
+    switch (m_editor.feed(byte)) {
+    case ZELLineEditor::Line:
+        flush();
+        m_lineLength = 0;
+        runLine(m_editor.takeLine());
+        break;
+    case ZELLineEditor::Tab:
+        flush();
+        completeWord();
+        break;
+    case ZELLineEditor::None:
+        break;
+    }
+}
+
+void ZELShellLoop::flush()
+{
+    const QByteArray output = m_editor.takeOutput();
+    if (!output.isEmpty())
+        m_session.output.write(output);
+}
+
+/// Takes the byte away from the editor when the line has grown beyond the limit.
+bool ZELShellLoop::isTooLong(char byte)
+{
+    const int limit = m_session.lineLimit;
+    ++m_lineLength;
+    if (limit == 0 || m_lineLength <= limit)
+        return false;
+    if (m_droppedHead.isEmpty()) {
+        if (byte == '\n')
+            return false;
+        m_droppedHead = m_editor.takeLine().toLatin1();
+        m_droppedTail = m_droppedHead;
+    }
+    if (byte == '\n') {
+        endTooLong();
+        return true;
+    }
+    m_droppedTail += byte;
+    if (m_droppedTail.size() > 4096) {
+        const QByteArray tag = zelProtocolTag().toLatin1();
+        m_droppedTagged = m_droppedTagged || m_droppedTail.contains(tag);
+        m_droppedTail = m_droppedTail.right(tag.size());
+    }
+    return true;
+}
+
+void ZELShellLoop::endTooLong()
+{
+    const bool tagged = m_droppedTagged || m_droppedTail.contains(zelProtocolTag().toLatin1());
+    const QString head = zelTextOf(m_droppedHead.left(1024));
+    m_lineLength = 0;
+    m_droppedHead.clear();
+    m_droppedTail.clear();
+    m_droppedTagged = false;
+    m_session.refuseLine(
+        head, tagged, QStringLiteral("Error : input is longer than %1 bytes").arg(m_session.lineLimit.load()));
+    m_session.printPrompt();
+}
+
+void ZELShellLoop::recover()
+{
+    m_session.output.restoreRawMode();
+    m_session.printPrompt();
+}
+
+void ZELShellLoop::runLine(QString line)
+{
+    // Clients in the manner of telnet end a line in CR LF.
+    if (line.endsWith(QLatin1Char('\r')))
+        line.chop(1);
+    if (line.contains(zelProtocolTag()))
+        line = zelTextOf(line.toLatin1());
+    const QStringList pieces = line.split(QLatin1Char(';'), Qt::SkipEmptyParts);
+    if (!pieces.isEmpty()) {
+        runPieces(pieces);
+        if (m_session.isMain && m_session.noTerminal)
+            m_session.stopState = ZELShellPrivate::Ended;
+    }
+    if (!m_session.isStopping())
+        m_session.printPrompt();
+}
+
+void ZELShellLoop::runPieces(const QStringList &pieces)
+{
+    m_session.pending += pieces.size();
+    for (const QString &piece : pieces) {
+        --m_session.pending;
+        logStatement(piece);
+        const QVariant value = m_session.runStatement(piece);
+        if (!piece.endsWith(QLatin1Char('&')))
+            m_session.environment.set(QStringLiteral("$?"), value.toString());
+        if (zelTakeFaultRecovery())
+            m_session.output.restoreRawMode();
+    }
+}
+
+void ZELShellLoop::logStatement(const QString &statement)
+{
+    const QString description = m_session.text(&ZELShellPrivate::description);
+    const QString shown
+        = statement.size() > loggedLength ? statement.left(loggedLength) + QLatin1String("...") : statement;
+    ZELShellPrivate::log(QLatin1Char('[') + field(description, QStringLiteral("PeerName")) + QLatin1Char(':')
+        + field(description, QStringLiteral("PeerAddress")) + QLatin1String("] input command [") + shown
+        + QLatin1Char(']'));
+}
+
+void ZELShellLoop::completeWord()
+{
+    const auto scope = ZELCompletionScope::ofTrees(
+        m_session.server->mainRoot(), m_session.directories.current(), m_session.server->systemRoot());
+    const ZELCompletion found = zelComplete(m_editor.text(), scope, m_session.output.width());
+    if (!found.listing.isEmpty()) {
+        m_session.output.write(m_editor.encode(QLatin1Char('\n') + found.listing));
+        m_session.printPrompt();
+        m_editor.redraw();
+    }
+    m_editor.append(found.insertion);
+    flush();
+}

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELSHELLLOOP_P_H
+#define ZELSHELLLOOP_P_H
+
+#include "zelarguments.h"
+#include "zellineeditor_p.h"
+#include "zelshell_p.h"
+
+#include <QByteArray>
+
+/**
+ * What the core thread of a session does: handshake, banner, then keys, lines and completions until the session ends.
+ *
+ * A member of the session and not on the core thread's stack, since a kill may jump out of it anywhere.
+ */
+class ZELShellLoop
+{
+public:
+    explicit ZELShellLoop(ZELShellPrivate &session);
+
+    void run();
+    /// The next byte, waiting for it; 0 once the session is to end.
+    char getChar();
+
+private:
+    bool refill();
+    void handshake();
+    QString handshakeLine();
+    void login(const ZELArguments &args);
+    void loginByName(const QString &name, const QString &password, const QUuid &key);
+    void joinLogin(const QUuid &key);
+    void banner();
+    void keys();
+    void feed(char byte);
+    bool isTooLong(char byte);
+    void endTooLong();
+    void flush();
+    void recover();
+    void runLine(QString line);
+    void runPieces(const QStringList &pieces);
+    void logStatement(const QString &statement);
+    void completeWord();
+
+    ZELShellPrivate &m_session;
+    ZELLineEditor m_editor;
+    QByteArray m_buffer;
+    int m_next = 0;
+
+    // A line beyond the limit, while it is being dropped: how it began, its last bytes, and whether it is a tagged one.
+    int m_lineLength = 0;
+    QByteArray m_droppedHead;
+    QByteArray m_droppedTail;
+    bool m_droppedTagged = false;
+};
+
+#endif

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "zelshellreply_p.h"
+
+#include "zelarguments_p.h"
+#include "zelshell_p.h"
+
+#include <QTextCodec>
+
+namespace {
+
+const QString errorState = QStringLiteral("EXECUTE_ERROR");
+
+QString withoutLineEnd(QString text)
+{
+    if (text.endsWith(QLatin1Char('\n')))
+        text.chop(1);
+    return text;
+}
+
+} // namespace
+
+QString zelTextOf(const QByteArray &bytes)
+{
+    QTextCodec::ConverterState state;
+    const QString text = QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
+    return state.invalidChars || state.remainingChars ? QString::fromLatin1(bytes.constData(), bytes.size()) : text;
+}
+
+// A statement of a script that a remote statement runs answers as on a terminal, but in packets of that statement.
+
+void ZELTerminalReply::text(const QString &text)
+{
+    if (m_args.hasProtocl())
+        m_args.stream() << text;
+    else
+        m_session.output.write(text);
+}
+
+void ZELTerminalReply::bytes(const QByteArray &bytes)
+{
+    if (m_args.hasProtocl())
+        m_args.stream() << zelTextOf(bytes);
+    else
+        m_session.output.write(bytes);
+}
+
+void ZELTerminalReply::value(const QString &value)
+{
+    text(value + QLatin1Char('\n'));
+    m_args.setReturnValue(value);
+}
+
+void ZELTerminalReply::fail(const QString &message)
+{
+    m_args.setProtoclState(errorState);
+    m_args.setErrorString(withoutLineEnd(message));
+    text(message);
+}
+
+void ZELTerminalReply::unknown(const QString &message)
+{
+    fail(message + QLatin1Char('\n'));
+}
+
+void ZELTerminalReply::farewell(const QString &, const QString &terminalText, const QString &)
+{
+    text(terminalText);
+}
+
+void ZELPacketReply::text(const QString &text)
+{
+    // A process packet, whatever state stands in the record already.
+    ZELArgumentsPrivate::get(m_args)->running = true;
+    m_args.stream() << text;
+}
+
+void ZELPacketReply::bytes(const QByteArray &bytes)
+{
+    text(zelTextOf(bytes));
+}
+
+void ZELPacketReply::done()
+{
+    ZELShellPrivate::complete(m_args,
+        m_args.hasRetrunValue() ? QStringLiteral("EXECUTE_RESULT") : QStringLiteral("EXECUTE_COMPLETE"),
+        QStringLiteral("Execute ") + m_args.getExecName() + QStringLiteral(" Complete!"));
+}
+
+void ZELPacketReply::value(const QString &value)
+{
+    m_args.setReturnValue(value);
+    done();
+}
+
+void ZELPacketReply::fail(const QString &message)
+{
+    m_args.setErrorString(withoutLineEnd(message));
+    ZELShellPrivate::complete(m_args, errorState, withoutLineEnd(message));
+}
+
+void ZELPacketReply::unknown(const QString &message)
+{
+    m_args.setErrorString(message);
+    ZELShellPrivate::complete(m_args, QStringLiteral("EXECUTE_NOTFOUND"), message);
+}
+
+void ZELPacketReply::farewell(const QString &state, const QString &, const QString &packetText)
+{
+    ZELShellPrivate::complete(m_args, state, packetText);
+}

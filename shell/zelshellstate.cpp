@@ -1,0 +1,361 @@
+// SPDX-License-Identifier: MIT
+#include "zelshellstate_p.h"
+
+#include "zeliodevice.h"
+#include "zelshellserver_p.h"
+#include "zelterminal_p.h"
+#include "zelthread.h"
+
+#include <algorithm>
+
+namespace {
+
+const QString mainName = QStringLiteral("Main");
+const QString nullText = QStringLiteral("NULL");
+
+QStringList namesOf(const QVector<ZELShellCommandTree *> &nodes)
+{
+    QStringList names;
+    for (ZELShellCommandTree *node : nodes)
+        names += node->objectName();
+    return names;
+}
+
+} // namespace
+
+ZELEnvironment::ZELEnvironment()
+{
+    for (const char *name : {"$?", "$@", "$*"})
+        m_values.insert(QLatin1String(name), nullText);
+}
+
+std::optional<QString> ZELEnvironment::find(const QString &name) const
+{
+    ZELSessionLock lock(m_mutex);
+    const auto found = m_values.constFind(name);
+    return found == m_values.constEnd() ? std::nullopt : std::optional<QString>(*found);
+}
+
+QString ZELEnvironment::value(const QString &name) const
+{
+    return find(name).value_or(nullText);
+}
+
+void ZELEnvironment::set(const QString &name, const QString &value)
+{
+    ZELSessionLock lock(m_mutex);
+    m_values.insert(name, value);
+}
+
+QString ZELRunningNames::take(const QString &name)
+{
+    ZELSessionLock lock(m_mutex);
+    QString label;
+    int number = 0;
+    do {
+        label = name + QLatin1Char('#') + QString::number(number++);
+    } while (m_labels.contains(label));
+    m_labels.append(label);
+    return label;
+}
+
+void ZELRunningNames::drop(const QString &label)
+{
+    ZELSessionLock lock(m_mutex);
+    m_labels.removeOne(label);
+}
+
+bool ZELRunningNames::contains(const QString &name) const
+{
+    ZELSessionLock lock(m_mutex);
+    for (const QString &label : m_labels) {
+        if (label.leftRef(label.lastIndexOf(QLatin1Char('#'))) == name)
+            return true;
+    }
+    return false;
+}
+
+QStringList ZELRunningNames::all() const
+{
+    ZELSessionLock lock(m_mutex);
+    return m_labels;
+}
+
+ZELShellDirectories::ZELShellDirectories(std::shared_ptr<ZELShellServerState> server)
+    : m_server(std::move(server))
+    , m_stack{m_server->mainRoot()}
+{
+}
+
+QStringList ZELShellDirectories::split(const QString &path)
+{
+    QString plain = path;
+    return plain.replace(QLatin1Char('\\'), QLatin1Char('/')).split(QLatin1Char('/'), Qt::SkipEmptyParts);
+}
+
+bool ZELShellDirectories::isAbsolute(const QString &path)
+{
+    return path.startsWith(QLatin1Char('/')) || path.startsWith(QLatin1Char('\\'));
+}
+
+bool ZELShellDirectories::enterOn(Stack &stack, const QString &name) const
+{
+    if (stack.isEmpty()) {
+        if (name != mainName)
+            return false;
+        stack.append(m_server->mainRoot());
+        return true;
+    }
+    ZELShellCommandTree *child = stack.last()->Find(name);
+    if (!child || child->CommandType() != ZELShellCommandTree::Directory)
+        return false;
+    stack.append(child);
+    return true;
+}
+
+bool ZELShellDirectories::enter(const QString &name)
+{
+    ZELSessionLock lock(m_mutex);
+    return enterOn(m_stack, name);
+}
+
+void ZELShellDirectories::quit()
+{
+    ZELSessionLock lock(m_mutex);
+    if (!m_stack.isEmpty())
+        m_stack.removeLast();
+}
+
+void ZELShellDirectories::reset()
+{
+    ZELSessionLock lock(m_mutex);
+    m_stack.clear();
+}
+
+ZELShellCommandTree *ZELShellDirectories::current() const
+{
+    ZELSessionLock lock(m_mutex);
+    return m_stack.isEmpty() ? nullptr : m_stack.last();
+}
+
+QString ZELShellDirectories::path(bool withRoot) const
+{
+    QStringList names;
+    {
+        ZELSessionLock lock(m_mutex);
+        names = namesOf(m_stack);
+    }
+    if (!withRoot && !names.isEmpty())
+        names.removeFirst();
+    QString result;
+    for (const QString &name : names)
+        result += QLatin1Char('/') + name;
+    return result;
+}
+
+bool ZELShellDirectories::namesRoot(const QStringList &pieces) const
+{
+    return !pieces.isEmpty() && pieces.first() == mainName && !m_server->mainRoot()->Find(mainName);
+}
+
+QString ZELShellDirectories::change(const QStringList &arguments)
+{
+    ZELSessionLock lock(m_mutex);
+    if (arguments.isEmpty()) {
+        m_stack = {m_server->mainRoot()};
+        return QString();
+    }
+    if (arguments == QStringList(QStringLiteral(".."))) {
+        if (!m_stack.isEmpty())
+            m_stack.removeLast();
+        return QString();
+    }
+    QStringList pieces = split(arguments.first());
+    if (isAbsolute(arguments.first())) {
+        m_stack = {m_server->mainRoot()};
+        if (namesRoot(pieces))
+            pieces.removeFirst();
+    }
+    for (const QString &piece : qAsConst(pieces)) {
+        if (!enterOn(m_stack, piece))
+            return piece;
+    }
+    return QString();
+}
+
+ZELShellDirectories::Place ZELShellDirectories::place(const QString &path) const
+{
+    Place place{current(), split(path)};
+    if (isAbsolute(path)) {
+        place.start = m_server->mainRoot();
+        if (namesRoot(place.pieces))
+            place.pieces.removeFirst();
+    } else if (!place.start && !place.pieces.isEmpty() && place.pieces.first() == mainName) {
+        place.start = m_server->mainRoot();
+        place.pieces.removeFirst();
+    }
+    const QString here = QStringLiteral(".");
+    if (place.start && !place.pieces.isEmpty() && place.pieces.first() == here && !place.start->Find(here))
+        place.pieces.removeFirst();
+    return place;
+}
+
+ZELShellJob::ZELShellJob(const QString &statement)
+    : label(QLatin1String("ZELShell Cammand (") + statement + QLatin1Char(')')) // the spelling is kept
+{
+}
+
+void ZELShellJob::open(ZELThread *thread)
+{
+    thread->setLabel(label);
+    ZELSessionLock lock(m_mutex);
+    m_thread = thread;
+    m_open = true;
+    m_change.notify_all();
+}
+
+void ZELShellJob::waitForOpen()
+{
+    ZELSessionLock lock(m_mutex);
+    while (!m_open)
+        lock.wait(m_change);
+}
+
+void ZELShellJob::end()
+{
+    ZELSessionLock lock(m_mutex);
+    m_ended = true;
+    m_change.notify_all();
+}
+
+bool ZELShellJob::waitForEnd(int ms)
+{
+    ZELSessionLock lock(m_mutex);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (!m_ended && lock.wait(m_change, deadline)) { }
+    return m_ended;
+}
+
+QPointer<ZELThread> ZELShellJob::thread() const
+{
+    ZELSessionLock lock(m_mutex);
+    return m_thread;
+}
+
+void ZELShellJobs::append(const std::shared_ptr<ZELShellJob> &job)
+{
+    ZELSessionLock lock(m_mutex);
+    m_jobs.erase(
+        std::remove_if(m_jobs.begin(), m_jobs.end(), [](const auto &old) { return old->hasEnded(); }), m_jobs.end());
+    m_jobs.append(job);
+}
+
+QVector<std::shared_ptr<ZELShellJob>> ZELShellJobs::running() const
+{
+    ZELSessionLock lock(m_mutex);
+    QVector<std::shared_ptr<ZELShellJob>> result;
+    for (const auto &job : m_jobs) {
+        if (!job->hasEnded())
+            result.append(job);
+    }
+    return result;
+}
+
+void ZELShellJobs::clear()
+{
+    ZELSessionLock lock(m_mutex);
+    m_jobs.clear();
+}
+
+ZELSessionOutput::ZELSessionOutput(ZELStream *stream)
+    : m_stream(stream)
+    , m_life(ZELAbstractStreamPrivate::ref(stream))
+    , m_writes(std::make_shared<std::atomic<quint64>>(0))
+{
+    if (!stream)
+        return;
+    const auto count = [writes = m_writes] { ++*writes; };
+    m_counting[0] = QObject::connect(stream, QOverload<QString>::of(&ZELStream::OnDataWrited), count);
+    m_counting[1] = QObject::connect(stream, QOverload<QByteArray>::of(&ZELStream::OnDataWrited), count);
+}
+
+ZELSessionOutput::~ZELSessionOutput()
+{
+    for (const QMetaObject::Connection &connection : m_counting)
+        QObject::disconnect(connection);
+}
+
+void ZELSessionOutput::write(const QString &text)
+{
+    ZELCriticalSection section;
+    if (const auto use = m_life.use())
+        use->write(text);
+}
+
+void ZELSessionOutput::write(const QByteArray &bytes)
+{
+    ZELCriticalSection section;
+    if (const auto use = m_life.use())
+        use->write(bytes);
+}
+
+void ZELSessionOutput::prompt(const QString &text)
+{
+    const quint64 before = *m_writes;
+    if (before == m_promptMark && before != 0)
+        return;
+    write(text);
+    // With output of a job in between the count is higher than this, and the prompt does not stand.
+    m_promptMark = before + 1;
+}
+
+bool ZELSessionOutput::isOpen()
+{
+    ZELCriticalSection section;
+    const auto use = m_life.use();
+    return use && use->IsOpen();
+}
+
+template <class F>
+void ZELSessionOutput::withDevice(F &&action)
+{
+    ZELCriticalSection section;
+    const auto use = m_life.use();
+    if (!use)
+        return;
+    if (ZELIODevice *device = m_stream->getDevice())
+        action(device);
+}
+
+int ZELSessionOutput::width()
+{
+    int columns = -1;
+    withDevice([&](ZELIODevice *device) { columns = get_screen_width(dynamic_cast<ZELStdDevice *>(device)); });
+    return columns;
+}
+
+void ZELSessionOutput::restoreRawMode()
+{
+    withDevice([](ZELIODevice *device) {
+        if (auto *terminal = dynamic_cast<ZELStdDevice *>(device))
+            zelTerminalReenterRaw(terminal->descriptor());
+    });
+}
+
+void ZELSessionOutput::leaveRawMode()
+{
+    withDevice([](ZELIODevice *device) {
+        if (auto *terminal = dynamic_cast<ZELStdDevice *>(device))
+            terminal->CloseRawInputMode();
+    });
+}
+
+void ZELSessionOutput::closeDevice()
+{
+    withDevice([](ZELIODevice *device) { device->Close(); });
+}
+
+void ZELSessionOutput::releaseDevice()
+{
+    withDevice([](ZELIODevice *device) { device->release(); });
+}

@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZELSHELLSTATE_P_H
+#define ZELSHELLSTATE_P_H
+
+#include "zelguard_p.h"
+#include "zelstream_p.h"
+
+#include <QHash>
+#include <QPointer>
+#include <QStringList>
+#include <QVector>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+class ZELShellCommandTree;
+class ZELShellServerState;
+class ZELStdDevice;
+class ZELStream;
+class ZELThread;
+
+// The pieces of a session that its core thread and its jobs share. Each guards itself; none holds its lock while
+// anything else of the session, or a command, runs.
+
+/// A lock that a kill waits for.
+class ZELSessionLock
+{
+public:
+    explicit ZELSessionLock(std::mutex &mutex)
+        : m_lock(mutex)
+    {
+    }
+    /// Waits for a change of what the mutex guards; false when the time is over.
+    bool wait(std::condition_variable &change, std::chrono::steady_clock::time_point deadline)
+    {
+        return change.wait_until(m_lock, deadline) == std::cv_status::no_timeout;
+    }
+    void wait(std::condition_variable &change) { change.wait(m_lock); }
+
+private:
+    ZELCriticalSection m_section;
+    std::unique_lock<std::mutex> m_lock;
+};
+
+/// The shell variables, by names that include the "$".
+class ZELEnvironment
+{
+public:
+    ZELEnvironment();
+    /// Nothing for a variable that was never set.
+    std::optional<QString> find(const QString &name) const;
+    /// The value; "NULL" for a variable that was never set.
+    QString value(const QString &name) const;
+    void set(const QString &name, const QString &value);
+
+private:
+    mutable std::mutex m_mutex;
+    QHash<QString, QString> m_values;
+};
+
+/// The commands that are executing, as "name#number" with the lowest number that is free.
+class ZELRunningNames
+{
+public:
+    /// Adds an entry for the command and returns it.
+    QString take(const QString &name);
+    void drop(const QString &label);
+    bool contains(const QString &name) const;
+    QStringList all() const;
+
+private:
+    mutable std::mutex m_mutex;
+    QStringList m_labels;
+};
+
+/// The way from the main root to the current directory, and the rules of paths.
+class ZELShellDirectories
+{
+public:
+    explicit ZELShellDirectories(std::shared_ptr<ZELShellServerState> server);
+
+    bool enter(const QString &name);
+    void quit();
+    void reset();
+    /// Null above the tree.
+    ZELShellCommandTree *current() const;
+    /// The names from the root, or from below it, each behind a "/".
+    QString path(bool withRoot) const;
+    /// What "cd" does, in one step for other threads: the words behind it; the piece that failed, empty for success.
+    QString change(const QStringList &arguments);
+
+    struct Place
+    {
+        ZELShellCommandTree *start = nullptr; ///< null: above the tree, and no way back into it
+        QStringList pieces;
+    };
+    /// Where a path begins and what is to be walked from there. "Main" in front of an absolute path is the root itself,
+    /// unless the root holds a child of that name.
+    Place place(const QString &path) const;
+    static QStringList split(const QString &path);
+    static bool isAbsolute(const QString &path);
+
+private:
+    using Stack = QVector<ZELShellCommandTree *>;
+    bool enterOn(Stack &stack, const QString &name) const;
+    bool namesRoot(const QStringList &pieces) const;
+
+    const std::shared_ptr<ZELShellServerState> m_server;
+    mutable std::mutex m_mutex;
+    Stack m_stack;
+};
+
+/**
+ * One background job. Shared by the session, which shows it and waits for it, and the job's thread, which outlives
+ * its session when it must. The thread object may be deleted as soon as the job has ended.
+ */
+class ZELShellJob
+{
+public:
+    explicit ZELShellJob(const QString &statement);
+
+    /// Tells the job its thread and lets it begin.
+    void open(ZELThread *thread);
+    /// On the job's thread: waits for open().
+    void waitForOpen();
+    /// On the job's thread: nothing of the job runs any more.
+    void end();
+    /// False when the job still runs after that time.
+    bool waitForEnd(int ms);
+    bool hasEnded() { return waitForEnd(0); }
+
+    const QString label;
+    QPointer<ZELThread> thread() const;
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_change;
+    QPointer<ZELThread> m_thread;
+    bool m_open = false;
+    bool m_ended = false;
+};
+
+/// The jobs of a session; those that have ended leave at the next addition.
+class ZELShellJobs
+{
+public:
+    void append(const std::shared_ptr<ZELShellJob> &job);
+    QVector<std::shared_ptr<ZELShellJob>> running() const;
+    void clear();
+
+private:
+    mutable std::mutex m_mutex;
+    QVector<std::shared_ptr<ZELShellJob>> m_jobs;
+};
+
+/**
+ * The session's way out: its stream, which may die before a job does, and the knowledge whether the prompt is the last
+ * thing that was written there, by whomever.
+ */
+class ZELSessionOutput
+{
+public:
+    explicit ZELSessionOutput(ZELStream *stream);
+    ~ZELSessionOutput();
+
+    ZELStream *stream() const { return m_stream; }
+    void write(const QString &text);
+    void write(const QByteArray &bytes);
+    /// Writes the text unless it was the last one written here and still stands.
+    void prompt(const QString &text);
+    /// False for a null stream and once the stream is closed.
+    bool isOpen();
+    /// Columns of the terminal; -1 when the stream is none.
+    int width();
+    /// Makes the terminal raw again, whatever a command left behind, or as it was found; nothing for other streams.
+    void restoreRawMode();
+    void leaveRawMode();
+    /// Ends the connection.
+    void closeDevice();
+    /// Gives a device that is owned by nobody else up for deletion.
+    void releaseDevice();
+
+private:
+    template <class F>
+    void withDevice(F &&action);
+
+    ZELStream *const m_stream;
+    const ZELLife<ZELAbstractStream>::Ref m_life;
+    const std::shared_ptr<std::atomic<quint64>> m_writes; ///< counted by the stream's signals, whoever writes
+    QMetaObject::Connection m_counting[2];
+    std::atomic<quint64> m_promptMark{0};
+};
+
+#endif

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#ifndef FAKEDEVICE_H
+#define FAKEDEVICE_H
+
+#include "zeliodevice.h"
+
+#include <QStringList>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
+/// A device whose peer is the test: bytes are typed in, and what is written is kept, one entry a write.
+class FakeDevice : public ZELIODevice
+{
+public:
+    ~FakeDevice() override
+    {
+        endLife();
+        end();
+    }
+    QByteArray readAll() override
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        while (m_input.isEmpty() && !m_ended)
+            m_change.wait(lock);
+        return std::exchange(m_input, QByteArray());
+    }
+    void write(QByteArray data) override
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_writes << QString::fromLatin1(data.constData(), data.size());
+    }
+    void write(QString text) override { write(text.toLatin1()); }
+    void Start() override { }
+    void Close() override
+    {
+        end();
+        callCloseHook();
+    }
+    void release() override { released = true; }
+    bool readValid() const override { return true; }
+    bool writeValid() const override { return true; }
+
+    void type(const QByteArray &bytes)
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_input += bytes;
+        m_change.notify_all();
+    }
+    /// The end of the input.
+    void end()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_ended = true;
+        m_change.notify_all();
+    }
+    QStringList writes() const
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_writes;
+    }
+    QString text() const { return writes().join(QString()); }
+    /// Everything written since the last call.
+    QString take()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return std::exchange(m_writes, QStringList()).join(QString());
+    }
+    std::atomic<bool> released{false};
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_change;
+    QByteArray m_input;
+    QStringList m_writes;
+    bool m_ended = false;
+};
+
+#endif
