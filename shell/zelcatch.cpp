@@ -5,7 +5,10 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QThread>
+#include <atomic>
 #include <cstring>
+
+static std::atomic<bool> restartWanted{false};
 
 Exception::Exception()
     : m_where(QLatin1String(""))
@@ -241,6 +244,11 @@ int ExceptionHelp::Kill()
     return except_stack->Kill(threadId);
 }
 
+bool zelRestartWanted()
+{
+    return restartWanted;
+}
+
 void CloseApplication()
 {
     QCoreApplication::exit(0);
@@ -249,5 +257,6 @@ void CloseApplication()
 void ReStartApplication()
 {
     qDebug() << "System will restart now...";
+    restartWanted = true;
     QCoreApplication::exit(8888);
 }

@@ -128,6 +128,9 @@ bool zelCrashDumpWanted();
 /// Called in a signal handler right before a fault ends the process; async-signal-safe, null for none.
 extern void (*volatile zelProcessEnding)();
 
+/// Whether ReStartApplication() was called: what ends after it must not ask for another exit code.
+bool zelRestartWanted();
+
 /// True once after a jump came back to a frame of this thread: the session draws its prompt again.
 bool zelTakeFaultRecovery();
 

@@ -10,8 +10,6 @@ std::weak_ptr<ZELShellServerState> currentState;
 
 } // namespace
 
-ZELShellServer *ZELShellServer::seft = nullptr;
-
 ZELShellServerState::ZELShellServerState()
     : m_systemRoot(new ZELShellCommandTree(QStringLiteral("Sys"), nullptr, nullptr))
     , m_mainRoot(new ZELShellCommandTree(QStringLiteral("Main"), nullptr, nullptr))
@@ -43,29 +41,6 @@ void ZELShellServerState::change(const std::function<void(ZELShellSettings &)> &
 {
     const ZELServerLock locked(m_mutex);
     change(m_settings);
-}
-
-ZELShellServer::ZELShellServer(QObject *parent)
-    : QObject(parent)
-    , d(new ZELShellServerPrivate)
-{
-    qRegisterMetaType<QPointer<ZELShellBase>>("QPointer<ZELShellBase>");
-    ZELShellServerState::setCurrent(d->state);
-    seft = this;
-}
-
-ZELShellServer::~ZELShellServer()
-{
-    if (seft == this) {
-        seft = nullptr;
-        ZELShellServerState::setCurrent({});
-    }
-    d->state->change([](ZELShellSettings &settings) {
-        settings.help = nullptr;
-        settings.weakup = nullptr;
-        if (settings.permission) // shells that go on are not let through closed doors
-            settings.permission = [](const ZELArguments &) { return false; };
-    });
 }
 
 void ZELShellServer::setShellCachePath(const QString &path)

@@ -84,7 +84,19 @@ private:
 class ZELShellServerPrivate
 {
 public:
+    ZELShellServerPrivate();
+    ~ZELShellServerPrivate();
+    /// Hands a new shell the settings that are its own.
+    void configure(ZELShell *shell, bool remote) const;
+    void closeOutgoing();
+
     const std::shared_ptr<ZELShellServerState> state = std::make_shared<ZELShellServerState>();
+    ZELShellCollection collection;
+    const std::unique_ptr<ZELTcpServer> tcpServer;
+    QPointer<ZELShell> mainShell;
+    ZELTcpSocket *outgoing = nullptr; ///< one that failed to connect; others belong to their shell
+    ZELLife<ZELAbstractStream>::Ref served; ///< the outgoing connection that a shell has
+    std::unique_ptr<QObject> jobCommands;
 
     mutable std::mutex mutex; ///< guards the fields below
     QString cachePath = QStringLiteral(".cache");

@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: MIT
+// The members of ZELShellServer that start and stop shells, all in the thread that made the server.
+#include "zelshellserver_p.h"
+
+#include "zelcatch.h"
+#include "zelguard_p.h"
+#include "zelshell.h"
+#include "zelstream_p.h"
+#include "zeltcpserver.h"
+#include "zeltcpsocket.h"
+
+#include <QDebug>
+#include <unistd.h>
+
+namespace {
+
+const int connectTimeoutMs = 30000;
+const int defaultConnectionLimit = 10000;
+
+void describe(ZELShell *shell, const ZELTcpSocket &socket)
+{
+    const QString address = socket.peerAddress().toString();
+    shell->setConnectionDescription(QStringLiteral("Stream=TcpStream;PeerName=%1;PeerAddress=%2;PeerPort=%3;")
+                                        .arg(socket.peerName(), address, QString::number(socket.peerPort())));
+    shell->setShellName(QStringLiteral("TcpStream_%1").arg(address));
+}
+
+} // namespace
+
+ZELShellServer *ZELShellServer::seft = nullptr;
+
+ZELShellServerPrivate::ZELShellServerPrivate()
+    : tcpServer(new ZELTcpServer(nullptr, defaultConnectionLimit))
+{
+}
+
+ZELShellServerPrivate::~ZELShellServerPrivate()
+{
+    delete outgoing;
+}
+
+void ZELShellServerPrivate::configure(ZELShell *shell, bool remote) const
+{
+    const ZELShellSettings settings = state->settings();
+    shell->setInterruptible(settings.interruptible);
+    if (!remote)
+        return;
+    shell->setLineLimit(settings.lineLimit);
+    shell->setIdleLimit(settings.idleLimit);
+    const ZELServerLock locked(mutex);
+    shell->setDatabase(database);
+}
+
+void ZELShellServerPrivate::closeOutgoing()
+{
+    if (const auto stream = std::exchange(served, {}).use())
+        static_cast<ZELStream *>(stream.get())->getDevice()->Close();
+    delete std::exchange(outgoing, nullptr);
+}
+
+ZELShellServer::ZELShellServer(QObject *parent)
+    : QObject(parent)
+    , d(new ZELShellServerPrivate)
+{
+    qRegisterMetaType<QPointer<ZELShellBase>>("QPointer<ZELShellBase>");
+    ZELShellServerState::setCurrent(d->state);
+    seft = this;
+}
+
+ZELShellServer::~ZELShellServer()
+{
+    if (seft == this) {
+        seft = nullptr;
+        ZELShellServerState::setCurrent({});
+    }
+    d->state->change([](ZELShellSettings &settings) {
+        settings.help = nullptr;
+        settings.weakup = nullptr;
+        if (settings.permission) // shells that go on are not let through closed doors
+            settings.permission = [](const ZELArguments &) { return false; };
+    });
+}
+
+void ZELShellServer::startServer()
+{
+    if (d->mainShell) {
+        qWarning("ZELShellServer::startServer: the terminal shell runs already");
+        return;
+    }
+    auto *device = new ZELStdDevice(STDIN_FILENO);
+    auto *stream = new ZELStream(device, false);
+    auto *shell = new ZELShell(stream);
+    connect(shell, &QObject::destroyed, [stream, device] {
+        delete stream;
+        delete device;
+    });
+    connect(shell, &ZELShell::Stoped, [] {
+        if (!zelRestartWanted())
+            CloseApplication();
+    });
+    d->configure(shell, false);
+    d->mainShell = shell;
+    shell->Start(true, false);
+    shell->setShellName(QStringLiteral("TTyStream_Main"));
+    d->collection.append(shell);
+}
+
+void ZELShellServer::startTcpServer(quint16 port)
+{
+    qDebug("start RPC Server thread...");
+    if (const int limit = maxPendingConnections())
+        d->tcpServer->setMaxPendingConnections(limit);
+    d->tcpServer->setConnectCallback([this](const QPointer<ZELStream> &stream) { serve(stream); });
+    d->tcpServer->listen(listenAddress(), port);
+}
+
+void ZELShellServer::serve(const QPointer<ZELStream> &stream)
+{
+    auto *shell = new ZELShell(stream);
+    d->configure(shell, true);
+    if (stream)
+        describe(shell, *static_cast<ZELTcpSocket *>(stream->getDevice()));
+    d->collection.append(shell);
+    Q_EMIT shellConnected(shell);
+    shell->Start(false, false);
+}
+
+bool ZELShellServer::isListening() const
+{
+    return d->tcpServer->isListening();
+}
+
+quint16 ZELShellServer::serverPort() const
+{
+    return d->tcpServer->serverPort();
+}
+
+bool ZELShellServer::connectToTcp(QString host, quint16 port)
+{
+    d->closeOutgoing();
+    auto *socket = new ZELTcpSocket(host, port);
+    bool connected = false;
+    connect(
+        socket, &QAbstractSocket::connected, this,
+        [&connected, socket, this] {
+            connected = true;
+            // From here on the connection belongs to its shell, which may end at any time.
+            d->served = ZELAbstractStreamPrivate::ref(socket->GetStream());
+            serve(socket->GetStream());
+        },
+        Qt::DirectConnection);
+    socket->waitForConnected(connectTimeoutMs);
+    if (connected)
+        return true;
+    socket->disconnect(this);
+    socket->Close();
+    d->outgoing = socket;
+    return false;
+}
+
+void ZELShellServer::closeServer()
+{
+    if (QThread::currentThread() != thread()) {
+        QMetaObject::invokeMethod(this, &ZELShellServer::closeServer, Qt::QueuedConnection);
+        return;
+    }
+    d->tcpServer->close();
+    d->closeOutgoing();
+    if (d->mainShell)
+        d->mainShell->Stop();
+    d->mainShell = nullptr;
+}
+
+int ZELShellServer::ClientNumber()
+{
+    return d->collection.length();
+}

@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: MIT
+#include "zelshell.h"
+#include "zelshellcommandtree.h"
+#include "zelshellserver.h"
+
+#include <QCoreApplication>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+#include <QtTest>
+#include <atomic>
+#include <pty.h>
+#include <unistd.h>
+
+class Board : public QObject
+{
+    Q_OBJECT
+public:
+    std::atomic<int> running{0};
+    std::atomic<bool> leave{false};
+public Q_SLOTS:
+    QVariant ping(ZELArguments args) { return args.ArgumentsLength(); }
+    void wait()
+    {
+        ++running;
+        while (!leave)
+            ::usleep(1000);
+        --running;
+    }
+};
+
+/// A remote user without terminal, in the thread of the server.
+struct Peer
+{
+    QTcpSocket socket;
+    QByteArray got;
+
+    explicit Peer(quint16 port, const QByteArray &handshake = "--nt\n")
+    {
+        socket.connectToHost(QHostAddress::LocalHost, port);
+        socket.write(handshake);
+    }
+    bool has(const QByteArray &text)
+    {
+        got += socket.readAll();
+        return got.contains(text);
+    }
+    void send(const QByteArray &line)
+    {
+        got.clear();
+        socket.write(line + '\n');
+    }
+    bool isClosed()
+    {
+        got += socket.readAll();
+        return socket.state() == QAbstractSocket::UnconnectedState;
+    }
+};
+
+/// A terminal in the place of descriptor 0, for one test.
+struct Terminal
+{
+    int master = -1;
+    int saved = ::dup(0);
+    Terminal()
+    {
+        int slave = -1;
+        const winsize size{24, 80, 0, 0};
+        if (::openpty(&master, &slave, nullptr, nullptr, &size) != 0)
+            qFatal("no pty");
+        ::dup2(slave, 0);
+        ::close(slave);
+    }
+    ~Terminal()
+    {
+        ::dup2(saved, 0);
+        ::close(saved);
+        ::close(master);
+    }
+    void type(const QByteArray &text) const
+    {
+        QCOMPARE(int(::write(master, text.constData(), text.size())), text.size());
+    }
+};
+
+class tst_ZELShellServer : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void counts();
+    void connectionsAreDescribed();
+    void listenAddress();
+    void connectOut();
+    void connectOutFails();
+    void closeFromAnotherThread();
+    void destroyedWhileShellsRun();
+    void terminalShell_data();
+    void terminalShell();
+
+private:
+    std::unique_ptr<ZELShellServer> m_server;
+    std::unique_ptr<Board> m_board;
+};
+
+void tst_ZELShellServer::init()
+{
+    m_server = std::make_unique<ZELShellServer>();
+    m_board = std::make_unique<Board>();
+    m_server->setListenAddress(QHostAddress::LocalHost);
+    QVERIFY(m_server->registerCmd("net", "ping", m_board.get(), SLOT(ping(ZELArguments))));
+    QVERIFY(m_server->registerCmd("net", "wait", m_board.get(), SLOT(wait()), true));
+}
+
+void tst_ZELShellServer::cleanup()
+{
+    m_board->leave = true;
+    QTRY_COMPARE(m_board->running.load(), 0);
+    m_server.reset();
+    m_board.reset();
+}
+
+void tst_ZELShellServer::counts()
+{
+    QCOMPARE(m_server->ClientNumber(), 0);
+    QCOMPARE(m_server->serverPort(), quint16(0));
+    QTest::ignoreMessage(QtDebugMsg, "start RPC Server thread...");
+    m_server->startTcpServer(0);
+    QVERIFY(m_server->isListening());
+    {
+        Peer first(m_server->serverPort()), second(m_server->serverPort());
+        QTRY_COMPARE(m_server->ClientNumber(), 2);
+        QTRY_VERIFY(first.has("ConnectId = ") && second.has("ConnectId = "));
+        second.send("net/ping 1 2");
+        QTRY_VERIFY(second.has("2"));
+        second.send("quit");
+        QTRY_VERIFY(second.isClosed());
+        QTRY_COMPARE(m_server->ClientNumber(), 1);
+        m_server->closeServer(); // accepted connections go on
+        QVERIFY(!m_server->isListening());
+        first.send("net/ping 1 2 3");
+        QTRY_VERIFY(first.has("3"));
+    }
+    QTRY_COMPARE(m_server->ClientNumber(), 0);
+}
+
+void tst_ZELShellServer::connectionsAreDescribed()
+{
+    m_server->startTcpServer(0);
+    QPointer<ZELShellBase> base;
+    connect(m_server.get(), &ZELShellServer::shellConnected, this, [&](QPointer<ZELShellBase> made) {
+        base = made;
+        base->setProductId("Rack");
+    });
+    m_server->setLineLimit(100);
+    Peer peer(m_server->serverPort());
+    QTRY_VERIFY(peer.has("Rack\nConnectId = "));
+    auto *shell = qobject_cast<ZELShell *>(base.data());
+    QVERIFY(shell);
+    QCOMPARE(shell->shellName(), QString("TcpStream_127.0.0.1"));
+    const QString port = QString::number(peer.socket.localPort());
+    QVERIFY(shell->connectionDescription().startsWith("Stream=TcpStream;PeerName="));
+    QVERIFY(shell->connectionDescription().endsWith(";PeerAddress=127.0.0.1;PeerPort=" + port + ';'));
+    QVERIFY(shell->shellLicence().startsWith("TcpStream_127.0.0.1@{"));
+    peer.send(QByteArray(200, 'x'));
+    QTRY_VERIFY(peer.has("100 bytes"));
+}
+
+void tst_ZELShellServer::listenAddress()
+{
+    QCOMPARE(m_server->listenAddress(), QHostAddress(QHostAddress::LocalHost));
+    m_server->setListenAddress(QHostAddress("127.0.0.2"));
+    m_server->startTcpServer(0);
+    QTcpSocket socket;
+    socket.connectToHost("127.0.0.1", m_server->serverPort());
+    QVERIFY(!socket.waitForConnected(2000));
+}
+
+void tst_ZELShellServer::connectOut()
+{
+    QTcpServer waiting;
+    QVERIFY(waiting.listen(QHostAddress::LocalHost, 0));
+    QVERIFY(m_server->connectToTcp("127.0.0.1", waiting.serverPort()));
+    QCOMPARE(m_server->ClientNumber(), 1);
+    QTRY_VERIFY(waiting.hasPendingConnections());
+    QTcpSocket *socket = waiting.nextPendingConnection();
+    socket->write("--nt\nnet/ping 1 2 3 4\n");
+    QByteArray got;
+    QTRY_VERIFY((got += socket->readAll()).contains("ConnectId = ") && got.endsWith("4\r\n"));
+    m_server->closeServer();
+    QTRY_COMPARE(socket->state(), QAbstractSocket::UnconnectedState);
+    QTRY_COMPARE(m_server->ClientNumber(), 0);
+    m_server->closeServer();
+}
+
+void tst_ZELShellServer::connectOutFails()
+{
+    QTcpServer gone;
+    QVERIFY(gone.listen(QHostAddress::LocalHost, 0));
+    const quint16 port = gone.serverPort();
+    gone.close();
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!m_server->connectToTcp("127.0.0.1", port));
+    QVERIFY(!m_server->connectToTcp("127.0.0.1", port));
+    QVERIFY(timer.elapsed() < 10000);
+    QCOMPARE(m_server->ClientNumber(), 0);
+}
+
+void tst_ZELShellServer::closeFromAnotherThread()
+{
+    m_server->startTcpServer(0);
+    std::thread([this] { m_server->closeServer(); }).join();
+    QTRY_VERIFY(!m_server->isListening());
+}
+
+void tst_ZELShellServer::destroyedWhileShellsRun()
+{
+    for (int round = 0; round < 5; ++round) {
+        m_server->startTcpServer(0);
+        Peer first(m_server->serverPort()), second(m_server->serverPort());
+        first.send("net/wait");
+        second.send("net/wait &");
+        QTRY_COMPARE(m_board->running.load(), 2);
+        m_server.reset();
+        m_board->leave = true;
+        QTRY_COMPARE(m_board->running.load(), 0);
+        QTRY_VERIFY(first.isClosed() && second.isClosed());
+        m_board->leave = false;
+        init();
+    }
+}
+
+void tst_ZELShellServer::terminalShell_data()
+{
+    QTest::addColumn<QByteArray>("typed");
+    QTest::addColumn<int>("code");
+    QTest::newRow("quit") << QByteArray("net/ping 1\nquit\n") << 0;
+    QTest::newRow("exit") << QByteArray("exit\n") << 0;
+    QTest::newRow("reinit") << QByteArray("reinit\n") << 8888; // last: a restart is wanted from then on
+}
+
+void tst_ZELShellServer::terminalShell()
+{
+    QFETCH(QByteArray, typed);
+    QFETCH(int, code);
+    Terminal terminal;
+    m_server->startServer();
+    QCOMPARE(m_server->ClientNumber(), 1);
+    terminal.type(typed);
+    QTimer watchdog;
+    connect(&watchdog, &QTimer::timeout, [] { QCoreApplication::exit(-1); });
+    watchdog.start(20000);
+    QCOMPARE(QCoreApplication::exec(), code);
+    QTRY_COMPARE(m_server->ClientNumber(), 0);
+}
+
+QTEST_GUILESS_MAIN(tst_ZELShellServer)
+#include "tst_zelshellserver.moc"
