@@ -160,7 +160,7 @@ int ZELEventDispatcher::activateNotifiers()
 
 int ZELEventDispatcher::activateTimers()
 {
-    if (m_timers.isEmpty())
+    if (m_timers.empty())
         return 0;
     // Told apart before the first handler runs: a slow handler or one that starts timers must not keep the pass going.
     const qint64 time = now();
@@ -248,7 +248,7 @@ void ZELEventDispatcher::insertTimer(const Timer &timer)
     m_timers.insert(place, timer);
 }
 
-QVector<ZELEventDispatcher::Timer>::iterator ZELEventDispatcher::findTimer(int timerId)
+std::vector<ZELEventDispatcher::Timer>::iterator ZELEventDispatcher::findTimer(int timerId)
 {
     return std::find_if(
         m_timers.begin(), m_timers.end(), [timerId](const Timer &timer) { return timer.id == timerId; });

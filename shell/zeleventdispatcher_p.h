@@ -6,6 +6,7 @@
 #include <QVector>
 #include <atomic>
 #include <poll.h>
+#include <vector>
 
 /**
  * The event dispatcher of worker threads: poll(), timers and one eventfd.
@@ -69,12 +70,12 @@ private:
     int activateTimers();
     bool fire(int timerId, qint64 time);
     void insertTimer(const Timer &timer);
-    QVector<Timer>::iterator findTimer(int timerId);
+    std::vector<Timer>::iterator findTimer(int timerId);
 
     QVector<QSocketNotifier *> m_notifiers;
     QVector<QSocketNotifier *> m_ready; ///< have something to tell; shrinks when one of them is unregistered meanwhile
     QVector<pollfd> m_poll; ///< the eventfd, then one for each notifier
-    QVector<Timer> m_timers; ///< by due time
+    std::vector<Timer> m_timers; ///< by due time
     std::atomic<int> m_state{Awake};
     std::atomic<int> m_wakeFd{-1};
     std::atomic<bool> m_interrupted{false};

@@ -8,11 +8,12 @@
 
 #include <QDebug>
 #include <QElapsedTimer>
-#include <QMutexLocker>
 #include <QPointer>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <mutex>
 #include <poll.h>
 #include <semaphore.h>
 #include <sys/socket.h>
@@ -70,7 +71,7 @@ public:
 
     // A semaphore and not a wait condition, since a kill may jump out of waiting for it at any time.
     sem_t arrived;
-    mutable QMutex mutex; ///< guards the rest
+    mutable std::mutex mutex; ///< guards the rest
     QByteArray received;
     bool paused = false; ///< receive() left bytes behind for want of room
     bool ended = false; ///< the worker takes no more events
@@ -161,7 +162,7 @@ void ZELTcpSocket::notePeer()
     setSocketOption(LowDelayOption, 1);
     setSocketOption(KeepAliveOption, 1);
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     d->peerAddress = QAbstractSocket::peerAddress();
     d->peerName = QAbstractSocket::peerName();
     d->peerPort = QAbstractSocket::peerPort();
@@ -170,21 +171,21 @@ void ZELTcpSocket::notePeer()
 QHostAddress ZELTcpSocket::peerAddress() const
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     return d->peerAddress;
 }
 
 quint16 ZELTcpSocket::peerPort() const
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     return d->peerPort;
 }
 
 QString ZELTcpSocket::peerName() const
 {
     ZELCriticalSection section;
-    QMutexLocker lock(&d->mutex);
+    std::lock_guard<std::mutex> lock(d->mutex);
     return d->peerName;
 }
 
@@ -203,7 +204,7 @@ void ZELTcpSocket::receive()
         return;
     {
         ZELCriticalSection section;
-        QMutexLocker lock(&d->mutex);
+        std::lock_guard<std::mutex> lock(d->mutex);
         d->received += QIODevice::read(std::max(0, MaxUnread - d->received.size()));
         d->paused = bytesAvailable() > 0;
         d->wakeReader();
@@ -216,7 +217,7 @@ QByteArray ZELTcpSocket::readAll()
     for (;;) {
         {
             ZELCriticalSection section;
-            QMutexLocker lock(&d->mutex);
+            std::lock_guard<std::mutex> lock(d->mutex);
             // Posted under the lock that the worker takes before it ends: its dispatcher must still be there.
             if (d->paused && !d->ended)
                 QMetaObject::invokeMethod(
@@ -267,7 +268,7 @@ bool ZELTcpSocket::beginClose()
 {
     {
         ZELCriticalSection section;
-        QMutexLocker lock(&d->mutex);
+        std::lock_guard<std::mutex> lock(d->mutex);
         if (d->closed.exchange(true))
             return false;
         d->wakeReader();
@@ -372,7 +373,7 @@ void ZELTcpSocket::release()
     bool over = false;
     {
         ZELCriticalSection section;
-        QMutexLocker lock(&d->mutex);
+        std::lock_guard<std::mutex> lock(d->mutex);
         if (std::exchange(d->released, true))
             return;
         over = d->ended || !d->working;
@@ -389,7 +390,7 @@ void ZELTcpSocket::workerEnded()
     bool last = false;
     {
         ZELCriticalSection section;
-        QMutexLocker lock(&d->mutex);
+        std::lock_guard<std::mutex> lock(d->mutex);
         d->ended = true;
         last = d->released;
     }
