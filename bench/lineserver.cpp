@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What a shell server is measured against: two threads a connection on the library's dispatcher, one for the socket and
-// one that answers each line with the same text, and nothing else.   lineserver PORT [ANSWER]
+// one that answers each line with the same text (the first with a greeting), and nothing else.   lineserver PORT
 #include "zeleventdispatcher_p.h"
 
 #include <QCoreApplication>
@@ -14,7 +14,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
-static QByteArray answer;
+static const QByteArray greeting = "ConnectId\n", answer = QByteArray(300, 'x') + "ZEL_SHELL_PACKET_END\r\n";
 
 class Connection : public QThread
 {
@@ -48,7 +48,7 @@ public:
 private:
     void reply()
     {
-        m_socket->write(answer);
+        m_socket->write(std::exchange(m_greeted, true) ? answer : greeting);
         m_socket->flush();
     }
     void received(const QByteArray &bytes)
@@ -72,6 +72,7 @@ private:
     QWaitCondition m_changed;
     QByteArray m_lines;
     bool m_ended = false;
+    bool m_greeted = false;
 };
 
 class Server : public QTcpServer
@@ -86,7 +87,6 @@ int main(int argc, char **argv)
     files.rlim_cur = files.rlim_max;
     setrlimit(RLIMIT_NOFILE, &files);
     QCoreApplication application(argc, argv);
-    answer = argc > 2 ? QByteArray(argv[2]) : "ConnectId " + QByteArray(290, 'x') + "ZEL_SHELL_PACKET_END\r\n";
     Server server;
     if (argc < 2 || !server.listen(QHostAddress::LocalHost, quint16(atoi(argv[1]))))
         return 1;

@@ -299,7 +299,9 @@ void ZELTcpSocket::closeDown()
 {
     if (thread() != QThread::currentThread() || std::exchange(d->down, true))
         return;
-    QObject::disconnect(this, nullptr, this, nullptr);
+    disconnect(this, &QIODevice::readyRead, this, &ZELTcpSocket::receive);
+    disconnect(this, &QAbstractSocket::errorOccurred, this, &ZELTcpSocket::onError);
+    disconnect(d->onDisconnected);
     beginClose();
     if (state() == ConnectedState)
         sendRest();

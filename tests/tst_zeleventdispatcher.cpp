@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zeleventdispatcher_p.h"
+#include "zeltsan_p.h"
 
 #include <QSocketNotifier>
 #include <QTcpServer>
@@ -45,7 +46,14 @@ public:
     ~Thread() override
     {
         quit();
-        wait();
+        end(-1);
+    }
+    bool end(int ms)
+    {
+        if (!wait(ms < 0 ? ULONG_MAX : ulong(ms)))
+            return false;
+        ZEL_TSAN_ACQUIRE(this);
+        return true;
     }
     void run() override
     {
@@ -53,6 +61,7 @@ public:
             m_task();
         if (m_loop)
             exec();
+        ZEL_TSAN_RELEASE(this);
     }
 
 private:
@@ -107,7 +116,7 @@ void tst_ZELEventDispatcher::timers()
         QEventLoop().exec();
     });
     thread.start();
-    QVERIFY(thread.wait(5000));
+    QVERIFY(thread.end(5000));
     QCOMPARE(order, QStringList({"early", "late"}));
     QVERIFY(remaining > 60 && remaining <= 70);
     QCOMPARE(unknown, -1);
@@ -134,7 +143,7 @@ void tst_ZELEventDispatcher::nestedLoops()
         QEventLoop().exec();
     });
     thread.start();
-    QVERIFY(thread.wait(5000));
+    QVERIFY(thread.end(5000));
     QCOMPARE(deepest, 1);
     QVERIFY(others > 2);
 }
@@ -156,13 +165,16 @@ void tst_ZELEventDispatcher::zeroTimerStarvesNobody()
         QEventLoop().exec();
     });
     thread.start();
-    QVERIFY(thread.wait(5000));
+    QVERIFY(thread.end(5000));
     QVERIFY(zero > 10);
     QVERIFY(posted);
 }
 
 void tst_ZELEventDispatcher::noPostIsLost()
 {
+#ifdef __SANITIZE_THREAD__
+    QSKIP("Qt hands blocking calls over in code that the race detector does not see");
+#endif
     std::atomic<int> seen{0};
     Thread target;
     QObject receiver;
@@ -185,7 +197,7 @@ void tst_ZELEventDispatcher::noPostIsLost()
         for (auto &poster : posters)
             poster->start();
         for (auto &poster : posters)
-            QVERIFY(poster->wait(60000));
+            QVERIFY(poster->end(60000));
     }
     QTRY_COMPARE(seen.load(), 4 * each);
 }
@@ -198,7 +210,7 @@ void tst_ZELEventDispatcher::quitIsNeverMissed()
         for (int spin = 0; spin < i % 64 * 50; ++spin)
             asm volatile("");
         thread.quit();
-        QVERIFY2(thread.wait(5000), "the loop sleeps although it was told to end");
+        QVERIFY2(thread.end(5000), "the loop sleeps although it was told to end");
     }
 }
 
@@ -225,7 +237,7 @@ void tst_ZELEventDispatcher::notifiersMayDieInHandlers()
         },
         false);
     thread.start();
-    QVERIFY(thread.wait(5000));
+    QVERIFY(thread.end(5000));
     QCOMPARE(called, 1);
     for (auto &pair : fds)
         close(pair[0]), close(pair[1]);
@@ -248,7 +260,7 @@ void tst_ZELEventDispatcher::invalidSocket()
         },
         false);
     thread.start();
-    QVERIFY(thread.wait(5000));
+    QVERIFY(thread.end(5000));
     QVERIFY(!enabled);
 }
 
@@ -257,8 +269,7 @@ void tst_ZELEventDispatcher::socketsBothWays()
     // More than the kernel's buffers hold, echoed: both ends wait for writing and reading in turn.
     const QByteArray sent(8 << 20, 'z');
     QByteArray received;
-    quint16 port = 0;
-    QSemaphore listening;
+    std::atomic<quint16> port{0};
     Thread echo([&] {
         QTcpServer server;
         server.listen(QHostAddress::LocalHost);
@@ -267,11 +278,10 @@ void tst_ZELEventDispatcher::socketsBothWays()
             QTcpSocket *peer = server.nextPendingConnection();
             QObject::connect(peer, &QTcpSocket::readyRead, [peer] { peer->write(peer->readAll()); });
         });
-        listening.release();
         QEventLoop().exec();
     });
     echo.start();
-    QVERIFY(listening.tryAcquire(1, 5000));
+    QTRY_VERIFY(port > 0);
     Thread client([&] {
         QTcpSocket socket;
         QObject::connect(&socket, &QTcpSocket::readyRead, [&] {
@@ -286,7 +296,7 @@ void tst_ZELEventDispatcher::socketsBothWays()
         QEventLoop().exec();
     });
     client.start();
-    QVERIFY(client.wait(30000));
+    QVERIFY(client.end(30000));
     QCOMPARE(received.size(), sent.size());
 }
 
@@ -301,18 +311,21 @@ void tst_ZELEventDispatcher::descriptors()
     loop.start();
     QTRY_COMPARE(openDescriptors(), before + 1);
     loop.quit();
-    QVERIFY(loop.wait(5000));
+    QVERIFY(loop.end(5000));
     QCOMPARE(openDescriptors(), before);
     go.release();
 }
 
 void tst_ZELEventDispatcher::withoutDescriptors()
 {
+#ifdef __SANITIZE_THREAD__
+    QSKIP("Qt hands blocking calls over in code that the race detector does not see");
+#endif
     rlimit old;
     getrlimit(RLIMIT_NOFILE, &old);
     const rlimit none{0, old.rlim_max};
     QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
-    int sum = 0;
+    std::atomic<int> sum{0};
     {
         Thread thread;
         QObject receiver;
@@ -323,7 +336,7 @@ void tst_ZELEventDispatcher::withoutDescriptors()
                 &receiver, [&] { ++sum; }, Qt::BlockingQueuedConnection);
     }
     setrlimit(RLIMIT_NOFILE, &old);
-    QCOMPARE(sum, 5);
+    QCOMPARE(sum.load(), 5);
 }
 
 QTEST_GUILESS_MAIN(tst_ZELEventDispatcher)

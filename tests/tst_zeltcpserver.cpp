@@ -6,7 +6,6 @@
 #include "zeltcpsocket.h"
 #include "zelthread.h"
 
-#include <QSignalSpy>
 #include <QtTest>
 
 #include <atomic>
