@@ -15,21 +15,18 @@
 
 namespace {
 
-/// Echoes every connection on a reading thread of its own, as a session would use it.
+/// Echoes every connection on a reading thread of its own, as a session would use it. One serves all tests.
 class EchoServer
 {
 public:
-    explicit EchoServer(int limit)
-        : server(nullptr, limit)
+    static EchoServer &instance(int limit)
     {
-        server.setConnectCallback([this](const QPointer<ZELStream> &stream) { serve(stream); });
-        server.listen(QHostAddress::LocalHost, 0);
-    }
-    ~EchoServer()
-    {
-        server.clear();
-        while (running > 0)
+        static auto *const one = new EchoServer;
+        one->server.clear();
+        while (one->running > 0)
             QTest::qWait(5);
+        one->server.setMaxPendingConnections(limit);
+        return *one;
     }
     quint16 port() const { return server.serverPort(); }
 
@@ -37,6 +34,12 @@ public:
     std::atomic<int> running{0};
 
 private:
+    EchoServer()
+        : server(nullptr, 1)
+    {
+        server.setConnectCallback([this](const QPointer<ZELStream> &stream) { serve(stream); });
+        server.listen(QHostAddress::LocalHost, 0);
+    }
     void serve(const QPointer<ZELStream> &stream)
     {
         ++running;
@@ -83,7 +86,7 @@ private Q_SLOTS:
 
 void tst_ZELTcpServer::limit()
 {
-    EchoServer server(2);
+    EchoServer &server = EchoServer::instance(2);
     std::vector<std::unique_ptr<RawPeer>> peers;
     std::atomic<bool> done{false};
     bool served[3] = {}, refused = false;
@@ -107,7 +110,7 @@ void tst_ZELTcpServer::limit()
 void tst_ZELTcpServer::burst()
 {
     // While nobody accepts, the kernel must keep a thousand connects; Qt's own backlog drops most for a second or more.
-    EchoServer server(1000);
+    EchoServer &server = EchoServer::instance(1000);
     QElapsedTimer timer;
     timer.start();
     std::vector<std::unique_ptr<RawPeer>> peers;
@@ -122,7 +125,7 @@ void tst_ZELTcpServer::burst()
 void tst_ZELTcpServer::reusedDescriptor()
 {
     // The notice of each old connection is still on its way to this thread when the next gets its descriptor.
-    EchoServer server(10);
+    EchoServer &server = EchoServer::instance(10);
     for (int i = 0; i < 200; ++i) {
         auto first = std::make_unique<RawPeer>(server.port());
         QTRY_COMPARE(server.server.clientCount(), 1);
@@ -138,7 +141,7 @@ void tst_ZELTcpServer::reusedDescriptor()
 
 void tst_ZELTcpServer::clearClosesAll()
 {
-    EchoServer server(10);
+    EchoServer &server = EchoServer::instance(10);
     std::vector<std::unique_ptr<RawPeer>> peers;
     for (int i = 0; i < 5; ++i)
         peers.emplace_back(new RawPeer(server.port()));
@@ -167,7 +170,7 @@ void tst_ZELTcpServer::withoutCallback()
 
 void tst_ZELTcpServer::peersThatVanish()
 {
-    EchoServer server(1000);
+    EchoServer &server = EchoServer::instance(1000);
     for (int i = 0; i < 100; ++i) {
         RawPeer peer(server.port());
         peer.send("x");
@@ -180,7 +183,7 @@ void tst_ZELTcpServer::peersThatVanish()
 
 void tst_ZELTcpServer::descriptorsRunOut()
 {
-    EchoServer server(1000);
+    EchoServer &server = EchoServer::instance(1000);
     RawPeer early(server.port());
     QTRY_COMPARE(server.server.clientCount(), 1);
     rlimit old;
@@ -212,7 +215,7 @@ void tst_ZELTcpServer::descriptorsRunOut()
 
 void tst_ZELTcpServer::leavesNothingBehind()
 {
-    EchoServer server(100);
+    EchoServer &server = EchoServer::instance(100);
     const auto handler = qInstallMessageHandler(countRefusals);
     std::atomic<bool> done{false};
     int served = 0;
