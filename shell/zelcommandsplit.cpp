@@ -1,20 +1,29 @@
 // SPDX-License-Identifier: MIT
 #include "zelarguments_p.h"
 
-#include <QStack>
-#include <string.h>
-
 namespace {
-bool isWordCharacter(char c)
-{
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')
-        || (c && strchr("\\!#$%&*+-./:<>?@^_|~", c));
-}
+enum Class : char { Dropped, Word, Separator, Quote, Bracket, Equals };
 
-bool isOneOf(const char *set, char c)
+struct Classes
 {
-    return c && strchr(set, c);
-}
+    constexpr Classes()
+    {
+        for (char c = 'a'; c <= 'z'; ++c)
+            of[int(c)] = of[c - 'a' + 'A'] = Word;
+        set("0123456789\\!#$%&*+-./:<>?@^_|~", Word);
+        set(" ,;\t\n\r", Separator);
+        set("\"'`", Quote);
+        set("([{", Bracket);
+        set("=", Equals);
+    }
+    constexpr void set(const char *characters, Class c)
+    {
+        for (; *characters; ++characters)
+            of[int(*characters)] = c;
+    }
+    Class of[256] = {};
+};
+constexpr Classes classes;
 
 char closerOf(char opener)
 {
@@ -41,7 +50,7 @@ public:
     QStringList split(const QString &line);
 
 private:
-    void outside(QChar c, char plain);
+    void outside(char plain, Class kind);
     void inside(QChar c, char plain);
     void open(char opener);
     void close(QChar c);
@@ -54,36 +63,46 @@ private:
     bool m_inGroup = false;
     char m_opener = 0;
     char m_closer = 0;
-    QStack<char> m_brackets;
+    int m_depth = 0; ///< open brackets; only those of the outermost one's kind nest
 };
 
 QStringList Splitter::split(const QString &line)
 {
+    m_word.reserve(line.size()); // one buffer for all words; it keeps its room when it is emptied
     for (const QChar c : line) {
         const char plain = c.toLatin1();
-        if (isWordCharacter(plain))
+        const Class kind = classes.of[uchar(plain)];
+        if (kind == Word)
             m_word.append(c);
-        else if (m_inGroup || !m_brackets.isEmpty())
+        else if (m_inGroup || m_depth > 0)
             inside(c, plain);
         else
-            outside(c, plain);
+            outside(plain, kind);
     }
     flush();
     return m_words;
 }
 
-void Splitter::outside(QChar c, char plain)
+void Splitter::outside(char plain, Class kind)
 {
-    if (isOneOf(" ,;\t\n\r", plain)) {
+    switch (kind) {
+    case Separator:
         flush();
-    } else if (isOneOf("\"'`", plain)) {
+        break;
+    case Quote:
         open(plain);
-    } else if (isOneOf("([{", plain)) {
-        m_brackets.push(plain);
+        break;
+    case Bracket:
+        ++m_depth;
         open(plain);
-    } else if (plain == '=') {
+        break;
+    case Equals:
         flush();
-        m_words.append(QString(c));
+        m_words.append(QStringLiteral("="));
+        break;
+    case Word:
+    case Dropped:
+        break;
     }
 }
 
@@ -104,22 +123,19 @@ void Splitter::inside(QChar c, char plain)
         return;
     }
     if (plain == m_opener)
-        m_brackets.push(plain);
+        ++m_depth;
     m_word.append(c);
 }
 
 void Splitter::close(QChar c)
 {
-    // A backtick takes a bracket off as well, though it put none on.
-    if (m_closer != '"' && m_closer != '\'' && !m_brackets.isEmpty())
-        m_brackets.pop();
-    if (!m_brackets.isEmpty()) {
+    if (m_depth > 0 && --m_depth > 0) {
         m_word.append(c);
         return;
     }
     if (m_keepQuote) {
         if (m_dropEmptyQuoted && m_word.size() == 1)
-            m_word.clear();
+            m_word.resize(0);
         else
             m_word.append(c);
     }
@@ -131,8 +147,8 @@ void Splitter::flush()
 {
     if (m_word.isEmpty())
         return;
-    m_words.append(m_word);
-    m_word.clear();
+    m_words.append(QString(m_word.constData(), m_word.size()));
+    m_word.resize(0);
 }
 } // namespace
 

@@ -2,6 +2,7 @@
 #include "zelterminal_p.h"
 
 #include "zelguard_p.h"
+#include "zelsignals_p.h"
 
 #include <atomic>
 #include <errno.h>
@@ -118,6 +119,7 @@ void installWhereDefault(int number, void (*handler)(int), int flags)
 void restoreAtEveryEnd()
 {
     atexit(zelRestoreTerminals);
+    zelProcessEnding = zelRestoreTerminals; // a fault that no frame takes
     for (int number : {SIGTERM, SIGHUP, SIGINT})
         installWhereDefault(number, restoreAndDie, SA_ONSTACK);
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "threadeddevice.h"
+#include "zelcatch.h"
 #include "zeliodevice.h"
 #include "zelterminal_p.h"
 
@@ -199,6 +200,7 @@ void tst_ZELIODevice::restoredAtEnd_data()
     QTest::newRow("SIGTERM") << SIGTERM;
     QTest::newRow("SIGHUP") << SIGHUP;
     QTest::newRow("SIGINT") << SIGINT;
+    QTest::newRow("fault") << SIGSEGV;
 }
 
 void tst_ZELIODevice::restoredAtEnd()
@@ -213,6 +215,7 @@ void tst_ZELIODevice::restoredAtEnd()
     int ready[2];
     QCOMPARE(pipe(ready), 0);
     const int status = inChild([&] {
+        installUnixSignal();
         new ZELStdDevice(dup(pty.slave));
         const char raw = pty.isRaw();
         if (::write(ready[1], &raw, 1) != 1)
