@@ -121,7 +121,8 @@ bool ZELShellClientPrivate::shakeHands(
         Lock lock(mutex);
         // The host takes over the key of a login that worked and keeps its own id otherwise: the only sign of it.
         usedKey = key.isNull() && !user.isEmpty() ? QUuid::createUuid() : key;
-        hello = zelHandshakeLine(user, password, usedKey.isNull() ? QString() : usedKey.toString(QUuid::WithoutBraces));
+        hello = zelHandshakeLine(
+            user, password, usedKey.isNull() ? QString() : usedKey.toString(QUuid::WithoutBraces), !terminalHook);
     }
     Greeting greeting;
     if (hello.isEmpty())
@@ -197,6 +198,26 @@ bool ZELShellClientPrivate::start(
 
 void ZELShellClientPrivate::receive(ZELClientConnection &from, QByteArray bytes)
 {
+    if (const auto hook = get(&ZELShellClientPrivate::terminalHook))
+        receiveText(from, bytes.mid(1), hook);
+    else
+        receivePackets(from, bytes);
+    ended(from);
+}
+
+void ZELShellClientPrivate::receiveText(
+    ZELClientConnection &from, QByteArray bytes, const std::function<void(QByteArray)> &hook)
+{
+    do {
+        // In no frame: opening one would take the signal handlers away from a program that has to restore a terminal.
+        if (!bytes.isEmpty())
+            hook(bytes);
+        bytes.clear();
+    } while (from.socket->read(bytes, QDeadlineTimer::Forever) == ZELClientSocket::Data);
+}
+
+void ZELShellClientPrivate::receivePackets(ZELClientConnection &from, QByteArray bytes)
+{
     ZELShellPacketCutter cutter;
     do {
         const QByteArrayList packets = cutter.feed(bytes);
@@ -204,7 +225,6 @@ void ZELShellClientPrivate::receive(ZELClientConnection &from, QByteArray bytes)
         for (const QByteArray &packet : packets)
             deliver(zelParsePacket(packet));
     } while (from.socket->read(bytes, QDeadlineTimer::Forever) == ZELClientSocket::Data);
-    ended(from);
 }
 
 void ZELShellClientPrivate::ended(ZELClientConnection &from)
@@ -269,10 +289,15 @@ std::shared_ptr<ZELClientConnection> ZELShellClientPrivate::liveConnection() con
 
 bool ZELShellClientPrivate::sendLine(const QString &line, bool background)
 {
+    return sendBytes(zelTaggedLine(line, background));
+}
+
+bool ZELShellClientPrivate::sendBytes(const QByteArray &bytes)
+{
     const auto current = liveConnection();
     if (!current)
         return false;
     ZELCriticalSection section;
     Lock lock(current->writing);
-    return current->socket->write(zelTaggedLine(line, background));
+    return current->socket->write(bytes);
 }

@@ -88,9 +88,9 @@ QByteArray zelTaggedLine(const QString &line, bool background)
     return (line + QLatin1Char(' ') + tag + (background ? QStringLiteral(" &\n") : QStringLiteral("\n"))).toUtf8();
 }
 
-QByteArray zelHandshakeLine(const QString &user, const QString &password, const QString &key)
+QByteArray zelHandshakeLine(const QString &user, const QString &password, const QString &key, bool noTerminal)
 {
-    QString line = QStringLiteral("--nt");
+    QString line = noTerminal ? QStringLiteral("--nt") : QString();
     const auto add = [&line](const QString &option, const QString &value) {
         if (!value.isEmpty())
             line += QLatin1Char(' ') + option + QLatin1Char(' ') + value;

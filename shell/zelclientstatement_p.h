@@ -24,8 +24,8 @@ ZELClientStatement zelNumberStatement(const QString &text, quint64 number);
 /// The line with the mark that has the host answer in packets, as bytes to be sent.
 QByteArray zelTaggedLine(const QString &line, bool background);
 
-/// The first line of a connection: no terminal, and who logs in. Empty when a value holds all kinds of quotes and
-/// brackets, or a line feed, and so cannot be written.
-QByteArray zelHandshakeLine(const QString &user, const QString &password, const QString &key);
+/// The first line of a connection: whether there is a terminal, and who logs in. Empty when a value holds all kinds of
+/// quotes and brackets, or a line feed, and so cannot be written.
+QByteArray zelHandshakeLine(const QString &user, const QString &password, const QString &key, bool noTerminal);
 
 #endif

@@ -97,6 +97,7 @@ std::shared_ptr<ZELShellProcess> ZELShellClientPrivate::create(const QString &li
     if (!statement.refusal.isEmpty() || (statement.numbered && numbered.contains(statement.key))) {
         const QString reason = statement.refusal.isEmpty() ? QStringLiteral("number in use") : statement.refusal;
         qWarning("ZELShellClient::createProcess: %s", qPrintable(reason));
+        error = reason;
         return nullptr;
     }
     auto record = std::make_shared<ZELShellProcess>();
@@ -282,6 +283,18 @@ int ZELShellClient::pendingProcesses() const
 bool ZELShellClient::sendLine(const QString &line, bool background)
 {
     return d->sendLine(line, background);
+}
+
+void ZELShellClient::setTerminalHook(std::function<void(QByteArray)> hook)
+{
+    ZELCriticalSection section;
+    Lock lock(d->mutex);
+    d->terminalHook = std::move(hook);
+}
+
+bool ZELShellClient::sendKeys(const QByteArray &bytes)
+{
+    return d->sendBytes(bytes);
 }
 
 void ZELShellClient::setRequestHook(std::function<void(ZELShellProcessHeader)> hook)

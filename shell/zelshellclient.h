@@ -186,7 +186,7 @@ public:
     QString banner() const;
     /// The session's id at the host.
     QUuid connectId() const;
-    /// Why the last attempt failed or the connection ended; one line.
+    /// Why the last attempt failed, the connection ended or a record was refused; one line.
     QString errorString() const;
 
     /// A record for one statement, not sent yet. A trailing "&" sends it to the background. Null, with a warning, when
@@ -204,6 +204,13 @@ public:
     bool sendLine(const QString &line, bool background);
     /// Has hook called on the receiving thread for every packet, before the packet's record gets it.
     void setRequestHook(std::function<void(ZELShellProcessHeader)> hook);
+
+    /// Makes the next connections terminal sessions, with the host's own editing and prompt: no packets and no records,
+    /// but hook called on the receiving thread with all that the host writes behind its banner. An empty hook for
+    /// connections of the other kind.
+    void setTerminalHook(std::function<void(QByteArray)> hook);
+    /// Sends keys to a terminal session, as they stand. False without a connection.
+    bool sendKeys(const QByteArray &bytes);
 
 Q_SIGNALS:
     void connected();

@@ -51,6 +51,7 @@ public:
     bool listen(const QString &address, quint16 port);
     void close();
     bool sendLine(const QString &line, bool background);
+    bool sendBytes(const QByteArray &bytes);
     std::shared_ptr<ZELClientConnection> liveConnection() const;
     template <class T>
     T get(T ZELShellClientPrivate::*field) const
@@ -80,6 +81,7 @@ public:
     QString error;
     bool login = false;
     std::function<void(ZELShellProcessHeader)> requestHook;
+    std::function<void(QByteArray)> terminalHook;
     std::shared_ptr<ZELClientConnection> connection; ///< the latest one, ended or not
     std::shared_ptr<ZELClientSocket> listener;
     struct Entry
@@ -104,6 +106,8 @@ private:
     bool acceptGreeting(const Greeting &greeting, const QUuid &usedKey, QString &error);
     bool start(const std::shared_ptr<ZELClientSocket> &socket, const QByteArray &rest, QString &error);
     void receive(ZELClientConnection &from, QByteArray bytes);
+    void receiveText(ZELClientConnection &from, QByteArray bytes, const std::function<void(QByteArray)> &hook);
+    void receivePackets(ZELClientConnection &from, QByteArray bytes);
     void deliver(const ZELShellProcessHeader &packet);
     void ended(ZELClientConnection &connection);
     Entry entryFor(const ZELShellProcessHeader &packet);

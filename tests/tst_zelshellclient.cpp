@@ -26,6 +26,7 @@ private Q_SLOTS:
     void endReleasesEverybodyAndReconnects();
     void tornPackets();
     void hostDialsOut();
+    void terminalSession();
     void closeFromAHookAndWhileConnecting();
     void destroyedUnderAHook();
 };
@@ -357,6 +358,27 @@ void tst_ZELShellClient::hostDialsOut()
     QVERIFY(!client.waitForHost(20000));
     closer.join();
     QVERIFY(timer.elapsed() < 5000);
+}
+
+void tst_ZELShellClient::terminalSession()
+{
+    QByteArray hello, keys;
+    FakeHost host([&](QTcpSocket &socket) {
+        hello = FakeHost::readLine(socket);
+        FakeHost::send(socket, FakeHost::banner() + "\033[32mprompt");
+        keys = FakeHost::readLine(socket);
+        FakeHost::send(socket, "ZEL_SHELL_PACKET_START\0\377");
+    });
+    ZELShellClient client;
+    QByteArray text;
+    client.setTerminalHook([&](const QByteArray &bytes) { text += bytes; });
+    QSignalSpy disconnected(&client, &ZELShellClient::disconnected);
+    QVERIFY(client.connectToHost(local, host.port(), 5000));
+    QVERIFY(client.sendKeys("a\033[D\n"));
+    QTRY_COMPARE(disconnected.count(), 1);
+    QCOMPARE(hello, QByteArray("\n"));
+    QCOMPARE(keys, QByteArray("a\033[D\n"));
+    QCOMPARE(text, QByteArray("\033[32mpromptZEL_SHELL_PACKET_START"));
 }
 
 void tst_ZELShellClient::closeFromAHookAndWhileConnecting()

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#ifndef TERMINAL_H
+#define TERMINAL_H
+
+#include "status.h"
+
+#include <QString>
+#include <mutex>
+
+class ZELShellClient;
+
+/**
+ * A session on this terminal: keys go to the host as they are typed, and what it writes is shown as it comes; Ctrl-]
+ * leaves. The terminal is put back at every end, that by a signal included.
+ *
+ * Made before the client connects; stands until the client has closed.
+ */
+class Terminal
+{
+public:
+    explicit Terminal(ZELShellClient &client);
+    ~Terminal();
+    Status run(const QString &address);
+
+private:
+    bool sendKeys(int ended);
+
+    ZELShellClient &m_client;
+    std::mutex m_mutex;
+    std::unique_lock<std::mutex> m_bannerFirst; ///< holds back what the host writes behind its banner
+};
+
+/// Reads a line from the terminal without showing it.
+QString askPassword();
+
+#endif

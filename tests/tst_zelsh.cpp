@@ -1,0 +1,388 @@
+// SPDX-License-Identifier: MIT
+#include "fakehost.h"
+#include "ptyhost.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtTest>
+
+/// Runs the installed command against peers that answer, err, hang, hang up or talk nonsense.
+class tst_Zelsh : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void statuses_data();
+    void statuses();
+    void connectionTrouble_data();
+    void connectionTrouble();
+    void usage_data();
+    void usage();
+    void channels();
+    void json();
+    void scripts_data();
+    void scripts();
+    void background();
+    void login();
+    void brokenPipeline();
+    void hostDialsOut();
+    void session();
+    void terminalIsRestored_data();
+    void terminalIsRestored();
+    void passwordIsNotShown();
+
+private:
+    struct Outcome
+    {
+        int status;
+        QByteArray out;
+        QByteArray err;
+    };
+    static Outcome run(const QStringList &arguments, const QByteArray &input = QByteArray());
+    static QString at(const FakeHost &host) { return "127.0.0.1:" + QString::number(host.port()); }
+};
+
+/// Answers every statement with what its word asks for.
+static void answer(QTcpSocket &socket)
+{
+    FakeHost::greet(socket);
+    for (QByteArray line = FakeHost::readLine(socket); !line.isEmpty(); line = FakeHost::readLine(socket)) {
+        const QByteArray key = line.split(' ').first(), word = key.split('#').first();
+        const QByteArray report = "Execute " + word + " Complete!\r\n";
+        const auto send = [&](const QByteArray &state, const QByteArray &text, const QByteArray &more = {}) {
+            FakeHost::send(socket, FakeHost::packet(key, state, text, more));
+        };
+        if (word == "hangup")
+            return;
+        if (word == "say")
+            send("EXECUTE_PROCESS", line.split(' ').value(1) + "\r\n");
+        if (word == "say" || word == "done")
+            send("EXECUTE_COMPLETE", report);
+        else if (word == "value")
+            send("EXECUTE_RESULT", report, "ReturnType: 2\r\nReturn: " + QByteArray("42").toBase64() + "\r\n");
+        else if (word == "err")
+            send("EXECUTE_ERROR", "it broke\r\n");
+        else if (word == "locked")
+            send("EXECUTE_RUNNINGLOCK", "locked is already in running!\r\n");
+        else if (word == "forbidden")
+            send("EXECUTE_PERMISSION_ERROR", "no\r\n");
+        else if (word == "quit")
+            send("ZEL_SHELL_DISCONNECT", "ZEL shell disconnect\r\n");
+        else if (word != "hang")
+            send("EXECUTE_NOTFOUND", "Error : input can not execate");
+    }
+}
+
+tst_Zelsh::Outcome tst_Zelsh::run(const QStringList &arguments, const QByteArray &input)
+{
+    QProcess process;
+    process.start(ZELSH, arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    const bool ended = process.waitForFinished(20000);
+    const bool normal = ended && process.exitStatus() == QProcess::NormalExit;
+    return {normal ? process.exitCode() : -1, process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+void tst_Zelsh::statuses_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArray>("err");
+    const auto row = [](const char *command, int status, const char *out, const char *err) {
+        QTest::newRow(command) << QString(command) << status << QByteArray(out) << QByteArray(err);
+    };
+    row("say hello", 0, "hello\n", "");
+    row("done", 0, "", "");
+    row("value", 0, "42\n", "");
+    row("err", 1, "", "it broke\n");
+    row("locked", 126, "", "locked is already in running!\n");
+    row("forbidden", 126, "", "no\n");
+    row("nothing", 127, "", "Error : input can not execate\n");
+    row("quit", 0, "ZEL shell disconnect\n", "");
+    row("quit; say never", 0, "ZEL shell disconnect\n", "");
+    row("hangup", 255, "", "zelsh: connection lost during hangup\n");
+    row("hangup; say never", 255, "", "zelsh: connection lost during hangup\n");
+    row("say one; err; say two; nothing", 1, "one\ntwo\n", "it broke\nError : input can not execate\n");
+    row("say \"", 2, "", "zelsh: unfinished quote or bracket: say \"\n");
+    row("hang; say never", 124, "", "zelsh: no end of hang after 0.3 s\n");
+}
+
+void tst_Zelsh::statuses()
+{
+    QFETCH(QString, command);
+    FakeHost host(answer);
+    QStringList arguments{at(host), command};
+    if (command.startsWith("hang;"))
+        arguments = QStringList{"--timeout", "0.3"} + arguments;
+    const Outcome outcome = run(arguments);
+    QTEST(outcome.err, "err");
+    QTEST(outcome.out, "out");
+    QTEST(outcome.status, "status");
+}
+
+void tst_Zelsh::connectionTrouble_data()
+{
+    QTest::addColumn<QByteArray>("answer");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("full") << QByteArray() << "connection closed by the host";
+    QTest::newRow("refused") << QByteArray("Error : login required\n") << "Error : login required";
+    QTest::newRow("garbage") << QByteArray(100000, '\x80') << "what answers there is not a shell";
+    QTest::newRow("another protocol") << QByteArray("HTTP/1.1 400 Bad Request\r\n\r\n") << "HTTP/1.1 400 Bad Request";
+}
+
+void tst_Zelsh::connectionTrouble()
+{
+    QFETCH(QByteArray, answer);
+    QFETCH(QString, message);
+    FakeHost host([&](QTcpSocket &socket) {
+        FakeHost::readLine(socket);
+        FakeHost::send(socket, answer);
+    });
+    const Outcome outcome = run({at(host), "x"});
+    QCOMPARE(QString(outcome.err), "zelsh: " + at(host) + ": " + message + '\n');
+    QCOMPARE(outcome.out, QByteArray());
+    QCOMPARE(outcome.status, 255);
+}
+
+void tst_Zelsh::usage_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("nothing") << QStringList();
+    QTest::newRow("unknown option") << QStringList{"--nope", "h"};
+    QTest::newRow("bad port") << QStringList{"h:99999", "x"};
+    QTest::newRow("no port") << QStringList{"h:", "x"};
+    QTest::newRow("bad key") << QStringList{"--key", "1", "h", "x"};
+    QTest::newRow("bad time-out") << QStringList{"--timeout", "nan", "h", "x"};
+    QTest::newRow("no password file") << QStringList{"--password-file", "/nonexistent", "h", "x"};
+    QTest::newRow("command and script") << QStringList{"--file", "-", "h", "x"};
+    QTest::newRow("one input for two") << QStringList{"--password-file", "-", "h"};
+}
+
+void tst_Zelsh::usage()
+{
+    QFETCH(QStringList, arguments);
+    const Outcome outcome = run(arguments, "x\n");
+    QCOMPARE(outcome.status, 2);
+    QVERIFY(outcome.err.startsWith("zelsh: ") && outcome.err.count('\n') == 1);
+    QVERIFY(run({"--help"}).out.contains("HOST[:PORT]"));
+    QVERIFY(run({"--version"}).out.startsWith("zelsh "));
+}
+
+static QByteArray on(const QByteArray &channel, QByteArray packet)
+{
+    return packet.replace("Accept: STDOUT", "Accept: " + channel);
+}
+
+void tst_Zelsh::channels()
+{
+    FakeHost host([](QTcpSocket &socket) {
+        FakeHost::greet(socket);
+        const QByteArray key = FakeHost::readLine(socket).split(' ').first();
+        for (const char *channel : {"STDOUT", "STDINFO", "STDWARNING", "STDERROR", "STDCRITICAL", "STDFATAL"})
+            FakeHost::send(socket, on(channel, FakeHost::packet(key, "EXECUTE_PROCESS", channel + QByteArray("\r\n"))));
+        FakeHost::send(socket, FakeHost::packet(key, "EXECUTE_COMPLETE", "own words\xc3\xa4"));
+        FakeHost::readLine(socket);
+    });
+    const Outcome outcome = run({at(host), "x", "--user", "y"});
+    QCOMPARE(outcome.out, QByteArray("STDOUT\nSTDINFO\nown words\xc3\xa4\n"));
+    QCOMPARE(outcome.err, QByteArray("STDWARNING\nSTDERROR\nSTDCRITICAL\nSTDFATAL\n"));
+    QCOMPARE(outcome.status, 0);
+}
+
+void tst_Zelsh::json()
+{
+    FakeHost host(answer);
+    const Outcome outcome = run({"--json", at(host), "say \"x\"; value; err"});
+    QCOMPARE(outcome.status, 1);
+    QCOMPARE(outcome.err, QByteArray());
+    QList<QJsonObject> objects;
+    for (const QByteArray &line : outcome.out.trimmed().split('\n'))
+        objects << QJsonDocument::fromJson(line).object();
+    QCOMPARE(objects.size(), 4);
+    QCOMPARE(objects[0]["text"].toString(), QString("\"x\"\r\n"));
+    QCOMPARE(objects[0]["state"].toString(), QString("EXECUTE_PROCESS"));
+    QCOMPARE(objects[2]["return"].toString(), QString("42"));
+    QCOMPARE(objects[2]["returnType"].toInt(), 2);
+    QCOMPARE(objects[3]["text"].toString(), QString("it broke\r\n"));
+}
+
+void tst_Zelsh::scripts_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<bool>("file");
+    QTest::newRow("standard input") << QStringList() << false;
+    QTest::newRow("dash") << QStringList{"--file", "-"} << false;
+    QTest::newRow("file") << QStringList{"--file"} << true;
+}
+
+void tst_Zelsh::scripts()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(bool, file);
+    const QByteArray script = "#!/usr/bin/zelsh\n\nsay 1; say 2\r\n  # comment\nerr\nsay 3";
+    QTemporaryFile written;
+    QVERIFY(written.open() && written.write(script) > 0 && written.flush());
+    if (file)
+        arguments << written.fileName();
+    FakeHost host(answer);
+    const Outcome outcome = run(arguments << at(host), file ? QByteArray() : script);
+    QCOMPARE(outcome.out, QByteArray("1\n2\n3\n"));
+    QCOMPARE(outcome.status, 1);
+    QCOMPARE(run({"--file", "/nonexistent", at(host)}).status, 2);
+}
+
+// The host answers the job only after the statement behind it.
+void tst_Zelsh::background()
+{
+    FakeHost host([](QTcpSocket &socket) {
+        FakeHost::greet(socket);
+        const QByteArray job = FakeHost::readLine(socket), next = FakeHost::readLine(socket);
+        FakeHost::send(socket, FakeHost::packet(next.split(' ').first(), "EXECUTE_COMPLETE", "second"));
+        FakeHost::send(
+            socket, FakeHost::packet(job.split(' ').first(), "EXECUTE_COMPLETE", job.endsWith("&\n") ? "first" : ""));
+        FakeHost::readLine(socket);
+    });
+    const Outcome outcome = run({at(host)}, "job &\nnext\n");
+    QCOMPARE(outcome.out, QByteArray("second\nfirst\n"));
+    QCOMPARE(outcome.status, 0);
+}
+
+void tst_Zelsh::login()
+{
+    QByteArray hello;
+    FakeHost host([&](QTcpSocket &socket) {
+        hello = FakeHost::readLine(socket).trimmed();
+        const QByteArray key = hello.mid(hello.lastIndexOf(' ') + 1);
+        const bool good = hello.startsWith("--nt --user \"bob\" --password \"se cret\" --key ");
+        FakeHost::send(socket, good ? FakeHost::banner('{' + key + '}') : FakeHost::banner());
+        const QByteArray line = FakeHost::readLine(socket);
+        FakeHost::send(socket, FakeHost::packet(line.split(' ').first(), "EXECUTE_COMPLETE", "in"));
+        FakeHost::readLine(socket);
+    });
+    const Outcome good = run({"--user", "bob", "--password-file", "-", at(host), "x"}, "se cret\r\nmore\n");
+    QCOMPARE(good.out, QByteArray("in\n"));
+    QCOMPARE(good.status, 0);
+    const Outcome bad = run({"--user", "bob", at(host), "x"});
+    QCOMPARE(QString(bad.err), "zelsh: " + at(host) + ": login refused\n");
+    QCOMPARE(bad.status, 255);
+}
+
+void tst_Zelsh::brokenPipeline()
+{
+    FakeHost host(answer);
+    const auto shell = [&](const QString &text) {
+        QProcess process;
+        process.start("/bin/bash", {"-o", "pipefail", "-c", text});
+        process.closeWriteChannel();
+        return process.waitForFinished(20000) ? process.exitCode() : -1;
+    };
+    const QString zelsh = QString(ZELSH) + ' ';
+    QCOMPARE(shell(zelsh + at(host) + " 'say 1; say 2' | grep -x 2"), 0);
+    QCOMPARE(shell("echo err | " + zelsh + at(host) + " | cat"), 1);
+    QCOMPARE(shell(zelsh + at(host) + " 'say 1; say 2; say 3' | true") & ~141, 0);
+    QCOMPARE(shell(zelsh + at(host) + " say 1 > /dev/full"), 1);
+}
+
+void tst_Zelsh::hostDialsOut()
+{
+    QProcess process;
+    process.start(ZELSH, {"--listen", "127.0.0.1:0", "say", "hello"});
+    QVERIFY(process.waitForStarted());
+    process.setReadChannel(QProcess::StandardError);
+    QTRY_VERIFY_WITH_TIMEOUT(process.canReadLine() || process.waitForReadyRead(10), 10000);
+    const quint16 port = process.readLine().split(' ').last().trimmed().toUShort();
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    QVERIFY(socket.waitForConnected(5000));
+    answer(socket);
+    QVERIFY(process.waitForFinished(10000));
+    QCOMPARE(process.readAllStandardOutput(), QByteArray("hello\n"));
+    QCOMPARE(process.exitCode(), 0);
+}
+
+// Echoes keys until "q", as a host with a line editor would.
+static void echo(QTcpSocket &socket)
+{
+    if (FakeHost::readLine(socket) != "\n")
+        return;
+    FakeHost::send(socket, FakeHost::banner() + "prompt$ ");
+    while (socket.waitForReadyRead(10000)) {
+        const QByteArray keys = socket.readAll();
+        FakeHost::send(socket, '<' + keys.toHex() + '>');
+        if (keys.contains('q'))
+            return;
+    }
+}
+
+void tst_Zelsh::session()
+{
+    FakeHost host(echo);
+    PtyHost terminal({ZELSH, at(host)});
+    QVERIFY(terminal.waitFor("prompt$ "));
+    const QByteArray start = terminal.takeAll();
+    QVERIFY(start.indexOf("ConnectId = ") < start.indexOf("prompt$ "));
+    QVERIFY(terminal.isRaw());
+    for (const QByteArray key : {"\t", "\x1b[A", "\x03", "\x7f", "\xc3\xa4"}) {
+        QVERIFY(terminal.type(key));
+        QVERIFY2(terminal.waitFor('<' + key.toHex() + '>'), key.toHex());
+        terminal.takeAll();
+    }
+    QVERIFY(terminal.type("\r"));
+    QVERIFY2(terminal.waitFor("<0a>"), "the host ends lines at line feeds");
+    QVERIFY(terminal.type("q"));
+    QVERIFY(terminal.waitForEnd());
+    QVERIFY(terminal.takeAll().contains("closed."));
+    QCOMPARE(terminal.status(), 0);
+    QVERIFY(terminal.isRestored());
+}
+
+void tst_Zelsh::terminalIsRestored_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<QByteArray>("keys");
+    QTest::newRow("Ctrl-]") << 0 << QByteArray("\x1d");
+    QTest::newRow("terminate") << SIGTERM << QByteArray();
+    QTest::newRow("hang up") << SIGHUP << QByteArray();
+    QTest::newRow("interrupt") << SIGINT << QByteArray();
+    QTest::newRow("quit") << SIGQUIT << QByteArray();
+    QTest::newRow("abort") << SIGABRT << QByteArray();
+    QTest::newRow("fault") << SIGSEGV << QByteArray();
+}
+
+void tst_Zelsh::terminalIsRestored()
+{
+    QFETCH(int, signal);
+    QFETCH(QByteArray, keys);
+    FakeHost host(echo);
+    PtyHost terminal({ZELSH, at(host)});
+    QVERIFY(terminal.waitFor("prompt$ ") && terminal.isRaw());
+    if (signal)
+        kill(terminal.pid(), signal);
+    else
+        QVERIFY(terminal.type(keys));
+    QVERIFY(terminal.waitForEnd());
+    QCOMPARE(terminal.status(), -signal);
+    QVERIFY(terminal.isRestored());
+}
+
+void tst_Zelsh::passwordIsNotShown()
+{
+    QByteArray hello;
+    FakeHost host([&](QTcpSocket &socket) {
+        hello = FakeHost::readLine(socket);
+        FakeHost::send(socket, FakeHost::banner());
+    });
+    PtyHost terminal({ZELSH, "--user", "bob", at(host), "x"});
+    QVERIFY(terminal.waitFor("Password: "));
+    QVERIFY(terminal.type("secret\n"));
+    QVERIFY(terminal.waitForEnd());
+    QVERIFY(hello.contains("--password \"secret\""));
+    QVERIFY(!terminal.takeAll().contains("secret"));
+    QVERIFY(terminal.isRestored());
+    QCOMPARE(terminal.status(), 255);
+}
+
+QTEST_GUILESS_MAIN(tst_Zelsh)
+#include "tst_zelsh.moc"
