@@ -7,8 +7,8 @@
 #include <zelshellserver.h>
 
 static const char builtIns[]
-    = "\r\nBuilt in: cd [DIR], ls [-a] [DIR], sys COMMAND, $name = VALUE, quit, exit, reinit\r\n"
-      "A line may hold several statements (a; b); one that ends in & runs in the background.";
+    = "\r\nBuilt in: cd [DIR], ls [-a] [DIR], sys COMMAND, $NAME = VALUE, quit, exit, reinit\r\n"
+      "Several statements: a; b    In the background: a &    More on one: COMMAND -h";
 
 CommandBook::CommandBook(ZELShellServer *server, QObject *parent)
     : QObject(parent)

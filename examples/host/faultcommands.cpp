@@ -12,13 +12,13 @@ FaultCommands::FaultCommands(CommandBook &book, QObject *parent)
     : QObject(parent)
 {
     const auto shared = CommandBook::Shared;
-    book.add("fault/throw [KIND]", "throws: runtime_error (the default), exception, pointer, int", this,
-        SLOT(raise(ZELArguments)), shared);
+    book.add("fault/throw [KIND]", "throws: runtime_error, exception, pointer or int", this, SLOT(raise(ZELArguments)),
+        shared);
     book.add("fault/assert", "fails an assertion", this, SLOT(assertion(ZELArguments)), shared);
     book.add("fault/segv", "writes through a null pointer", this, SLOT(segv(ZELArguments)), shared);
     book.add("fault/overflow", "overflows its stack", this, SLOT(overflow(ZELArguments)), shared);
-    book.add("fault/hang [busy]", "never returns: sleeps, or with \"busy\" keeps a processor busy", this,
-        SLOT(hang(ZELArguments)), CommandBook::Alone);
+    book.add("fault/hang [busy]", "never returns; \"busy\": keeps a processor busy", this, SLOT(hang(ZELArguments)),
+        CommandBook::Alone);
 }
 
 QVariant FaultCommands::raise(ZELArguments args)

@@ -10,10 +10,10 @@
 JobCommands::JobCommands(CommandBook &book, QObject *parent)
     : QObject(parent)
 {
-    book.add("jobs/sleep MS", "sleeps, then returns the milliseconds that went by", this, SLOT(sleep(ZELArguments)),
+    book.add("jobs/sleep MS", "sleeps; returns the milliseconds that went by", this, SLOT(sleep(ZELArguments)),
         CommandBook::Shared);
-    book.add("jobs/count N [MS]", "counts to N, with a pause of MS milliseconds after each number; returns N", this,
-        SLOT(count(ZELArguments)), CommandBook::Shared);
+    book.add("jobs/count N [MS]", "counts to N, MS milliseconds apart; returns N", this, SLOT(count(ZELArguments)),
+        CommandBook::Shared);
 }
 
 static const int dayInMs = 24 * 60 * 60 * 1000;

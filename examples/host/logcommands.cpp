@@ -9,8 +9,7 @@
 LogCommands::LogCommands(CommandBook &book, QObject *parent)
     : QObject(parent)
 {
-    book.add("log/print LEVEL TEXT...",
-        "prints on a channel: debug, info, warning, error, critical, fatal, stream, object", this,
+    book.add("log/print LEVEL TEXT...", "prints on a channel, such as debug, info or warning", this,
         SLOT(print(ZELArguments)), CommandBook::Shared);
 }
 

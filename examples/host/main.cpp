@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The demonstration host: a board supervisor whose commands are slots of the classes beside this file.
 #include "commandbook.h"
+#include "doors.h"
 #include "faultcommands.h"
 #include "jobcommands.h"
 #include "logcommands.h"
@@ -9,9 +10,11 @@
 #include "storagecommands.h"
 #include "systemcommands.h"
 #include "textcommands.h"
+#include "usercommands.h"
 
 #include <QCoreApplication>
 #include <cstdio>
+#include <memory>
 #include <sys/resource.h>
 #include <zelcatch.h>
 #include <zelshellserver.h>
@@ -53,6 +56,18 @@ int main(int argc, char **argv)
     LogCommands log(book);
     JobCommands jobs(book);
     FaultCommands faults(book);
+    std::unique_ptr<UserCommands> users;
+    if (!options.userDb.isEmpty()) {
+        const QSqlDatabase database = UserCommands::open(options.userDb);
+        if (!database.isValid())
+            return 1;
+        server.setDatabase(database);
+        users = std::make_unique<UserCommands>(book, database);
+    }
+
+    setLimits(server);
+    if (options.secure)
+        closeDoors(server);
 
     if (!options.reports.isEmpty())
         installErrorCatch(options.reports);

@@ -28,6 +28,8 @@ Options Options::parse(const QCoreApplication &app)
     parser.addVersionOption();
     parser.addOption({"tcp", "Serve remote shells on <port> (0: any free one).", "port"});
     parser.addOption({"no-terminal", "Leave the terminal alone; needs --tcp."});
+    parser.addOption({"user-db", "Keep user accounts in the SQLite <file>.", "file"});
+    parser.addOption({"secure", "Serve only this machine and only users with an account; needs --user-db."});
     parser.addOption({"reports", "Write a crash report into <directory> whenever a command faults.", "directory"});
     parser.process(app);
     if (!parser.positionalArguments().isEmpty())
@@ -40,6 +42,10 @@ Options Options::parse(const QCoreApplication &app)
         options.port = portNumber(parser.value("tcp"));
     if (!options.tcp && !options.terminal)
         giveUp("--no-terminal without --tcp would leave no way in");
+    options.userDb = parser.value("user-db");
+    options.secure = parser.isSet("secure");
+    if (options.secure && options.userDb.isEmpty())
+        giveUp("--secure needs the accounts of --user-db");
     options.reports = parser.value("reports");
     if (!options.reports.isEmpty() && !QFileInfo(options.reports).isDir())
         giveUp(options.reports + " is not a directory");

@@ -10,8 +10,8 @@
 StorageCommands::StorageCommands(CommandBook &book, QObject *parent)
     : QObject(parent)
 {
-    book.add("storage/usage [PATH]", "size and fill of the mounted file systems, or of the one that holds PATH", this,
-        SLOT(usage(ZELArguments)), CommandBook::Shared);
+    book.add("storage/usage [PATH]", "how full the file systems, or that of PATH, are", this, SLOT(usage(ZELArguments)),
+        CommandBook::Shared);
 }
 
 static QString row(const QStorageInfo &storage)

@@ -13,8 +13,8 @@ SystemCommands::SystemCommands(CommandBook &book, QObject *parent)
     const auto shared = CommandBook::Shared;
     book.add("system/uptime", "time since the board started, and its load", this, SLOT(uptime(ZELArguments)), shared);
     book.add("system/memory", "memory of the board and of this program", this, SLOT(memory(ZELArguments)), shared);
-    book.add("system/processes [COUNT]", "the COUNT largest processes (all when left out)", this,
-        SLOT(processes(ZELArguments)), shared);
+    book.add(
+        "system/processes [COUNT]", "the COUNT largest processes, or all", this, SLOT(processes(ZELArguments)), shared);
 }
 
 QVariant SystemCommands::uptime(ZELArguments args)

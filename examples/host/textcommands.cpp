@@ -9,8 +9,8 @@
 TextCommands::TextCommands(CommandBook &book, QObject *parent)
     : QObject(parent)
 {
-    book.add("text/echo [WORD...]", "prints its words as the shell split them, quotes included", this,
-        SLOT(echo(ZELArguments)), CommandBook::Shared);
+    book.add("text/echo [WORD...]", "prints its words as the shell split them", this, SLOT(echo(ZELArguments)),
+        CommandBook::Shared);
     book.add("text/ping", "prints nothing and returns \"pong\"", this, SLOT(ping(ZELArguments)), CommandBook::Shared);
 }
 

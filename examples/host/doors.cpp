@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+#include "doors.h"
+
+#include <QHostAddress>
+#include <zelshellserver.h>
+
+void setLimits(ZELShellServer &server)
+{
+    server.setLineLimit(1024 * 1024);
+    server.setInterruptible(true);
+}
+
+/// Asked for remote sessions only, with a command's path or, for a built-in, its word.
+static bool isPermitted(const ZELArguments &args)
+{
+    const QString word = args.Length() ? args[0] : QString();
+    return !args.getExecPath().startsWith("/Main/fault/") && word != "exit" && word != "reinit";
+}
+
+void closeDoors(ZELShellServer &server)
+{
+    const int tenMinutes = 10 * 60 * 1000;
+    server.setListenAddress(QHostAddress::LocalHost);
+    server.setLoginRequired(true);
+    server.setKeyLogin(false);
+    server.setRemoteSystemCommands(false);
+    server.setPermissionFunction(isPermitted);
+    server.setIdleLimit(tenMinutes);
+}

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+#include "usercommands.h"
+
+#include "arguments.h"
+#include "commandbook.h"
+
+#include <QDateTime>
+#include <QSqlError>
+#include <QStringList>
+#include <cstdio>
+#include <zelshellbase.h>
+#include <zeluser.h>
+
+UserCommands::UserCommands(CommandBook &book, const QSqlDatabase &database, QObject *parent)
+    : QObject(parent)
+    , m_database(database)
+{
+    const auto shared = CommandBook::Shared;
+    book.add("system/whoami", "the user of this session", this, SLOT(whoami(ZELArguments)), shared);
+    book.add("system/users", "who is logged in, and since when", this, SLOT(users(ZELArguments)), shared);
+    book.add("system/passwd OLD NEW", "changes your password", this, SLOT(passwd(ZELArguments)), shared);
+    book.add(
+        "system/adduser NAME PASSWORD", "makes an account (terminal only)", this, SLOT(adduser(ZELArguments)), shared);
+}
+
+QSqlDatabase UserCommands::open(const QString &file)
+{
+    QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE");
+    database.setDatabaseName(file);
+    if (database.open())
+        return database;
+    std::fprintf(stderr, "zelhost: %s: %s\n", qPrintable(file), qPrintable(database.lastError().text()));
+    return {};
+}
+
+QVariant UserCommands::whoami(ZELArguments args)
+{
+    if (!takes(args, 0, 0))
+        return {};
+    const ZELUser user = ZELUser::getUser(args.getUuid());
+    print(args, user.isLogin() ? user.userName() : QStringLiteral("nobody has logged in here"));
+    return {};
+}
+
+QVariant UserCommands::users(ZELArguments args)
+{
+    if (!takes(args, 0, 0))
+        return {};
+    QStringList lines;
+    for (const ZELUser &user : ZELUser::loggedIn()) {
+        const QDateTime since = ZELUser::getLastLoginTime(user);
+        lines += user.userName().leftJustified(20) + (since.isValid() ? since.toString("yyyy-MM-dd hh:mm:ss") : "-");
+    }
+    print(args, lines.isEmpty() ? QStringLiteral("nobody is logged in") : lines.join("\r\n"));
+    return {};
+}
+
+QVariant UserCommands::passwd(ZELArguments args)
+{
+    if (!takes(args, 2, 2))
+        return {};
+    ZELUser user = ZELUser::getUser(args.getUuid());
+    if (!user.isLogin())
+        return refuse(args, "system/passwd: nobody has logged in here");
+    if (user.password() != unquoted(args[1]))
+        return refuse(args, "system/passwd: the old password is another one");
+    if (!user.setPassword(unquoted(args[2])))
+        return refuse(args, "system/passwd: " + user.getErrorString());
+    return {};
+}
+
+QVariant UserCommands::adduser(ZELArguments args)
+{
+    if (!takes(args, 2, 2))
+        return {};
+    auto *session = qobject_cast<ZELShellBase *>(args.Sender());
+    if (!session || !session->IsMain())
+        return refuse(args, "system/adduser: only on the board's terminal");
+    // The first login of a name makes its account.
+    ZELUser user(unquoted(args[1]), unquoted(args[2]), m_database);
+    if (!user.isLogin())
+        return refuse(args, "system/adduser: " + user.getErrorString());
+    user.autologout();
+    return {};
+}
