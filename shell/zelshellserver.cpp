@@ -93,6 +93,11 @@ void ZELShellServer::setInterruptible(bool on)
     d->state->change([&](ZELShellSettings &settings) { settings.interruptible = on; });
 }
 
+void ZELShellServer::setUtf8Editing(bool on)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.utf8Editing = on; });
+}
+
 void ZELShellServer::setLineLimit(int bytes)
 {
     d->state->change([&](ZELShellSettings &settings) { settings.lineLimit = qMax(0, bytes); });

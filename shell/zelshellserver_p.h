@@ -23,7 +23,8 @@ struct ZELShellSettings
     bool loginRequired = false; ///< remote sessions that have not logged in end, names make no accounts
     bool keyLogin = true; ///< "--key" alone logs in
     bool remoteSys = true; ///< "sys" in remote sessions
-    bool interruptible = false; ///< these three are given to a shell when the server makes it
+    bool interruptible = false; ///< these are given to a shell when the server makes it
+    bool utf8Editing = false;
     int lineLimit = 0;
     int idleLimit = 0;
 };

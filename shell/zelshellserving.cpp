@@ -43,6 +43,7 @@ void ZELShellServerPrivate::configure(ZELShell *shell, bool remote) const
 {
     const ZELShellSettings settings = state->settings();
     shell->setInterruptible(settings.interruptible);
+    shell->setUtf8Editing(settings.utf8Editing);
     if (!remote)
         return;
     shell->setLineLimit(settings.lineLimit);

@@ -8,6 +8,7 @@ void setLimits(ZELShellServer &server)
 {
     server.setLineLimit(1024 * 1024);
     server.setInterruptible(true);
+    server.setUtf8Editing(true);
 }
 
 /// Asked for remote sessions only, with a command's path or, for a built-in, its word.

@@ -4,7 +4,7 @@
 
 class ZELShellServer;
 
-/// Limits that this host wants in any case: what one remote session may send, and Ctrl-C for people.
+/// What this host wants in any case: a bound on what a remote session may send; Ctrl-C and UTF-8 for people.
 void setLimits(ZELShellServer &server);
 
 /// What --secure stands for: remote shells from this machine only (use a tunnel), with an account, without the
