@@ -227,17 +227,18 @@ ZELShellPrivate::Outcome ZELShellPrivate::runCommand(ZELArguments &args)
 
 bool ZELShellPrivate::runPinned(ZELShellCommandPin &pin, const ZELArguments &args)
 {
-    const auto session = shared_from_this();
+    // Weak: what a kill leaves behind on the stack must not keep the session. Its owner is further out.
+    const auto session = weak_from_this();
     const auto label = std::make_shared<QString>();
     const auto started = [session, args, label] {
-        *label = session->running.take(args.getExecName());
+        *label = session.lock()->running.take(args.getExecName());
         ZELArgumentsPrivate::get(args)->running = true;
     };
     const auto ended = [session, args, label] {
         ZELArgumentsPrivate::get(args)->running = false;
-        session->running.drop(*label);
+        session.lock()->running.drop(*label);
     };
-    return pin.execute(args, started, ended, [session, args] { session->answerKilled(args); });
+    return pin.execute(args, started, ended, [session, args] { session.lock()->answerKilled(args); });
 }
 
 bool ZELShellPrivate::answerHelp(ZELArguments &args)
@@ -258,7 +259,7 @@ void ZELShellPrivate::callGuarded(const std::function<void(ZELArguments)> &funct
 {
     ZELArgumentsPrivate *record = ZELArgumentsPrivate::get(args);
     ZELFrame frame;
-    frame->abandoned = [session = shared_from_this(), args] { session->answerKilled(args); };
+    frame->abandoned = [this, args] { answerKilled(args); };
     record->running = true;
     if (zelGuard(frame.get(), [&] { function(args); })) {
         args.setProtoclState(errorState);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "fakedevice.h"
 #include "zelarguments.h"
+#include "zelcatch.h"
 #include "zelshell.h"
 #include "zelshellclient.h"
 #include "zelshellexpansion_p.h"
@@ -48,7 +49,7 @@ public Q_SLOTS:
         words = args;
         args.debug().noquote() << args.ToString(QStringLiteral(" "));
     }
-    void fail(ZELArguments args) { args.throwError("broken", "board", 1); }
+    void fail(ZELArguments) { throw new Exception("board", "broken", "f", 1); }
     void claim(ZELArguments args)
     {
         args.setProtoclState(QStringLiteral("EXECUTE_COMPLETE"));
@@ -260,11 +261,10 @@ void tst_Interpreter::oneCompletingPacket_data()
                            << "demo/value#2"
                            << "EXECUTE_RESULT"
                            << "Execute demo/value Complete!\r\n";
-    QTest::newRow("failure")
-        << "demo/fail"
-        << "demo/fail"
-        << "EXECUTE_ERROR"
-        << "EXECUTE_ERROR :Exception in /Main/demo/fail/demo/fail: broken, file zelarguments, line 624\r\n";
+    QTest::newRow("failure") << "demo/fail"
+                             << "demo/fail"
+                             << "EXECUTE_ERROR"
+                             << "EXECUTE_ERROR :Exception in board: broken, file f, line 1\r\n";
     QTest::newRow("state of its own") << "demo/claim"
                                       << "demo/claim"
                                       << "EXECUTE_COMPLETE"
