@@ -319,17 +319,20 @@ bool ZELShellPrivate::executePro(ZELArguments &args, Unknown unknown)
 
 bool ZELShell::doCmd(ZELArguments &args)
 {
-    return d->runCommand(args) != ZELShellPrivate::Outcome::NotFound;
+    const auto session = d;
+    return session->runCommand(args) != ZELShellPrivate::Outcome::NotFound;
 }
 
 bool ZELShell::doExecuteStd(ZELArguments &args)
 {
-    return d->executeStd(args, ZELShellPrivate::Unknown::IsError);
+    const auto session = d;
+    return session->executeStd(args, ZELShellPrivate::Unknown::IsError);
 }
 
 bool ZELShell::doExecutePro(ZELArguments &args)
 {
-    return d->executePro(args, ZELShellPrivate::Unknown::IsError);
+    const auto session = d;
+    return session->executePro(args, ZELShellPrivate::Unknown::IsError);
 }
 
 bool ZELShell::isCommandRunning(QString name)
