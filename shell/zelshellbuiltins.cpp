@@ -26,7 +26,7 @@ ZELShellCommandPin resolve(const ZELShellPrivate &session, const QString &word)
     const auto place = session.directories.place(word);
     auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
     const bool bare = !word.contains(QLatin1Char('/')) && !word.contains(QLatin1Char('\\'));
-    if (!pin && bare)
+    if (bare && !pin.command()) // a directory may carry a system command's name
         pin = ZELShellCommandPin::find(session.server->systemRoot(), word);
     return pin;
 }

@@ -235,6 +235,7 @@ void ZELShellPrivate::startJob(const QString &statement)
 {
     const auto job = std::make_shared<ZELShellJob>(statement);
     const auto run = [session = shared_from_this(), job, statement, remoteKey = ZELStatementDepth::remoteKey()] {
+        job->begin();
         std::optional<ZELStatementDepth> script;
         if (remoteKey) {
             script.emplace();

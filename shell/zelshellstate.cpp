@@ -201,7 +201,8 @@ ZELShellDirectories::Place ZELShellDirectories::place(const QString &path) const
 }
 
 ZELShellJob::ZELShellJob(const QString &statement)
-    : label(QLatin1String("ZELShell Cammand (") + statement + QLatin1Char(')')) // the spelling is kept
+    : statement(statement.trimmed())
+    , label(QLatin1String("ZELShell Cammand (") + statement + QLatin1Char(')')) // the spelling is kept
 {
 }
 
@@ -221,11 +222,24 @@ void ZELShellJob::waitForOpen()
         lock.wait(m_change);
 }
 
+void ZELShellJob::begin()
+{
+    ZELSessionLock lock(m_mutex);
+    m_threadId = QThread::currentThreadId();
+}
+
 void ZELShellJob::end()
 {
     ZELSessionLock lock(m_mutex);
     m_ended = true;
     m_change.notify_all();
+}
+
+bool ZELShellJob::kill()
+{
+    // Under the lock, so that the thread, which may be given other work afterwards, cannot leave this job meanwhile.
+    ZELSessionLock lock(m_mutex);
+    return !m_ended && m_threadId && except_stack->Kill(m_threadId) == 0;
 }
 
 bool ZELShellJob::waitForEnd(int ms)
@@ -247,6 +261,7 @@ void ZELShellJobs::append(const std::shared_ptr<ZELShellJob> &job)
     ZELSessionLock lock(m_mutex);
     m_jobs.erase(
         std::remove_if(m_jobs.begin(), m_jobs.end(), [](const auto &old) { return old->hasEnded(); }), m_jobs.end());
+    job->number = m_jobs.isEmpty() ? 1 : m_jobs.last()->number + 1;
     m_jobs.append(job);
 }
 

@@ -126,18 +126,25 @@ public:
     void open(ZELThread *thread);
     /// On the job's thread: waits for open().
     void waitForOpen();
+    /// On the job's thread, in the frame that calls end() when it is abandoned: the job can be killed from now on.
+    void begin();
     /// On the job's thread: nothing of the job runs any more.
     void end();
+    /// Ends the job's thread body, and with it the job; false when it has not begun or has ended.
+    bool kill();
     /// False when the job still runs after that time.
     bool waitForEnd(int ms);
     bool hasEnded() { return waitForEnd(0); }
 
+    const QString statement;
     const QString label;
+    int number = 0; ///< by which the user names it, among the jobs of its session
     QPointer<ZELThread> thread() const;
 
 private:
     mutable std::mutex m_mutex;
     std::condition_variable m_change;
+    Qt::HANDLE m_threadId = nullptr;
     QPointer<ZELThread> m_thread;
     bool m_open = false;
     bool m_ended = false;

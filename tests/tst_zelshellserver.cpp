@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zelshell.h"
+#include "zelshellcommand.h"
 #include "zelshellcommandtree.h"
 #include "zelshellserver.h"
 
@@ -12,6 +13,8 @@
 #include <pty.h>
 #include <unistd.h>
 
+using Node = ZELShellCommandTree;
+
 class Board : public QObject
 {
     Q_OBJECT
@@ -20,7 +23,7 @@ public:
     std::atomic<bool> leave{false};
 public Q_SLOTS:
     QVariant ping(ZELArguments args) { return args.ArgumentsLength(); }
-    void wait()
+    void wait(ZELArguments)
     {
         ++running;
         while (!leave)
@@ -96,6 +99,8 @@ private Q_SLOTS:
     void connectOutFails();
     void closeFromAnotherThread();
     void destroyedWhileShellsRun();
+    void jobs();
+    void commandTimeout();
     void terminalShell_data();
     void terminalShell();
 
@@ -110,7 +115,7 @@ void tst_ZELShellServer::init()
     m_board = std::make_unique<Board>();
     m_server->setListenAddress(QHostAddress::LocalHost);
     QVERIFY(m_server->registerCmd("net", "ping", m_board.get(), SLOT(ping(ZELArguments))));
-    QVERIFY(m_server->registerCmd("net", "wait", m_board.get(), SLOT(wait()), true));
+    QVERIFY(m_server->registerCmd("net", "wait", m_board.get(), SLOT(wait(ZELArguments)), true));
 }
 
 void tst_ZELShellServer::cleanup()
@@ -230,6 +235,48 @@ void tst_ZELShellServer::destroyedWhileShellsRun()
         m_board->leave = false;
         init();
     }
+}
+
+void tst_ZELShellServer::jobs()
+{
+    QVERIFY(m_server->registerJobCommands());
+    QVERIFY(!m_server->registerJobCommands());
+    // Directories named like the commands do not hide them.
+    QVERIFY(m_server->registerCmd("jobs", "ping", m_board.get(), SLOT(ping(ZELArguments))));
+    m_server->startTcpServer(0);
+    Peer peer(m_server->serverPort()), other(m_server->serverPort());
+    QTRY_VERIFY(peer.has("ConnectId = ") && other.has("ConnectId = "));
+    peer.send("net/wait a &;net/wait b &;jobs");
+    QTRY_VERIFY(peer.has("1  net/wait a\r\n2  net/wait b\r\n"));
+    QTRY_COMPARE(m_board->running.load(), 2);
+    other.send("jobs;kill 1");
+    QTRY_VERIFY(other.has("kill: 1: no such job"));
+    peer.send("kill;kill x;kill 3");
+    QTRY_VERIFY(peer.has("number is needed") && peer.has("kill: 3: no such job"));
+    Node *leaf = m_server->FindCommand("net", "wait");
+    peer.send("kill 1");
+    QTRY_VERIFY(peer.has("forced exit"));
+    peer.send("jobs");
+    QTRY_VERIFY(peer.has("2  net/wait b\r\n"));
+    QVERIFY(leaf->Command()->IsRunning());
+    peer.send("kill 2");
+    QTRY_VERIFY(!leaf->Command()->IsRunning());
+    m_board->running = 0; // the killed slots did not count themselves down
+}
+
+void tst_ZELShellServer::commandTimeout()
+{
+    m_server->setCommandTimeout(50);
+    const auto reset = qScopeGuard([this] { m_server->setCommandTimeout(0); });
+    m_server->startTcpServer(0);
+    Peer peer(m_server->serverPort());
+    QTRY_VERIFY(peer.has("ConnectId = "));
+    peer.send("net/wait");
+    QTRY_VERIFY(peer.has("Application Timerout,Max time is 50"));
+    QVERIFY(m_server->setCommandTimeout("net", "wait", 60));
+    peer.send("net/wait");
+    QTRY_VERIFY(peer.has("Max time is 60"));
+    m_board->running = 0;
 }
 
 void tst_ZELShellServer::terminalShell_data()
