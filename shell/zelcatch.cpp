@@ -244,6 +244,15 @@ int ExceptionHelp::Kill()
     return except_stack->Kill(threadId);
 }
 
+/// Posted, because an event loop that has not started yet would not hear of it.
+static void endApplication(int code)
+{
+    ZELCriticalSection section;
+    if (QCoreApplication *application = QCoreApplication::instance())
+        QMetaObject::invokeMethod(
+            application, [code] { QCoreApplication::exit(code); }, Qt::QueuedConnection);
+}
+
 bool zelRestartWanted()
 {
     return restartWanted;
@@ -251,12 +260,12 @@ bool zelRestartWanted()
 
 void CloseApplication()
 {
-    QCoreApplication::exit(0);
+    endApplication(0);
 }
 
 void ReStartApplication()
 {
     qDebug() << "System will restart now...";
     restartWanted = true;
-    QCoreApplication::exit(8888);
+    endApplication(8888);
 }

@@ -70,6 +70,10 @@ public:
     /// False when the command runs already and may not run twice.
     bool runPinned(ZELShellCommandPin &pin, const ZELArguments &args);
     bool answerHelp(ZELArguments &args);
+    /// Whether the host lets this remote session run what the record names.
+    bool isPermitted(ZELArguments &args);
+    /// Answers what is not permitted.
+    static void refuse(const ZELArguments &args);
     /// Calls a function of the host in a frame of its own.
     void callGuarded(const std::function<void(ZELArguments)> &function, ZELArguments &args);
     void answerKilled(const ZELArguments &args);

@@ -164,6 +164,17 @@ const Entry builtins[] = {
     {"sys", true, true, &Builtin::sys},
 };
 
+/// Whether a built-in may be used here; everybody may leave.
+bool isOpen(ZELShellPrivate &session, ZELArguments &args)
+{
+    const QString name = args.getExecName();
+    if (name == QLatin1String("quit"))
+        return true;
+    if (name == QLatin1String("sys") && !session.isMain && !session.server->settings().remoteSys)
+        return false;
+    return session.isPermitted(args);
+}
+
 /// Runs the built-in or literal of the record; false when it names none.
 bool runBuiltin(ZELShellPrivate &session, ZELArguments &args, ZELReply &reply, bool Entry::*offered)
 {
@@ -171,6 +182,10 @@ bool runBuiltin(ZELShellPrivate &session, ZELArguments &args, ZELReply &reply, b
     for (const Entry &entry : builtins) {
         if (entry.*offered && name == QLatin1String(entry.name)) {
             session.emitProcessReceived();
+            if (!isOpen(session, args)) {
+                ZELShellPrivate::refuse(args);
+                return true;
+            }
             (Builtin{session, args, reply}.*entry.run)();
             return true;
         }
@@ -216,6 +231,10 @@ ZELShellPrivate::Outcome ZELShellPrivate::runCommand(ZELArguments &args)
         return Outcome::NotFound;
     emitProcessReceived();
     args.setExecPath(pin.node()->getPath());
+    if (!isPermitted(args)) {
+        refuse(args);
+        return Outcome::Answered;
+    }
     if (answerHelp(args))
         return Outcome::Ran;
     if (runPinned(pin, args))
@@ -239,6 +258,22 @@ bool ZELShellPrivate::runPinned(ZELShellCommandPin &pin, const ZELArguments &arg
         session.lock()->running.drop(*label);
     };
     return pin.execute(args, started, ended, [session, args] { session.lock()->answerKilled(args); });
+}
+
+bool ZELShellPrivate::isPermitted(ZELArguments &args)
+{
+    const auto permission = isMain ? nullptr : server->settings().permission;
+    if (!permission)
+        return true;
+    bool permitted = false;
+    callGuarded([&](const ZELArguments &record) { permitted = permission(record); }, args);
+    return permitted;
+}
+
+void ZELShellPrivate::refuse(const ZELArguments &args)
+{
+    complete(
+        args, QStringLiteral("EXECUTE_PERMISSION_ERROR"), args.getExecName() + QStringLiteral(" is not permitted!"));
 }
 
 bool ZELShellPrivate::answerHelp(ZELArguments &args)

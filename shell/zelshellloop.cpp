@@ -28,6 +28,16 @@ QString line(const QString &text)
     return text.isEmpty() ? QString() : text + QLatin1Char('\n');
 }
 
+QString withoutPassword(const QStringList &words)
+{
+    QStringList shown = words;
+    for (int i = 1; i < shown.size(); ++i) {
+        if (shown.at(i - 1) == QLatin1String("--password"))
+            shown[i] = QStringLiteral("***");
+    }
+    return shown.join(QLatin1Char(' '));
+}
+
 } // namespace
 
 ZELShellLoop::ZELShellLoop(ZELShellPrivate &session)
@@ -38,8 +48,8 @@ ZELShellLoop::ZELShellLoop(ZELShellPrivate &session)
 
 void ZELShellLoop::run()
 {
-    if (!m_session.isMain)
-        handshake();
+    if (!m_session.isMain && !handshake())
+        return;
     m_editor.setTerminal(!m_session.noTerminal);
     m_editor.setUtf8(m_session.utf8Editing);
     if (!m_session.isMain || m_session.noTerminal)
@@ -79,27 +89,46 @@ QString ZELShellLoop::handshakeLine()
     return zelTextOf(bytes);
 }
 
-void ZELShellLoop::handshake()
+bool ZELShellLoop::handshake()
 {
     const ZELArguments args(nullptr, QLatin1String("ZELShell ") + handshakeLine());
-    ZELShellPrivate::log(
-        QLatin1String("================ get input =[") + args.ToString(QStringLiteral(" ")) + QLatin1Char(']'));
+    const ZELShellSettings settings = m_session.server->settings();
+    ZELShellPrivate::log(QLatin1String("================ get input =[")
+        + (settings.passwordHidden ? withoutPassword(args) : args.ToString(QStringLiteral(" "))) + QLatin1Char(']'));
     if (args.containsOpt(QStringLiteral("--nt")))
         m_session.noTerminal = true;
-    login(args);
+    login(args, settings);
+    if (!settings.loginRequired || ZELUser::getUser(m_session.sessionUuid()).isLogin())
+        return true;
+    m_session.output.write(QStringLiteral("Error : login required\n"));
+    m_session.stopState = ZELShellPrivate::Ended;
+    return false;
 }
 
-void ZELShellLoop::login(const ZELArguments &args)
+void ZELShellLoop::login(const ZELArguments &args, const ZELShellSettings &settings)
 {
     const QString name = args.getOptFromString(QStringLiteral("--user"));
     const QString password = args.getOptFromString(QStringLiteral("--password"));
     const QUuid key(QLatin1Char('{') + args.getOptFromString(QStringLiteral("--key")) + QLatin1Char('}'));
-    const bool hasKey = args.containsOpt(QStringLiteral("--key"));
+    const bool hasKey = settings.keyLogin && args.containsOpt(QStringLiteral("--key"));
     // A failed login is no error: the session stays anonymous.
-    if (args.containsOpt(QStringLiteral("--user")))
-        loginByName(name, password, hasKey ? key : QUuid());
-    else if (hasKey)
+    if (args.containsOpt(QStringLiteral("--user"))) {
+        // A name without an account is refused here; only a key that is logged in already can do without.
+        const bool joins = hasKey && ZELUser::getUser(key).isLogin();
+        if (settings.loginRequired && !joins)
+            loginExisting(name, password);
+        else
+            loginByName(name, password, hasKey ? key : QUuid());
+    } else if (hasKey) {
         joinLogin(key);
+    }
+}
+
+void ZELShellLoop::loginExisting(const QString &name, const QString &password)
+{
+    const ZELUser user = ZELUser::loginExisting(name, password, m_session.loginDatabase());
+    if (user.isLogin())
+        m_session.setSessionUuid(user.uid());
 }
 
 void ZELShellLoop::loginByName(const QString &name, const QString &password, const QUuid &key)

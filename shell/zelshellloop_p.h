@@ -8,6 +8,8 @@
 
 #include <QByteArray>
 
+struct ZELShellSettings;
+
 /**
  * What the core thread of a session does: handshake, banner, then keys, lines and completions until the session ends.
  *
@@ -24,9 +26,11 @@ public:
 
 private:
     bool refill();
-    void handshake();
+    /// False when the session is not let in.
+    bool handshake();
     QString handshakeLine();
-    void login(const ZELArguments &args);
+    void login(const ZELArguments &args, const ZELShellSettings &settings);
+    void loginExisting(const QString &name, const QString &password);
     void loginByName(const QString &name, const QString &password, const QUuid &key);
     void joinLogin(const QUuid &key);
     void banner();

@@ -135,6 +135,11 @@ void ZELShellServer::setKeyLogin(bool on)
     d->state->change([&](ZELShellSettings &settings) { settings.keyLogin = on; });
 }
 
+void ZELShellServer::setPasswordHidden(bool on)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.passwordHidden = on; });
+}
+
 void ZELShellServer::setIdleLimit(int ms)
 {
     d->state->change([&](ZELShellSettings &settings) { settings.idleLimit = qMax(0, ms); });

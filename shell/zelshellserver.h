@@ -180,14 +180,20 @@ public:
     QHostAddress listenAddress() const;
     /// A remote session that has not logged in is told so and closed, and unknown names are not made accounts.
     void setLoginRequired(bool on);
-    /// Asked before every command and built-in of a remote session; false is answered with the state
-    /// "EXECUTE_PERMISSION_ERROR". The record tells the command, the session and the user's id. It is called on the
-    /// session's threads, by several sessions at once.
+    /**
+     * Asked before every command and built-in of a remote session except "quit"; false is answered with the state
+     * "EXECUTE_PERMISSION_ERROR", and so is a function that fails. The record tells the command (getExecPath(), empty
+     * for built-ins, and getExecName()), the words, the session and the user's id. It is called on the sessions'
+     * threads, for several of them at once. Once the server is gone nothing is permitted any more.
+     */
     void setPermissionFunction(std::function<bool(const ZELArguments &)> function);
     /// Whether remote sessions may use "sys", the system's shell; they may at first.
     void setRemoteSystemCommands(bool on);
-    /// Whether "--key" alone, the id of a session that somebody saw, logs in; it does at first.
+    /// Whether the handshake's "--key" is looked at: with the id of a session that somebody saw, one can join its
+    /// login. It is at first.
     void setKeyLogin(bool on);
+    /// Hides the password in the debug line of the handshake.
+    void setPasswordHidden(bool on);
     /// Ends a remote session whose peer sends nothing for that long while no statement runs; 0 never. For shells made
     /// afterwards.
     void setIdleLimit(int ms);

@@ -21,7 +21,8 @@ struct ZELShellSettings
     std::function<void(ZELArguments)> weakup;
     std::function<bool(const ZELArguments &)> permission; ///< remote sessions; empty: everything is allowed
     bool loginRequired = false; ///< remote sessions that have not logged in end, names make no accounts
-    bool keyLogin = true; ///< "--key" alone logs in
+    bool passwordHidden = false; ///< in the debug line of the handshake
+    bool keyLogin = true; ///< "--key" is looked at
     bool remoteSys = true; ///< "sys" in remote sessions
     bool interruptible = false; ///< these are given to a shell when the server makes it
     bool utf8Editing = false;

@@ -3,6 +3,7 @@
 #include "zelshellcommand.h"
 #include "zelshellcommandtree.h"
 #include "zelshellserver.h"
+#include "zeluser.h"
 
 #include <QCoreApplication>
 #include <QTcpServer>
@@ -101,6 +102,11 @@ private Q_SLOTS:
     void destroyedWhileShellsRun();
     void jobs();
     void commandTimeout();
+    void permissionFunction();
+    void remoteSystemCommands();
+    void logins_data();
+    void logins();
+    void keyOfAnotherSession();
     void terminalShell_data();
     void terminalShell();
 
@@ -279,23 +285,135 @@ void tst_ZELShellServer::commandTimeout()
     m_board->running = 0;
 }
 
+void tst_ZELShellServer::permissionFunction()
+{
+    m_server->setPermissionFunction([](const ZELArguments &args) {
+        if (args[1] == "crash")
+            throw std::runtime_error("bad rule");
+        return args.getExecPath() == "/Main/net/ping" && args.ArgumentsLength() == 1;
+    });
+    m_server->setHelpFunction([](ZELArguments args) { args.debug() << "help!"; });
+    m_server->startTcpServer(0);
+    Peer peer(m_server->serverPort());
+    QTRY_VERIFY(peer.has("ConnectId = "));
+    peer.send("net/ping 1;$a = net/ping 1;net/ping 1 2");
+    QTRY_COMPARE((peer.has("!"), peer.got), QByteArray("1\r\n1\r\nnet/ping is not permitted!\r\n"));
+    for (const char *refused : {"net/wait -h", "cd net", "exit", "sys echo open", "net/ping crash"}) {
+        peer.send(QByteArray(refused) + " 2");
+        QTRY_VERIFY2(peer.has("is not permitted!\r\n"), refused);
+        QVERIFY(!peer.has("help!") && !peer.has("open"));
+    }
+    peer.send("net/ping 1 2 UFJPVE9DT0w9WkVMX1NIRUxM");
+    QTRY_VERIFY(peer.has("State: EXECUTE_PERMISSION_ERROR\r\n") && peer.has("ZEL_SHELL_PACKET_END\r\n"));
+    QCOMPARE(peer.got.count("ZEL_SHELL_PACKET_START"), 1);
+    peer.send("quit");
+    QTRY_VERIFY(peer.isClosed());
+}
+
+void tst_ZELShellServer::remoteSystemCommands()
+{
+    m_server->startTcpServer(0);
+    Peer peer(m_server->serverPort());
+    QTRY_VERIFY(peer.has("ConnectId = "));
+    peer.send("sys echo op''en");
+    QTRY_VERIFY(peer.has("open"));
+    m_server->setRemoteSystemCommands(false);
+    peer.send("sys echo op''en");
+    QTRY_VERIFY(peer.has("sys is not permitted!"));
+    QVERIFY(!peer.has("open"));
+}
+
+void tst_ZELShellServer::logins_data()
+{
+    QTest::addColumn<QByteArray>("handshake");
+    QTest::addColumn<bool>("letIn");
+    QTest::newRow("nobody") << QByteArray("--nt") << false;
+    QTest::newRow("right password") << QByteArray("--nt --user ann --password secret") << true;
+    QTest::newRow("wrong password") << QByteArray("--nt --user ann --password other") << false;
+    QTest::newRow("unknown name") << QByteArray("--nt --user eve --password secret") << false;
+    QTest::newRow("unknown name with key")
+        << QByteArray("--nt --user eve --password x --key 6a1e4b4e-0c0a-4a7e-9d7e-0123456789ab") << false;
+    QTest::newRow("unknown key") << QByteArray("--nt --key 6a1e4b4e-0c0a-4a7e-9d7e-0123456789ab") << false;
+    QTest::newRow("empty key") << QByteArray("--nt --key") << false;
+}
+
+void tst_ZELShellServer::logins()
+{
+    QFETCH(QByteArray, handshake);
+    QFETCH(bool, letIn);
+    QTemporaryDir directory;
+    QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", "users");
+    database.setDatabaseName(directory.filePath("users.db"));
+    const auto close = qScopeGuard([&] {
+        database = QSqlDatabase();
+        QSqlDatabase::removeDatabase("users");
+    });
+    QVERIFY(database.open());
+    ZELUser("ann", "secret", database).logout();
+    m_server->setDatabase(database);
+    m_server->setLoginRequired(true);
+    m_server->setPasswordHidden(true);
+    m_server->startTcpServer(0);
+    if (handshake.contains("--password secret"))
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(".*get input =.*--password \\*\\*\\*.*"));
+    {
+        Peer peer(m_server->serverPort(), handshake + '\n');
+        QTRY_VERIFY(letIn ? peer.has("ConnectId = ") : peer.isClosed());
+        QCOMPARE(peer.has("Error : login required\n"), !letIn);
+        QCOMPARE(ZELUser::loggedIn().size(), letIn ? 1 : 0);
+    }
+    QTRY_COMPARE(m_server->ClientNumber(), 0);
+    QTRY_VERIFY(ZELUser::loggedIn().isEmpty());
+    QVERIFY(!ZELUser::loginExisting("eve", "secret", database).isLogin());
+    m_server->setDatabase(QSqlDatabase());
+}
+
+void tst_ZELShellServer::keyOfAnotherSession()
+{
+    QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", "keys");
+    QTemporaryDir directory;
+    database.setDatabaseName(directory.filePath("users.db"));
+    QVERIFY(database.open());
+    {
+        ZELUser ann("ann", "secret", database);
+        QVERIFY(ann.isLogin());
+        const QByteArray key = ann.uid().toByteArray(QUuid::WithoutBraces);
+        m_server->startTcpServer(0);
+        Peer before(m_server->serverPort(), "--nt --key " + key + '\n');
+        QTRY_VERIFY(before.has("ConnectId = {" + key + "}"));
+        m_server->setKeyLogin(false);
+        Peer after(m_server->serverPort(), "--nt --user eve --password x --key " + key + '\n');
+        QTRY_VERIFY(after.has("ConnectId = {"));
+        QVERIFY(!after.has(key));
+        before.send("quit");
+        QTRY_VERIFY(before.isClosed());
+        ann.logout();
+    }
+    database = QSqlDatabase();
+    QSqlDatabase::removeDatabase("keys");
+}
+
 void tst_ZELShellServer::terminalShell_data()
 {
     QTest::addColumn<QByteArray>("typed");
+    QTest::addColumn<int>("wait");
     QTest::addColumn<int>("code");
-    QTest::newRow("quit") << QByteArray("net/ping 1\nquit\n") << 0;
-    QTest::newRow("exit") << QByteArray("exit\n") << 0;
-    QTest::newRow("reinit") << QByteArray("reinit\n") << 8888; // last: a restart is wanted from then on
+    QTest::newRow("quit") << QByteArray("net/ping 1\nquit\n") << 0 << 0;
+    QTest::newRow("exit") << QByteArray("exit\n") << 0 << 0;
+    QTest::newRow("exit before the loop") << QByteArray("exit\n") << 200 << 0;
+    QTest::newRow("reinit") << QByteArray("reinit\n") << 200 << 8888; // last: a restart is wanted from then on
 }
 
 void tst_ZELShellServer::terminalShell()
 {
     QFETCH(QByteArray, typed);
+    QFETCH(int, wait);
     QFETCH(int, code);
     Terminal terminal;
     m_server->startServer();
     QCOMPARE(m_server->ClientNumber(), 1);
     terminal.type(typed);
+    QThread::msleep(wait);
     QTimer watchdog;
     connect(&watchdog, &QTimer::timeout, [] { QCoreApplication::exit(-1); });
     watchdog.start(20000);
