@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <errno.h>
+#include <fcntl.h>
 #include <initializer_list>
 #include <mutex>
 #include <pthread.h>
@@ -179,6 +180,14 @@ void zelRestoreTerminals()
             restore(terminal);
     }
     errno = error;
+}
+
+__attribute__((constructor)) void zelKeepStandardDescriptors()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY) < 0)
+            return; // no /dev/null here: the next ones would fail alike
+    }
 }
 
 void zelIgnoreBrokenPipes()

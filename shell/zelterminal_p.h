@@ -20,6 +20,10 @@ void zelTerminalLeaveRaw(int fd);
 /// process, whatever brings it about.
 void zelRestoreTerminals();
 
+/// Opens /dev/null on standard descriptors that are closed. Called when the library is loaded: otherwise the first
+/// descriptor that anybody opens becomes standard input, and the shell would read and write that.
+void zelKeepStandardDescriptors();
+
 /// Ignores SIGPIPE where the host left its default, so that a reader that goes away costs its output only.
 void zelIgnoreBrokenPipes();
 

@@ -99,6 +99,7 @@ private Q_SLOTS:
     void fullDescriptor();
     void badDescriptors();
     void standardInputForReading();
+    void standardInputClosed();
 };
 
 void tst_ZELIODevice::table()
@@ -439,6 +440,16 @@ void tst_ZELIODevice::standardInputForReading()
     QVERIFY(read(out[0], &x, 1) == 1 && x == 'x');
     for (int fd : {in[0], in[1], out[0], out[1]})
         close(fd);
+}
+
+void tst_ZELIODevice::standardInputClosed()
+{
+    const int status = inChild([] {
+        close(0);
+        zelKeepStandardDescriptors();
+        _exit(::open("/", O_RDONLY) > 2 && ZELStdDevice(0).readAll().isEmpty() ? 0 : 1);
+    });
+    QCOMPARE(WEXITSTATUS(status), 0);
 }
 
 QTEST_GUILESS_MAIN(tst_ZELIODevice)
