@@ -13,10 +13,23 @@ QString header(const ZELShellProcessHeader &packet, const char *name)
 }
 
 /// "Execute <name> Complete!", which says no more than the exit status does.
-bool isReport(const ZELShellProcessHeader &packet, const QByteArray &text)
+bool isReport(const QByteArray &text)
 {
-    const QByteArray name = packet.getRequestMethod().section('#', 0, 0).toUtf8();
-    return text.trimmed() == "Execute " + name + " Complete!";
+    return text.startsWith("Execute ") && text.trimmed().endsWith(" Complete!")
+        && text.indexOf('\n') >= text.size() - 1;
+}
+
+/// The text of a packet with line ends of this system; without the number that the client gave the command, of which
+/// the person knows nothing.
+QByteArray textOf(const ZELShellProcessHeader &packet)
+{
+    QByteArray text = packet.getRequestBodyBuffer();
+    text.replace("\r\n", "\n");
+    const QByteArray key = packet.getRequestMethod().toUtf8();
+    const int number = key.indexOf('#');
+    if (number >= 0 && packet.isComplete())
+        text.replace(key, key.left(number));
+    return text;
 }
 
 bool isSuccess(int status)
@@ -43,17 +56,17 @@ void Output::write(const ZELShellProcessHeader &packet)
 void Output::writeText(const ZELShellProcessHeader &packet)
 {
     const int status = packet.getProcessStatus();
-    QByteArray text = packet.getRequestBodyBuffer();
-    text.replace("\r\n", "\n");
+    QByteArray text = textOf(packet);
     const int channel = packet.getAccept();
     const bool printed = channel == ZELShellProcessHeader::StdOut || channel == ZELShellProcessHeader::StdInfo;
     const bool last = packet.isComplete();
-    if (!last || !isReport(packet, text)) {
+    const bool report = last && isSuccess(status) && isReport(text);
+    if (!report) {
         if (last && !text.isEmpty() && !text.endsWith('\n'))
             text += '\n';
         put(!printed || (last && !isSuccess(status)), text);
     }
-    if (status == ZELShellProcessHeader::Result && (text.isEmpty() || isReport(packet, text)))
+    if (status == ZELShellProcessHeader::Result && (text.isEmpty() || report))
         put(false, packet.getReturn().toUtf8() + '\n');
 }
 

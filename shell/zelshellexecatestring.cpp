@@ -181,8 +181,16 @@ void ZELStatement::assign()
 
 QString ZELStatement::assignedValue(bool ran) const
 {
-    if (!ran)
-        return m_args.ToString(QStringLiteral(" "));
+    if (!ran) {
+        QString text = m_args.ToString(QStringLiteral(" "));
+        // Clients number what may be a command; here it turned out to be text, to which the number does not belong.
+        const ZELCommandWord word(m_args[0]);
+        bool isNumber = false;
+        word.index.toULongLong(&isNumber);
+        if (m_tagged && isNumber)
+            text.remove(word.name.size(), word.index.size() + 1);
+        return text;
+    }
     return m_args.hasError() ? QStringLiteral("ERROR") : m_args.getReturnValue().toString();
 }
 

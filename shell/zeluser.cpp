@@ -469,10 +469,12 @@ ZELUser ZELUser::loginByUid(const QString &name, const QString &password, QSqlDa
     return user;
 }
 
-ZELUser ZELUser::loginExisting(const QString &name, const QString &password, QSqlDatabase db)
+ZELUser ZELUser::loginExisting(const QString &name, const QString &password, QSqlDatabase db, QUuid tid)
 {
     ZELUser user;
     user.d->open(name, password, db, false);
+    if (user.isLogin())
+        user.d->set(&ZELUserPrivate::tid, tid);
     return user;
 }
 

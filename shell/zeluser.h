@@ -84,8 +84,9 @@ public:
     /// The user that is logged in with that terminal id, whatever the name and password; else logs in and gives the
     /// user the terminal id. An empty user when the login fails.
     static ZELUser loginByUid(const QString &name, const QString &password, QSqlDatabase db, QUuid tid);
-    /// As the constructor, but a name without an account is refused with "Error : user name error".
-    static ZELUser loginExisting(const QString &name, const QString &password, QSqlDatabase db);
+    /// As the constructor, but a name without an account is refused with "Error : user name error". The user gets the
+    /// terminal id, which is no credential here.
+    static ZELUser loginExisting(const QString &name, const QString &password, QSqlDatabase db, QUuid tid = QUuid());
     /// All users that are logged in, in the order of their logins.
     static QList<ZELUser> loggedIn();
 

@@ -69,7 +69,7 @@ static void answer(QTcpSocket &socket)
         else if (word == "quit")
             send("ZEL_SHELL_DISCONNECT", "ZEL shell disconnect\r\n");
         else if (word != "hang")
-            send("EXECUTE_NOTFOUND", "Error : input can not execate");
+            send("EXECUTE_NOTFOUND", "Error : input '" + key + "' can not execate");
     }
 }
 
@@ -99,12 +99,12 @@ void tst_Zelsh::statuses_data()
     row("err", 1, "", "it broke\n");
     row("locked", 126, "", "locked is already in running!\n");
     row("forbidden", 126, "", "no\n");
-    row("nothing", 127, "", "Error : input can not execate\n");
+    row("nothing", 127, "", "Error : input 'nothing' can not execate\n");
     row("quit", 0, "ZEL shell disconnect\n", "");
     row("quit; say never", 0, "ZEL shell disconnect\n", "");
     row("hangup", 255, "", "zelsh: connection lost during hangup\n");
     row("hangup; say never", 255, "", "zelsh: connection lost during hangup\n");
-    row("say one; err; say two; nothing", 1, "one\ntwo\n", "it broke\nError : input can not execate\n");
+    row("say one; err; say two; nothing", 1, "one\ntwo\n", "it broke\nError : input 'nothing' can not execate\n");
     row("say \"", 2, "", "zelsh: unfinished quote or bracket: say \"\n");
     row("hang; say never", 124, "", "zelsh: no end of hang after 0.3 s\n");
 }

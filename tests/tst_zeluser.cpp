@@ -136,7 +136,9 @@ void tst_ZELUser::refusals()
     ZELUser blank("   ", "pw", m_db);
     QCOMPARE(blank.getErrorString(), QString("Error : user name error"));
     QCOMPARE(snapshot(), before);
-    QVERIFY(ZELUser::loginExisting("bob", "pw", m_db).isLogin());
+    const QUuid tid = QUuid::createUuid();
+    QVERIFY(ZELUser::loginExisting("bob", "pw", m_db, tid).isLogin());
+    QVERIFY(ZELUser::getUser(tid).isLogin());
 }
 
 void tst_ZELUser::emptyAndWithoutDatabase()

@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: MIT
+#include <QProcess>
+#include <QtTest>
+#include <atomic>
+#include <thread>
+#include <vector>
+#include <zelshellclient.h>
+#include <zelshellserver.h>
+
+using Process = std::shared_ptr<ZELShellProcess>;
+static const QString local("127.0.0.1");
+
+class Commands : public QObject
+{
+    Q_OBJECT
+public Q_SLOTS:
+    /// Prints its number so many times, slowly when asked to, and returns it.
+    QVariant print(ZELArguments args)
+    {
+        const QString number = args[1];
+        for (int i = 0; i < args[2].toInt(); ++i)
+            args.debug().noquote() << number + ':' + QString::number(i);
+        return number.toInt();
+    }
+    QVariant word(ZELArguments args) { return args[1]; }
+    QVariant sleep(ZELArguments args)
+    {
+        QThread::msleep(args[1].toULong());
+        return {};
+    }
+};
+
+/// The client side against the real server; the host that dies is the demonstration host.
+class tst_ClientServer : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void everyKindOfStatementIsAnswered_data();
+    void everyKindOfStatementIsAnswered();
+    void textsAreStoredWithoutTheirNumbers();
+    void everyRecordGetsItsOwn();
+    void killedHostWakesEverybody();
+    void cleanupTestCase();
+
+private:
+    QThread m_thread; ///< of the server, since the clients block this one
+    QObject m_there;
+    std::unique_ptr<ZELShellServer> m_server;
+    std::unique_ptr<Commands> m_commands;
+    quint16 m_port = 0;
+};
+
+void tst_ClientServer::initTestCase()
+{
+    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
+        if (type != QtDebugMsg)
+            fprintf(stderr, "%s\n", qPrintable(text));
+    });
+    m_there.moveToThread(&m_thread);
+    m_thread.start();
+    const auto start = [this] {
+        m_server = std::make_unique<ZELShellServer>();
+        m_commands = std::make_unique<Commands>();
+        m_server->registerCmd("", "print", m_commands.get(), SLOT(print(ZELArguments)), true);
+        m_server->registerCmd("", "word", m_commands.get(), SLOT(word(ZELArguments)), true);
+        m_server->registerCmd("deep/er", "sleep", m_commands.get(), SLOT(sleep(ZELArguments)), true);
+        m_server->setListenAddress(QHostAddress::LocalHost);
+        m_server->startTcpServer(0);
+        m_port = m_server->serverPort();
+    };
+    QMetaObject::invokeMethod(&m_there, start, Qt::BlockingQueuedConnection);
+    QVERIFY(m_port);
+}
+
+void tst_ClientServer::cleanupTestCase()
+{
+    const auto stop = [this] {
+        m_commands.reset();
+        m_server.reset();
+    };
+    QMetaObject::invokeMethod(&m_there, stop, Qt::BlockingQueuedConnection);
+    m_thread.quit();
+    m_thread.wait();
+}
+
+void tst_ClientServer::everyKindOfStatementIsAnswered_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("value");
+    using Header = ZELShellProcessHeader;
+    const auto row
+        = [](const char *line, int status, const char *value = "") { QTest::newRow(line) << status << QString(value); };
+    row("print 7 0", Header::Result, "7");
+    row("/print 7 0", Header::Result, "7");
+    row("/Main/print 7 0 &", Header::Result, "7");
+    row("deep/er/sleep 0", Header::Complete);
+    row("cd deep", Header::Complete);
+    row("cd", Header::Complete);
+    row("cd nowhere", Header::ExecuteError);
+    row("sys true", Header::Complete);
+    row("terminal no", Header::Complete);
+    row("nonsense", Header::NotFound);
+    row("nonsense &", Header::NotFound);
+    row("ls", Header::NotFound);
+    row("42", Header::Result, "42");
+    row("$unset", Header::Result);
+    row(" $unset", Header::Result, "NULL");
+    row("$x = print 5 0", Header::Result, "5");
+    row("$x", Header::Result, "5");
+    row("$x =", Header::Complete);
+    row("$x = 12", Header::Result, "12");
+    row("$c = word print", Header::Result, "print");
+    row("$c 9 0", Header::Result, "9");
+    row("h\xc3\xa9llo", Header::NotFound);
+    row("quit", Header::Disconnect);
+}
+
+void tst_ClientServer::everyKindOfStatementIsAnswered()
+{
+    QFETCH(int, status);
+    static ZELShellClient client; // one session for all, in the table's order
+    if (!client.isConnected())
+        QVERIFY2(client.connectToHost(local, m_port, 10000), qPrintable(client.errorString()));
+    const Process process = client.execute(QString::fromUtf8(QTest::currentDataTag()));
+    QVERIFY(process);
+    QVERIFY(process->wait(10000));
+    if (process->lastPacket().getProcessStatus() != status)
+        qWarning() << process->getTextOutput(0);
+    QCOMPARE(process->lastPacket().getProcessStatus(), status);
+    QTEST(process->getReturnValue(0), "value");
+    QCOMPARE(client.pendingProcesses(), 0);
+    if (status == ZELShellProcessHeader::Disconnect)
+        QTRY_VERIFY(!client.isConnected());
+}
+
+void tst_ClientServer::textsAreStoredWithoutTheirNumbers()
+{
+    ZELShellClient client;
+    QVERIFY(client.connectToHost(local, m_port, 10000));
+    const auto value = [&](const QString &line) { return client.execute(line)->getReturnValue(10000); };
+    value("$t = hello big world");
+    QCOMPARE(value("$t"), QString("hello big world"));
+    value("$t = a#b c");
+    QCOMPARE(value("$t"), QString("a#b c"));
+}
+
+void tst_ClientServer::everyRecordGetsItsOwn()
+{
+    const int rounds = qMax(1, qEnvironmentVariableIntValue("ZEL_ROUNDS"));
+    const int clients = qEnvironmentVariableIsSet("ZEL_ROUNDS") ? 100 : 20, commands = 100;
+    std::vector<std::unique_ptr<ZELShellClient>> all;
+    for (int i = 0; i < clients; ++i) {
+        all.push_back(std::make_unique<ZELShellClient>());
+        QVERIFY2(all.back()->connectToHost(local, m_port, 20000), qPrintable(all.back()->errorString()));
+    }
+    std::atomic<int> wrong{0};
+    const auto drive = [&](int from, int step) {
+        for (int c = from; c < clients; c += step) {
+            QList<Process> processes;
+            QStringList texts;
+            for (int i = 0; i < commands; ++i) {
+                const int number = c * commands + i, lines = i % 4;
+                QString text;
+                for (int line = 0; line < lines; ++line)
+                    text += QString("%1:%2\r\n").arg(number).arg(line);
+                texts << text + "Execute print Complete!\r\n";
+                processes << all[size_t(c)]->execute(QString("print %1 %2").arg(number).arg(lines), i % 5 == 0);
+            }
+            for (int i = 0; i < commands; ++i) {
+                const bool right = processes[i]->wait(60000) && processes[i]->getTextOutput(0) == texts[i]
+                    && processes[i]->getReturnValue(0) == QString::number(c * commands + i);
+                if (!right && wrong++ < 3)
+                    qWarning() << processes[i]->getCommand() << processes[i]->getTextOutput(0);
+            }
+        }
+    };
+    for (int round = 0; round < rounds; ++round) {
+        std::vector<std::thread> drivers;
+        for (int i = 0; i < 8; ++i)
+            drivers.emplace_back(drive, i, 8);
+        for (std::thread &driver : drivers)
+            driver.join();
+        QCOMPARE(wrong.load(), 0);
+    }
+    for (const auto &client : all)
+        QCOMPARE(client->pendingProcesses(), 0);
+}
+
+static quint16 startHost(QProcess &host, quint16 port)
+{
+    host.setProcessChannelMode(QProcess::MergedChannels);
+    host.start(ZELHOST, {"--tcp", QString::number(port), "--no-terminal"});
+    QByteArray line;
+    while (!line.contains("remote shells on port") && host.waitForReadyRead(10000))
+        while (host.canReadLine() && !line.contains("remote shells on port"))
+            line = host.readLine();
+    return line.split(' ').last().trimmed().toUShort();
+}
+
+void tst_ClientServer::killedHostWakesEverybody()
+{
+    QProcess host;
+    const quint16 port = startHost(host, 0);
+    QVERIFY(port);
+    ZELShellClient client;
+    QVERIFY2(client.connectToHost(local, port, 10000), qPrintable(client.errorString()));
+    std::vector<std::thread> waiters;
+    std::atomic<int> woken{0};
+    for (int i = 0; i < 100; ++i) {
+        const Process process = client.execute("jobs/sleep 60000", true);
+        waiters.emplace_back([process, &woken] { woken += process->wait(60000); });
+    }
+    QCOMPARE(client.pendingProcesses(), 100);
+    host.kill();
+    QTRY_COMPARE_WITH_TIMEOUT(woken.load(), 100, 1000);
+    for (std::thread &waiter : waiters)
+        waiter.join();
+    QTRY_COMPARE(host.state(), QProcess::NotRunning);
+    QVERIFY(!client.isConnected());
+    QVERIFY(client.execute("text/ping")->wait(0));
+
+    QProcess next;
+    QCOMPARE(startHost(next, port), port);
+    QVERIFY2(client.connectToHost(local, port, 10000), qPrintable(client.errorString()));
+    QCOMPARE(
+        client.execute("text/echo back")->getTextOutput(10000), QString("back\r\nExecute text/echo Complete!\r\n"));
+    next.kill();
+    next.waitForFinished(10000);
+}
+
+QTEST_GUILESS_MAIN(tst_ClientServer)
+#include "tst_clientserver.moc"
