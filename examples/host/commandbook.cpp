@@ -6,9 +6,8 @@
 #include <QStringList>
 #include <zelshellserver.h>
 
-static const char builtIns[]
-    = "\r\nBuilt in: cd [DIR], ls [-a] [DIR], sys COMMAND, $NAME = VALUE, quit, exit, reinit\r\n"
-      "Several statements: a; b    In the background: a &    More on one: COMMAND -h";
+static const char builtIns[] = "\r\nBuilt in: cd [DIR], ls [DIR], sys COMMAND, $NAME = VALUE, quit, exit, reinit\r\n"
+                               "Several statements: a; b    In the background: a &    More on one: COMMAND -h";
 
 CommandBook::CommandBook(ZELShellServer *server, QObject *parent)
     : QObject(parent)

@@ -9,7 +9,7 @@
 LogCommands::LogCommands(CommandBook &book, QObject *parent)
     : QObject(parent)
 {
-    book.add("log/print LEVEL TEXT...", "prints on a channel, such as debug, info or warning", this,
+    book.add("log/print LEVEL TEXT...", "prints on a channel: info, warning, error, ...", this,
         SLOT(print(ZELArguments)), CommandBook::Shared);
 }
 

@@ -13,9 +13,12 @@
 #include "usercommands.h"
 
 #include <QCoreApplication>
+#include <QFile>
+#include <QLoggingCategory>
 #include <cstdio>
 #include <memory>
 #include <sys/resource.h>
+#include <unistd.h>
 #include <zelcatch.h>
 #include <zelshellserver.h>
 
@@ -27,6 +30,16 @@ static void raiseDescriptorLimit()
         limit.rlim_cur = limit.rlim_max;
         setrlimit(RLIMIT_NOFILE, &limit);
     }
+}
+
+/// The library logs every statement. On the terminal that would stand between the lines of the shell.
+static bool openLog(const Options &options)
+{
+    if (!options.log.isEmpty())
+        return std::freopen(QFile::encodeName(options.log).constData(), "a", stderr);
+    if (options.terminal && isatty(STDERR_FILENO))
+        QLoggingCategory::setFilterRules("default.debug=false");
+    return true;
 }
 
 static bool listen(ZELShellServer &server, quint16 port)
@@ -45,6 +58,8 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName("zelhost");
     QCoreApplication::setApplicationVersion(ZELHOST_VERSION);
     const Options options = Options::parse(app);
+    if (!openLog(options))
+        return 1;
     raiseDescriptorLimit();
 
     ZELShellServer server;

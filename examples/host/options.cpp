@@ -30,6 +30,7 @@ Options Options::parse(const QCoreApplication &app)
     parser.addOption({"no-terminal", "Leave the terminal alone; needs --tcp."});
     parser.addOption({"user-db", "Keep user accounts in the SQLite <file>.", "file"});
     parser.addOption({"secure", "Serve only this machine and only users with an account; needs --user-db."});
+    parser.addOption({"log", "Append the log to <file> instead of standard error.", "file"});
     parser.addOption({"reports", "Write a crash report into <directory> whenever a command faults.", "directory"});
     parser.process(app);
     if (!parser.positionalArguments().isEmpty())
@@ -46,6 +47,7 @@ Options Options::parse(const QCoreApplication &app)
     options.secure = parser.isSet("secure");
     if (options.secure && options.userDb.isEmpty())
         giveUp("--secure needs the accounts of --user-db");
+    options.log = parser.value("log");
     options.reports = parser.value("reports");
     if (!options.reports.isEmpty() && !QFileInfo(options.reports).isDir())
         giveUp(options.reports + " is not a directory");
