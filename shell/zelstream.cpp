@@ -142,9 +142,11 @@ std::shared_ptr<Job> ZELStreamPrivate::takeJob()
 void ZELStreamPrivate::settle(Job &job)
 {
     ZELCriticalSection section;
-    std::lock_guard<std::mutex> lock(mutex);
-    job.done = true;
-    settled.notify_all();
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        job.done = true;
+    }
+    settled.notify_all(); // without the lock, which the writer would run into
 }
 
 template <class Data>

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@ namespace {
 
 const int backlog = 4096;
 const int spareDescriptors = 16; ///< left for the commands and the host
+const int descriptorsPerClient = 2;
 const int spareMappings = 2048; ///< left for everything that allocates
 const int mappingsPerClient = 6; ///< two thread stacks with their guards, and some
 const int retryMs = 200;
@@ -40,7 +42,7 @@ int mappingLimit()
     return limit.open(QIODevice::ReadOnly) ? limit.readAll().trimmed().toInt() : 65530;
 }
 
-bool descriptorsLeft(int descriptor)
+bool copiesFit(int descriptor)
 {
     int copies[spareDescriptors];
     int count = 0;
@@ -48,6 +50,15 @@ bool descriptorsLeft(int descriptor)
         ++count;
     std::for_each(copies, copies + count, close);
     return count == spareDescriptors;
+}
+
+/// Trying takes as many system calls as descriptors are wanted, so it is left out while the clients use less than half.
+bool descriptorsLeft(int descriptor, int clients)
+{
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const bool plenty = rlim_t(2 * descriptorsPerClient * clients + 256) < limit.rlim_cur;
+    return plenty || copiesFit(descriptor);
 }
 
 /// How many more clients the kernel's mappings are good for. Counting them takes milliseconds when there are many, so
@@ -148,8 +159,8 @@ void ZELTcpServer::sockDisConnectSlot(int handle, const QString &ip, quint16 por
 
 void ZELTcpServer::incomingConnection(qintptr descriptor)
 {
-    const bool room
-        = d->clients.size() <= maxPendingConnections() && descriptorsLeft(int(descriptor)) && d->mappings.take();
+    const bool room = d->clients.size() <= maxPendingConnections()
+        && descriptorsLeft(int(descriptor), d->clients.size()) && d->mappings.take();
     if (!room)
         return refuse(descriptor);
     if (!d->connected) {

@@ -50,7 +50,8 @@ public:
     ZELTcpSocketPrivate() { sem_init(&arrived, 0, 0); }
     ~ZELTcpSocketPrivate() { sem_destroy(&arrived); }
 
-    /// Under the mutex. One token is enough: readers look at the buffer before they wait.
+    /// After the mutex was let go, so that the reader need not wait for it. One token is enough: readers look at the
+    /// buffer before they wait.
     void wakeReader()
     {
         int tokens = 0;
@@ -205,10 +206,12 @@ void ZELTcpSocket::receive()
     {
         ZELCriticalSection section;
         std::lock_guard<std::mutex> lock(d->mutex);
-        d->received += QIODevice::read(std::max(0, MaxUnread - d->received.size()));
+        // Not simply read(room): that would allocate all of it for every line.
+        const qint64 room = MaxUnread - d->received.size();
+        d->received += QIODevice::read(std::min(room, bytesAvailable()));
         d->paused = bytesAvailable() > 0;
-        d->wakeReader();
     }
+    d->wakeReader();
     callReadyReadHook();
 }
 
@@ -271,8 +274,8 @@ bool ZELTcpSocket::beginClose()
         std::lock_guard<std::mutex> lock(d->mutex);
         if (d->closed.exchange(true))
             return false;
-        d->wakeReader();
     }
+    d->wakeReader();
     d->valid = false;
     callCloseHook();
     return true;
