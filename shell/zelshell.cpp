@@ -2,6 +2,7 @@
 #include "zelshell_p.h"
 
 #include "zelshellcollection_p.h"
+#include "zelshellidle_p.h"
 #include "zelshellloop_p.h"
 #include "zelshellserver_p.h"
 #include "zelthread.h"
@@ -95,9 +96,18 @@ void ZELShellPrivate::stop(StopState state)
         output.leaveRawMode();
 }
 
+void ZELShellPrivate::endIdle()
+{
+    log(QLatin1String("ZELShell idle limit reached ") + text(&ZELShellPrivate::description));
+    stopState = Ended;
+    output.closeDevice();
+}
+
 void ZELShellPrivate::runCore()
 {
     coreRunning = true;
+    if (!isMain && idleLimit)
+        ZELIdleWatch::add(shared_from_this());
     loop->run();
     finishCore();
 }

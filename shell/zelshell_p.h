@@ -31,6 +31,8 @@ public:
     void runCore();
     void finishCore();
     void stop(StopState state);
+    /// Tells an idle peer and closes its connection.
+    void endIdle();
     bool isStopping() const { return stopState != Running; }
     void emitProcessReceived();
     QString text(QString ZELShellPrivate::*field) const;
@@ -105,6 +107,8 @@ public:
     std::atomic<bool> coreFinished{false};
     std::atomic<bool> isMain{false};
     std::atomic<bool> noTerminal{false};
+    std::atomic<qint64> waitingSince{
+        0}; ///< steady ms since which the core thread waits for the peer; 0 when it does not
     std::atomic<int> pending{0};
     std::atomic<bool> failed{false}; ///< a statement ended in an error
 

@@ -103,6 +103,7 @@ private Q_SLOTS:
     void lineLimit();
     void backgroundJobs();
     void jobOutlivesItsSession();
+    void idleLimit();
     void stopFromAnotherThread();
     void killedSessionEnds();
     void endedInput_data();
@@ -295,6 +296,25 @@ void tst_ZELShell::jobOutlivesItsSession()
     QCOMPARE(log().filter("Thread exit failed").size(), 1);
     board.proceed.release();
     QTRY_VERIFY(!board.proceed.available());
+}
+
+void tst_ZELShell::idleLimit()
+{
+    Session quiet(&board);
+    quiet.shell->setIdleLimit(100);
+    quiet.start(false, false, "--nt\n");
+    QTRY_VERIFY(!quiet.shell);
+
+    Session busy(&board);
+    busy.shell->setIdleLimit(100);
+    busy.start(false, false, "--nt\ndemo/wait &\ndemo/wait\n");
+    QVERIFY(board.entered.tryAcquire(2, 5000));
+    QTest::qWait(300);
+    board.proceed.release();
+    QTest::qWait(300);
+    QVERIFY(busy.shell->isRunning());
+    board.proceed.release();
+    QTRY_VERIFY(!busy.shell);
 }
 
 void tst_ZELShell::stopFromAnotherThread()
