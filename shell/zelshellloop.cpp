@@ -111,46 +111,28 @@ bool ZELShellLoop::handshake()
 
 void ZELShellLoop::login(const ZELArguments &args, const ZELShellSettings &settings)
 {
-    const QString name = args.getOptFromString(QStringLiteral("--user"));
-    const QString password = args.getOptFromString(QStringLiteral("--password"));
     const QUuid key(QLatin1Char('{') + args.getOptFromString(QStringLiteral("--key")) + QLatin1Char('}'));
+    const bool hasUser = args.containsOpt(QStringLiteral("--user"));
     const bool hasKey = settings.keyLogin && args.containsOpt(QStringLiteral("--key"));
     // A failed login is no error: the session stays anonymous.
-    if (args.containsOpt(QStringLiteral("--user"))) {
-        // A name without an account is refused here; only a key that is logged in already can do without.
-        const bool joins = hasKey && ZELUser::getUser(key).isLogin();
-        if (settings.loginRequired && !joins)
-            loginExisting(name, password);
-        else
-            loginByName(name, password, hasKey ? key : QUuid());
-    } else if (hasKey) {
+    if (hasKey && (!hasUser || ZELUser::getUser(key).isLogin()))
         joinLogin(key);
-    }
+    else if (hasUser)
+        loginByName(args, key, !settings.loginRequired);
 }
 
-void ZELShellLoop::loginExisting(const QString &name, const QString &password)
+void ZELShellLoop::loginByName(const ZELArguments &args, const QUuid &key, bool mayCreate)
 {
-    const ZELUser user = ZELUser::loginExisting(name, password, m_session.loginDatabase());
-    if (user.isLogin())
-        m_session.setSessionUuid(user.uid());
-}
-
-void ZELShellLoop::loginByName(const QString &name, const QString &password, const QUuid &key)
-{
+    const QString name = args.getOptFromString(QStringLiteral("--user"));
+    const QString password = args.getOptFromString(QStringLiteral("--password"));
     const QSqlDatabase database = m_session.loginDatabase();
-    if (!key.isNull()) {
-        const bool joins = ZELUser::getUser(key).isLogin();
-        ZELUser user = ZELUser::loginByUid(name, password, database, key);
-        if (!user.isLogin())
-            return;
-        if (joins)
-            user.autologin();
-        m_session.setSessionUuid(key);
-        return;
-    }
-    const ZELUser user(name, password, database);
+    // A new login is known by the key that came with it, unless that stands for another login already: this session
+    // would pass for that one.
+    const QUuid id = ZELUser::getUser(key).isLogin() ? QUuid() : key;
+    const ZELUser user = mayCreate ? ZELUser::loginByUid(name, password, database, id)
+                                   : ZELUser::loginExisting(name, password, database, id);
     if (user.isLogin())
-        m_session.setSessionUuid(user.uid());
+        m_session.setSessionUuid(id.isNull() ? user.uid() : id);
 }
 
 void ZELShellLoop::joinLogin(const QUuid &key)

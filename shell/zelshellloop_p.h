@@ -30,8 +30,7 @@ private:
     bool handshake();
     QString handshakeLine();
     void login(const ZELArguments &args, const ZELShellSettings &settings);
-    void loginExisting(const QString &name, const QString &password);
-    void loginByName(const QString &name, const QString &password, const QUuid &key);
+    void loginByName(const ZELArguments &args, const QUuid &key, bool mayCreate);
     void joinLogin(const QUuid &key);
     void banner();
     void keys();

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QtTest>
 #include <atomic>
 #include <thread>
 #include <vector>
 #include <zelshellclient.h>
 #include <zelshellserver.h>
+#include <zeluser.h>
 
 using Process = std::shared_ptr<ZELShellProcess>;
 static const QString local("127.0.0.1");
@@ -39,6 +41,8 @@ private Q_SLOTS:
     void everyKindOfStatementIsAnswered_data();
     void everyKindOfStatementIsAnswered();
     void textsAreStoredWithoutTheirNumbers();
+    void logins_data();
+    void logins();
     void everyRecordGetsItsOwn();
     void killedHostWakesEverybody();
     void cleanupTestCase();
@@ -143,6 +147,65 @@ void tst_ClientServer::textsAreStoredWithoutTheirNumbers()
     QCOMPARE(value("$t"), QString("hello big world"));
     value("$t = a#b c");
     QCOMPARE(value("$t"), QString("a#b c"));
+}
+
+void tst_ClientServer::logins_data()
+{
+    QTest::addColumn<bool>("required");
+    QTest::addColumn<bool>("keys");
+    QTest::newRow("open") << false << true;
+    QTest::newRow("required") << true << true;
+    QTest::newRow("without keys") << false << false;
+    QTest::newRow("closed") << true << false;
+}
+
+// The client knows whether it is logged in, and what it may do with the ids of others.
+void tst_ClientServer::logins()
+{
+    QFETCH(bool, required);
+    QFETCH(bool, keys);
+    QTemporaryDir dir;
+    QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", QTest::currentDataTag());
+    database.setDatabaseName(dir.filePath("users"));
+    QVERIFY(database.open());
+    ZELUser("bob", "pw", database).logout();
+    m_server->setDatabase(database);
+    m_server->setLoginRequired(required);
+    m_server->setKeyLogin(keys);
+
+    const auto open
+        = [&](ZELShellClient &client, const QString &name, const QString &password, const QUuid &key = QUuid()) {
+              client.setUser(name, password);
+              client.setKey(key);
+              return client.connectToHost(local, m_port, 10000);
+          };
+    ZELShellClient bob, wrong, thief, nobody, eve;
+    QVERIFY2(open(bob, "bob", "pw"), qPrintable(bob.errorString()));
+    QVERIFY(bob.isLogin());
+    QCOMPARE(ZELUser::getUser(bob.connectId()).userName(), QString("bob"));
+    QCOMPARE(open(wrong, "bob", "other"), !required);
+    QVERIFY(!wrong.isLogin());
+    QCOMPARE(open(thief, "", "", bob.connectId()), keys || !required);
+    QCOMPARE(thief.connectId() == bob.connectId(), keys);
+    QCOMPARE(open(nobody, "", ""), !required);
+    if (required)
+        QCOMPARE(nobody.errorString(), QString("Error : login required"));
+    // Under the id of another login, a new one must not pass for it.
+    QCOMPARE(open(eve, "eve", "pw", bob.connectId()), keys || !required);
+    QCOMPARE(ZELUser::getUser(eve.connectId()).userName(),
+        keys           ? QString("bob")
+            : required ? QString()
+                       : QString("eve"));
+
+    for (ZELShellClient *client : {&bob, &wrong, &thief, &nobody, &eve})
+        client->close();
+    QTRY_VERIFY(ZELUser::loggedIn().isEmpty());
+    ZELUser again("bob", "pw", database);
+    QVERIFY(again.isLogin());
+    again.logout();
+    m_server->setDatabase(QSqlDatabase());
+    m_server->setLoginRequired(false);
+    m_server->setKeyLogin(true);
 }
 
 void tst_ClientServer::everyRecordGetsItsOwn()
