@@ -53,12 +53,12 @@ public:
     }
     ~PtyHost()
     {
+        if (m_master >= 0)
+            close(m_master);
         if (m_pid > 0 && !m_ended) {
             kill(m_pid, SIGKILL);
             waitpid(m_pid, nullptr, 0);
         }
-        if (m_master >= 0)
-            close(m_master);
     }
     PtyHost(const PtyHost &) = delete;
     PtyHost &operator=(const PtyHost &) = delete;
