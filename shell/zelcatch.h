@@ -125,6 +125,7 @@ struct ZELSHELL_EXPORT ExceptionHelp
         ExceptionHelp *outer = nullptr;
         ExceptionHelp *loopFrame = nullptr; ///< event loop state at opening
         int loops = 0;
+        quintptr stack = 0; ///< where the opener's part of the stack begins
         int critical = 0; ///< critical depth of the opener
         int held = 0; ///< how much of it ends while the guarded code runs
         void *caughtExceptions = nullptr; ///< C++ exception state at opening

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "zelcodemap_p.h"
 #include "zelguard_p.h"
 #include "zelsignals_p.h"
 
@@ -159,8 +160,10 @@ void disarm(ExceptionHelp *frame)
 void unlinkInnermost()
 {
     ZELThreadFaults &self = zelThreadFaults;
-    if (!self.innermost->link.outer)
+    if (!self.innermost->link.outer) {
         setHasFrames(false);
+        zelStopRetrying();
+    }
     self.innermost = self.innermost->link.outer;
 }
 
@@ -193,18 +196,24 @@ void recover()
     ExceptionHelp *target = self.target ? self.target : self.innermost;
     self.critical = target->link.critical + 1;
     self.context = nullptr;
+    self.signalInfo = nullptr;
+    self.attempt = nullptr;
     self.loops = target->link.loops;
     self.loopFrame = target->link.loopFrame;
     if (!self.loops)
         self.loopThread = nullptr;
+    zelStopRetrying();
     target->link.armed = false;
     popExceptionState(target->link);
+    if (target->state == SIGQUIT || target->state == SIGALRM)
+        pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr); // a blocking call that was left has changed it
     dropInnerFrames(target);
     disarm(target);
     if (target->state == SIGQUIT && !self.loops)
         self.kill = 0; // inside of an event loop the kill goes on once the loop has been left
     target->Config();
     target->caught = true;
+    zelCountJump(target);
     self.target = nullptr;
     self.jumped = false;
     self.recovered = true;
@@ -224,6 +233,7 @@ void armWithLimit(ExceptionHelp *frame)
 {
     if (frame->timeoutMs > 0) {
         ZELCriticalSection section;
+        zelRefreshCodeMap();
         frame->link.generation = ++zelThreadFaults.generation;
         frame->timerArmed = zelCreateTimer(&frame->timer, frame->timeoutMs, frame->link.generation);
         if (!frame->timerArmed)
@@ -285,6 +295,7 @@ ExceptionHelp *Except_frame::Push(ExceptionHelp *frame)
 {
     ZELThreadFaults &self = zelThreadFaults;
     ZELCriticalSection section;
+    frame->link.stack = reinterpret_cast<quintptr>(__builtin_frame_address(0));
     ensureRegistered();
     if (!self.innermost)
         setHasFrames(true);
@@ -370,6 +381,7 @@ void Except_frame::CleanUp()
 int Except_frame::Kill(void *threadId)
 {
     ZELCriticalSection section;
+    zelRefreshCodeMap();
     Shard &shard = shardOf(threadId);
     std::lock_guard<std::mutex> lock(shard.mutex);
     ZELThreadFaults *thread = shard.threads.value(threadId);
@@ -421,15 +433,9 @@ void zelTakePending()
     ZELThreadFaults &self = zelThreadFaults;
     if (self.critical)
         return;
-    if (self.kill) {
-        if (ExceptionHelp *target = zelKillTarget())
-            zelJump(target, SIGQUIT);
-    }
-    if (self.attention) {
-        if (ExceptionHelp *target = zelLimitTarget())
-            zelJump(target, SIGALRM);
+    if (self.attention && !zelLimitTarget())
         self.attention = self.loops; // what lies beyond an event loop waits for its end
-    }
+    zelTakeWhereSafe();
 }
 
 void zelJump(ExceptionHelp *frame, int state)

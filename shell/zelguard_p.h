@@ -24,8 +24,16 @@ struct ZELThreadFaults
     volatile int attention; ///< a time limit waits to be taken
     std::atomic<int> kill; ///< a kill waits to be taken
     std::atomic<QThread *> loopThread; ///< whose event loop runs
+    sigjmp_buf *attempt; ///< where a fault of the handler itself returns to
     void *context; ///< where the signal under way interrupted the thread
     siginfo_t *signalInfo;
+    long long waitingSince; ///< monotonic ms of the first attempt to take what is pending, 0 for none
+    unsigned tries;
+    int retryTimer; ///< kernel timer that repeats the attempt
+    bool hasRetryTimer;
+    bool forced; ///< the jump under way was not safe
+    bool faulted; ///< it comes from a fatal signal
+    bool suspicious; ///< which came out of library code
     unsigned generation; ///< of the last frame with a time limit
     bool hasFrames; ///< guarded by the registry
     bool registered;
@@ -46,6 +54,19 @@ inline void zelSafePoint()
         zelTakePending();
 }
 
+inline void zelEnterCritical()
+{
+    zelThreadFaults.critical = zelThreadFaults.critical + 1;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+inline void zelLeaveCritical()
+{
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    zelThreadFaults.critical = zelThreadFaults.critical - 1;
+    zelSafePoint();
+}
+
 /**
  * While one stands, kills and time limits of the thread are remembered; the end of the outermost one takes them.
  * Around every lock of the library and around bookkeeping that must not be left half done. Not for long waits.
@@ -56,17 +77,8 @@ inline void zelSafePoint()
 class ZELCriticalSection
 {
 public:
-    ZELCriticalSection()
-    {
-        zelThreadFaults.critical = zelThreadFaults.critical + 1;
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-    }
-    ~ZELCriticalSection()
-    {
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        zelThreadFaults.critical = zelThreadFaults.critical - 1;
-        zelSafePoint();
-    }
+    ZELCriticalSection() { zelEnterCritical(); }
+    ~ZELCriticalSection() { zelLeaveCritical(); }
     ZELCriticalSection(const ZELCriticalSection &) = delete;
     ZELCriticalSection &operator=(const ZELCriticalSection &) = delete;
 };
@@ -122,8 +134,33 @@ private:
     ExceptionHelp *m_frame;
 };
 
-/// Whether a segmentation fault is to be reported.
-bool zelCrashDumpWanted();
+/// Whether a signal writes a crash report; at start SIGSEGV and SIGALRM do.
+bool zelReportWanted(int sig);
+void zelSetReport(int sig, bool on);
+/// True when the calling thread was writing a report, which a fault has ended: it gets no report of its own.
+bool zelReportFaulted();
+/// Runs step(argument) in a handler; false when it faulted. Such a fault goes no further.
+bool zelAttempt(void (*step)(void *), void *argument);
+/// Makes what a report needs and no handler may make; normal context, at the first frame and when paths change.
+void zelPrepareReport();
+bool zelReportHasResolver();
+
+/// Counts and records what brought the thread back to frame; the restart policy.
+void zelCountJump(const ExceptionHelp *frame);
+
+/// What happened since the process began; any thread.
+struct ZELFaultCounts
+{
+    std::atomic<quint64> faults; ///< synchronous ones that became errors
+    std::atomic<quint64> kills;
+    std::atomic<quint64> limits;
+    std::atomic<quint64> deferred; ///< kills and limits that did not find the thread in a safe place at once
+    std::atomic<quint64> forced; ///< taken in an unsafe place after the grace time
+};
+extern ZELFaultCounts zelFaultCounts;
+
+/// How long an asynchronous jump waits for a safe place before it is forced, in ms.
+extern std::atomic<int> zelGraceTime;
 
 /// Called in a signal handler right before a fault ends the process; async-signal-safe, null for none.
 extern void (*volatile zelProcessEnding)();

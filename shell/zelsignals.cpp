@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "zelcodemap_p.h"
+#include "zelfault.h"
 #include "zelguard_p.h"
+#include "zelresolver_p.h"
 #include "zelsignals_p.h"
 
 #include <QCoreApplication>
@@ -12,6 +15,7 @@
 // Handlers touch the thread's own plain data, the frames it leads to, and nothing else: no lock, no allocation.
 
 void (*volatile zelProcessEnding)() = nullptr;
+std::atomic<int> zelGraceTime{3000};
 
 namespace {
 
@@ -56,10 +60,82 @@ void endProcess(int sig, const siginfo_t *info)
         syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), sig); // returning does not repeat a signal that was sent
 }
 
+/// The raw calls, since the wrappers may allocate. The signal is the kill's: a doorbell, the flags say what for.
+bool makeRetryTimer()
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    sigevent event{};
+    event.sigev_notify = SIGEV_THREAD_ID;
+    event.sigev_signo = SIGQUIT;
+    event._sigev_un._tid = pid_t(syscall(SYS_gettid));
+    self.hasRetryTimer
+        = self.hasRetryTimer || syscall(SYS_timer_create, CLOCK_MONOTONIC, &event, &self.retryTimer) == 0;
+    return self.hasRetryTimer;
+}
+
+/// Random, so that the attempts do not run in step with what the thread repeats.
+void tryAgainSoon(bool graceOver)
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    if (!makeRetryTimer())
+        return; // critical sections and safe points are left
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    ++self.tries;
+    long wait = 10000 + long((unsigned(now.tv_nsec) * 2654435761u >> 16) % 60000);
+    if (self.tries > 2000)
+        wait = 1000000;
+    if (graceOver)
+        wait = 20000000;
+    itimerspec when{};
+    when.it_value.tv_nsec = wait;
+    syscall(SYS_timer_settime, self.retryTimer, 0, &when, nullptr);
+}
+
+struct PlaceQuestion
+{
+    void *context;
+    uintptr_t outer;
+    ZELPlace place;
+};
+
+void askPlace(void *question)
+{
+    auto *q = static_cast<PlaceQuestion *>(question);
+    q->place = q->context ? zelPlaceOf(q->context, q->outer) : zelPlaceHere(q->outer);
+}
+
+/// What stands against a jump now; waits for a better moment when something does.
+bool mayLeave(const ExceptionHelp *target)
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    const long long now = zelMonotonicMs();
+    if (!self.waitingSince) {
+        self.waitingSince = now;
+        self.tries = 0;
+    }
+    const bool graceOver = now - self.waitingSince > zelGraceTime.load(std::memory_order_relaxed);
+    PlaceQuestion question{self.context, target->link.stack, ZELPlace::Torn};
+    zelAttempt(askPlace, &question);
+    self.forced = question.place == ZELPlace::Torn;
+    if (question.place == ZELPlace::Safe || (self.forced && graceOver))
+        return true;
+    if (!self.tries)
+        ++zelFaultCounts.deferred;
+    self.forced = false;
+    tryAgainSoon(graceOver);
+    return false;
+}
+
 void onFault(int sig, siginfo_t *info, void *context)
 {
+    if (zelThreadFaults.attempt)
+        siglongjmp(*zelThreadFaults.attempt, 1);
     Interruption interruption(info, context);
-    recvErrSignal(sig);
+    if (!zelReportFaulted())
+        recvErrSignal(sig);
+    else if (ExceptionHelp *frame = zelArmedFrame())
+        zelJump(frame, sig);
     endProcess(sig, info);
 }
 
@@ -72,11 +148,12 @@ void onAbort(int sig, siginfo_t *info, void *context)
 
 void onKill(int sig, siginfo_t *info, void *context)
 {
-    // The terminal's quit key reaches whichever thread the kernel picks: not a request to end that one.
-    if (!zelThreadFaults.kill.load() && info->si_code == SI_KERNEL)
-        return;
     Interruption interruption(info, context);
-    recvThKillSignal(sig);
+    // The terminal's quit key reaches whichever thread the kernel picks: not a request to end that one.
+    if (info->si_code == SI_TIMER || (info->si_code == SI_KERNEL && !zelThreadFaults.kill.load()))
+        zelTakeWhereSafe();
+    else
+        recvThKillSignal(sig);
 }
 
 void onTimeOut(int sig, siginfo_t *info, void *context)
@@ -91,7 +168,7 @@ void install(int sig, Handler handler)
     {
     };
     action.sa_sigaction = handler;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART | (handler == onFault ? SA_NODEFER : 0);
     sigaddset(&action.sa_mask, SIGQUIT);
     sigaddset(&action.sa_mask, SIGALRM);
     sigaction(sig, &action, nullptr);
@@ -115,6 +192,33 @@ ExceptionHelp *timedOutFrame()
             return frame;
     }
     return nullptr;
+}
+
+struct AllocatorQuestion
+{
+    void *context;
+    bool inside;
+};
+
+void askAllocator(void *question)
+{
+    auto *q = static_cast<AllocatorQuestion *>(question);
+    q->inside = zelInAllocator(q->context);
+}
+
+/// Where a fault may return to. Out of the allocator nowhere: its lock would stay taken, its lists torn.
+ExceptionHelp *survivableFrame()
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    ExceptionHelp *frame = zelArmedFrame();
+    AllocatorQuestion question{self.context, false};
+    zelAttempt(askAllocator, &question);
+    if (!frame || question.inside)
+        return nullptr;
+    self.faulted = true;
+    const ZELModule *module = self.context ? zelModuleAt(zelInterruptedAt(self.context)) : nullptr;
+    self.suspicious = self.critical > 0 || (module && module->code == ZELCode::Runtime && self.signalInfo->si_code > 0);
+    return frame;
 }
 
 /// The exception that ended in abort(), looked at by throwing it once more inside of the handler.
@@ -141,8 +245,49 @@ void writeJobLine(const char *before, const char *after)
 
 } // namespace
 
+void zelTakeWhereSafe()
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    const bool kill = self.kill.load() && zelKillTarget();
+    ExceptionHelp *target = kill ? zelKillTarget() : zelLimitTarget();
+    if (self.critical || !target)
+        return; // the end of the section, or of the event loop, takes it
+#ifdef __SANITIZE_THREAD__
+    const bool may = true; // signals come late there, when the stack is another one than the context says
+#else
+    const bool may = mayLeave(target);
+#endif
+    if (may)
+        zelJump(target, kill ? SIGQUIT : SIGALRM);
+}
+
+static bool prepareOnce()
+{
+    ZELCriticalSection section;
+    zelPrepareReport();
+    for (const QString &line : ZELFault::selfCheck())
+        qWarning("ZELFault: %s", qPrintable(line));
+    return true;
+}
+
+bool zelAttempt(void (*step)(void *), void *argument)
+{
+    sigjmp_buf *const outer = zelThreadFaults.attempt;
+    sigjmp_buf here;
+    const bool first = sigsetjmp(here, 1) == 0;
+    if (first) {
+        zelThreadFaults.attempt = &here;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        step(argument);
+    }
+    zelThreadFaults.attempt = outer;
+    return first;
+}
+
 void installUnixSignal()
 {
+    static const bool prepared = prepareOnce();
+    Q_UNUSED(prepared)
     for (int sig : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGXCPU, SIGXFSZ})
         install(sig, onFault);
     install(SIGQUIT, onKill);
@@ -167,6 +312,15 @@ bool zelCreateTimer(timer_t *timer, int ms, unsigned generation)
     return timer_settime(*timer, 0, &when, nullptr) == 0;
 }
 
+void zelStopRetrying()
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    self.waitingSince = 0;
+    if (self.hasRetryTimer)
+        syscall(SYS_timer_delete, self.retryTimer);
+    self.hasRetryTimer = false;
+}
+
 void installTimer(timer_t &timer, int ms)
 {
     installUnixSignal();
@@ -182,15 +336,17 @@ void installTimer(timer_t &timer, int ms)
 
 void recvErrSignal(int sig)
 {
-    if (sig == SIGSEGV && zelCrashDumpWanted())
+    if (zelReportWanted(sig))
         errorDump(sig);
-    if (ExceptionHelp *frame = zelArmedFrame())
+    if (ExceptionHelp *frame = survivableFrame())
         zelJump(frame, sig);
 }
 
 void recvAboutignal(int sig)
 {
-    ExceptionHelp *frame = zelArmedFrame();
+    if (zelReportWanted(sig))
+        errorDump(sig);
+    ExceptionHelp *frame = survivableFrame();
     if (!frame)
         return;
     const auto caught = *reinterpret_cast<void **>(abi::__cxa_get_globals());
@@ -205,7 +361,7 @@ void recvThKillSignal(int)
     if (!self.innermost)
         return;
     self.kill = 1;
-    zelSafePoint();
+    zelTakeWhereSafe();
 }
 
 void recvTimeOutSignal(int sig)
@@ -213,11 +369,11 @@ void recvTimeOutSignal(int sig)
     ExceptionHelp *frame = timedOutFrame();
     if (!frame)
         return; // a late signal of a frame that is gone
-    if (!frame->link.expired)
+    if (!frame->link.expired && zelReportWanted(sig))
         errorDump(sig);
     frame->link.expired = true;
     zelThreadFaults.attention = 1;
-    zelSafePoint();
+    zelTakeWhereSafe();
 }
 
 void recvPauseSignal(int)

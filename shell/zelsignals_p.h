@@ -13,6 +13,11 @@ ExceptionHelp *zelLimitTarget();
 /// Leaves everything inside of frame, which then holds `state`.
 [[noreturn]] void zelJump(ExceptionHelp *frame, int state);
 
+/// Jumps for what is pending, if the thread can be left where it is, or was interrupted; tries again otherwise.
+void zelTakeWhereSafe();
+/// Ends the repeated attempts of the calling thread. Async-signal-safe.
+void zelStopRetrying();
+
 /// A timer that sends SIGALRM with `generation` to the calling thread; false when the system has none left.
 bool zelCreateTimer(timer_t *timer, int ms, unsigned generation);
 

@@ -141,11 +141,9 @@ void ZELThread::guardedBody()
         qDebug() << "ERROR:in ZELThread::run" << e->file() << e->what() << e->where()
                  << "[ZELThread id = " << ThreadId() << "]"
                  << "Label:" << label;
-        // An object whose slot was abandoned points into the abandoned stack, and its destructor writes there: what
-        // the loop was still to delete is left behind.
-        QCoreApplication::removePostedEvents(nullptr, QEvent::DeferredDelete);
     }
-    // A slot that a fault cut short may not be deleted any more: Qt would follow its sender into the lost stack.
+    // An object whose slot was abandoned points into the abandoned stack, and its destructor writes there: what the
+    // lost loop was still to delete is left behind.
     if (std::exchange(d->inLoop, false))
         QCoreApplication::removePostedEvents(nullptr, QEvent::DeferredDelete);
     m_busy = false;

@@ -1,0 +1,436 @@
+// SPDX-License-Identifier: MIT
+// What runs in handlers here reads tables that were made before, and the unwinder, which takes no lock with a C library
+// that offers _dl_find_object.
+#include "zelcodemap_p.h"
+
+#include <atomic>
+#include <cstring>
+#include <dlfcn.h>
+#include <link.h>
+#include <mutex>
+#include <ucontext.h>
+#include <unistd.h>
+#include <unwind.h>
+
+namespace {
+
+struct Function
+{
+    uintptr_t start;
+    uintptr_t end;
+    ZELFunction kind;
+};
+
+/// Published as a whole and never freed: a handler may be reading the one before.
+struct Map
+{
+    ZELModule modules[400];
+    const ElfW(Dyn) * dynamics[400];
+    size_t moduleCount = 0;
+    Function functions[400];
+    size_t functionCount = 0;
+    unsigned long long loads = 0;
+};
+
+std::atomic<const Map *> current{nullptr};
+
+/// Runtime besides what this library depends on: loaded later, or put in front.
+const char *const runtimeNames[]
+    = {"ld-", "libc.", "libQt5", "libasan", "libtsan", "libubsan", "liblsan", "linux-vdso", "linux-gate"};
+
+const char *const blockingNames[] = {"read", "readv", "pread64", "write", "writev", "poll", "__poll_chk", "ppoll",
+    "select", "pselect", "recv", "recvfrom", "recvmsg", "__read_chk", "__recv_chk", "send", "sendto", "sendmsg",
+    "accept", "accept4", "connect", "epoll_wait", "epoll_pwait", "pause", "sigsuspend", "sigwait", "sigwaitinfo",
+    "sigtimedwait", "wait", "wait4", "waitpid", "waitid", "sem_wait", "sem_timedwait", "sem_clockwait", "nanosleep",
+    "clock_nanosleep", "usleep", "sleep", "tcdrain", "fsync", "fdatasync", "flock", "raise", "pthread_kill", "tgkill",
+    "kill", "sched_yield", "syscall",
+    "_ZNSt11this_thread11__sleep_forENSt6chrono8durationIlSt5ratioILl1ELl1EEEENS1_"
+    "IlS2_ILl1ELl1000000000EEEE",
+    "_ZN7QThread5sleepEm", "_ZN7QThread6msleepEm", "_ZN7QThread6usleepEm", "_ZN11QBasicMutex12lockInternalEv",
+    "_ZN11QBasicMutex12lockInternalEi", "_ZN6QMutex4lockEv", "_ZN6QMutex7tryLockEi"};
+
+const char *const sleepNames[] = {"nanosleep", "clock_nanosleep"};
+
+const char *const fatalNames[] = {"_ZN10QEventLoop4execE6QFlagsINS_17ProcessEventsFlagEE",
+    "_ZN10QEventLoop13processEventsE6QFlagsINS_17ProcessEventsFlagEE", "_ZN7QThread4execEv",
+    "_ZN16QCoreApplication4execEv", "dl_iterate_phdr", "dlopen", "dlclose", "fork"};
+
+const char *const delicateNames[] = {"_ZN6QDebugD1Ev", "_ZNK14QMessageLogger5debugEPKcz",
+    "_ZNK14QMessageLogger4infoEPKcz", "_ZNK14QMessageLogger7warningEPKcz", "_ZNK14QMessageLogger8criticalEPKcz",
+    "_Z17qt_message_output9QtMsgTypeRK18QMessageLogContextRK7QString", "pthread_once", "qsort", "exit",
+    "_ZN14QWaitCondition4waitEP6QMutexm", "_ZN14QWaitCondition4waitEP6QMutex14QDeadlineTimer"};
+
+const char *const semaphoreNames[] = {"_ZN10QSemaphore7acquireEi", "_ZN10QSemaphore10tryAcquireEii"};
+
+const char *const allocatorNames[]
+    = {"malloc", "free", "calloc", "realloc", "reallocarray", "memalign", "aligned_alloc", "posix_memalign", "valloc",
+        "pvalloc", "malloc_trim", "mallinfo", "mallinfo2", "malloc_usable_size", "cfree"};
+
+const char *baseName(const char *path)
+{
+    const char *slash = strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
+ZELCode codeOf(const ZELModule &module, const void *own)
+{
+    const uintptr_t here = reinterpret_cast<uintptr_t>(own);
+    if (!module.program && here >= module.start && here < module.end)
+        return ZELCode::Own;
+    const char *name = baseName(module.path);
+    for (const char *runtime : runtimeNames) {
+        if (strncmp(name, runtime, strlen(runtime)) == 0)
+            return ZELCode::Runtime;
+    }
+    return ZELCode::Host;
+}
+
+const ElfW(Dyn) * dynamicOf(const dl_phdr_info *info)
+{
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
+        if (info->dlpi_phdr[i].p_type == PT_DYNAMIC)
+            return reinterpret_cast<const ElfW(Dyn) *>(info->dlpi_addr + info->dlpi_phdr[i].p_vaddr);
+    }
+    return nullptr;
+}
+
+int addModule(dl_phdr_info *info, size_t, void *data)
+{
+    auto *map = static_cast<Map *>(data);
+    const bool first = map->loads == 0;
+    map->loads = info->dlpi_adds + info->dlpi_subs;
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
+        const auto &segment = info->dlpi_phdr[i];
+        if (segment.p_type != PT_LOAD || !(segment.p_flags & PF_X) || map->moduleCount == 400)
+            continue;
+        map->dynamics[map->moduleCount] = dynamicOf(info);
+        ZELModule &module = map->modules[map->moduleCount++];
+        module.base = info->dlpi_addr;
+        module.start = (info->dlpi_addr + segment.p_vaddr) & ~uintptr_t(4095);
+        module.end = (info->dlpi_addr + segment.p_vaddr + segment.p_memsz + 4095) & ~uintptr_t(4095);
+        module.program = first;
+        strncpy(module.path, info->dlpi_name, sizeof module.path - 1);
+        if (first && readlink("/proc/self/exe", module.path, sizeof module.path - 1) < 0)
+            module.path[0] = 0;
+        module.code = codeOf(module, reinterpret_cast<void *>(&zelRefreshCodeMap));
+    }
+    return 0;
+}
+
+void addFunction(Map *map, void *library, const char *name, ZELFunction kind)
+{
+    void *address = dlsym(library, name);
+    Dl_info info{};
+    ElfW(Sym) *symbol = nullptr;
+    if (!address || map->functionCount == 400
+        || !dladdr1(address, &info, reinterpret_cast<void **>(&symbol), RTLD_DL_SYMENT) || !symbol)
+        return;
+    const auto start = reinterpret_cast<uintptr_t>(address);
+    for (size_t i = 0; i < map->functionCount; ++i) {
+        if (map->functions[i].start == start)
+            return;
+    }
+    map->functions[map->functionCount++] = {start, start + symbol->st_size, kind};
+}
+
+/// The C library's own besides what is found first: sanitizers and preloads put theirs in front.
+template <size_t n>
+void addFunctions(Map *map, const char *const (&names)[n], ZELFunction kind)
+{
+    void *c = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);
+    for (const char *name : names) {
+        addFunction(map, RTLD_DEFAULT, name, kind);
+        if (c)
+            addFunction(map, c, name, kind);
+    }
+    if (c)
+        dlclose(c);
+}
+
+/// What the module says it needs, one library after the other.
+template <class Visit>
+void forEachNeeded(const ElfW(Dyn) * dynamic, Visit visit)
+{
+    const char *names = nullptr;
+    for (auto *entry = dynamic; entry && entry->d_tag != DT_NULL; ++entry) {
+        if (entry->d_tag == DT_STRTAB)
+            names = reinterpret_cast<const char *>(entry->d_un.d_ptr); // the loader has made it an address
+    }
+    for (auto *entry = dynamic; names && entry->d_tag != DT_NULL; ++entry) {
+        if (entry->d_tag == DT_NEEDED)
+            visit(names + entry->d_un.d_val);
+    }
+}
+
+/// Everything that this library needs, directly or not, is runtime; what is left is the host's.
+void markRuntime(Map *map)
+{
+    for (bool changed = true; changed;) {
+        changed = false;
+        for (size_t i = 0; i < map->moduleCount; ++i) {
+            if (map->modules[i].code == ZELCode::Host || strncmp(map->modules[i].path, "linux-", 6) == 0)
+                continue;
+            forEachNeeded(map->dynamics[i], [&](const char *name) {
+                for (size_t k = 0; k < map->moduleCount; ++k) {
+                    ZELModule &needed = map->modules[k];
+                    if (needed.code == ZELCode::Host && !needed.program && strcmp(baseName(needed.path), name) == 0) {
+                        needed.code = ZELCode::Runtime;
+                        changed = true;
+                    }
+                }
+            });
+        }
+    }
+}
+
+int countLoads(dl_phdr_info *info, size_t, void *loads)
+{
+    *static_cast<unsigned long long *>(loads) = info->dlpi_adds + info->dlpi_subs;
+    return 1;
+}
+
+const Function *functionAt(const Map *map, uintptr_t address)
+{
+    for (size_t i = 0; i < map->functionCount; ++i) {
+        if (address >= map->functions[i].start && address < map->functions[i].end)
+            return &map->functions[i];
+    }
+    return nullptr;
+}
+
+uintptr_t programCounter(const ucontext_t *context)
+{
+#if defined(__x86_64__)
+    return uintptr_t(context->uc_mcontext.gregs[REG_RIP]);
+#else
+    return uintptr_t(context->uc_mcontext.pc);
+#endif
+}
+
+/// The kernel leaves an interrupted call behind its instruction, or before it when the call is to be restarted.
+bool atSystemCall(uintptr_t pc)
+{
+#if defined(__x86_64__)
+    const auto *code = reinterpret_cast<const unsigned char *>(pc);
+    return (code[-2] == 0x0f && code[-1] == 0x05) || (code[0] == 0x0f && code[1] == 0x05);
+#else
+    const auto *code = reinterpret_cast<const uint32_t *>(pc);
+    return code[-1] == 0xd4000001u || code[0] == 0xd4000001u;
+#endif
+}
+
+struct Frame
+{
+    uintptr_t address; ///< inside of the calling instruction
+    uintptr_t stack;
+};
+
+struct Walk
+{
+    uintptr_t pc;
+    bool begun;
+    bool (*visit)(Walk *, const Frame &);
+    bool passedSignal; ///< a handler is on the stack, over code that it interrupted anywhere
+};
+
+_Unwind_Reason_Code step(_Unwind_Context *context, void *data)
+{
+    auto *walk = static_cast<Walk *>(data);
+    int before = 0;
+    const uintptr_t ip = _Unwind_GetIPInfo(context, &before);
+    walk->begun = walk->begun || ip == walk->pc;
+    if (!walk->begun)
+        return _URC_NO_REASON; // the handler's own frames
+    walk->passedSignal = walk->passedSignal || (before && ip != walk->pc);
+    const bool goOn = walk->visit(walk, {before ? ip : ip - 1, _Unwind_GetCFA(context)});
+    return goOn ? _URC_NO_REASON : _URC_NORMAL_STOP;
+}
+
+struct PlaceWalk : Walk
+{
+    const Map *map;
+    uintptr_t outer;
+    bool inRuntime;
+    bool ended; ///< reached the target's opener
+    bool pinned;
+    bool delicate;
+    bool semaphore; ///< the frame before was a semaphore's wait
+    uintptr_t caller; ///< the first code outside of this library, or the opener
+    uintptr_t entry; ///< the runtime function that the first other code called
+};
+
+bool visitPlace(Walk *walk, const Frame &frame)
+{
+    auto *place = static_cast<PlaceWalk *>(walk);
+    const ZELModule *module = zelModuleAt(frame.address);
+    const Function *function = functionAt(place->map, frame.address);
+    if (place->inRuntime && module && module->code == ZELCode::Runtime)
+        place->entry = frame.address;
+    else
+        place->inRuntime = false;
+    const bool qt = module && module->code == ZELCode::Runtime && strncmp(baseName(module->path), "libQt5", 6) == 0;
+    place->pinned
+        = place->pinned || (place->semaphore && qt && !function) || (function && function->kind == ZELFunction::Fatal);
+    place->delicate = place->delicate || (function && function->kind == ZELFunction::Delicate);
+    if (!place->caller && (!module || module->code != ZELCode::Own || frame.stack > place->outer))
+        place->caller = frame.address;
+    place->semaphore = function && function->kind == ZELFunction::Semaphore;
+    place->ended = frame.stack > place->outer;
+    return !place->ended;
+}
+
+struct AllocatorWalk : Walk
+{
+    const Map *map;
+    bool found;
+};
+
+bool visitAllocator(Walk *walk, const Frame &frame)
+{
+    auto *self = static_cast<AllocatorWalk *>(walk);
+    const Function *function = functionAt(self->map, frame.address);
+    self->found = function && function->kind == ZELFunction::Allocator;
+    const ZELModule *module = zelModuleAt(frame.address);
+    return !self->found && module && module->code == ZELCode::Runtime;
+}
+
+struct TraceWalk : Walk
+{
+    uintptr_t *addresses;
+    int count;
+    int limit;
+};
+
+bool visitTrace(Walk *walk, const Frame &frame)
+{
+    auto *trace = static_cast<TraceWalk *>(walk);
+    trace->addresses[trace->count++] = frame.address;
+    return trace->count < trace->limit;
+}
+
+template <class W>
+void run(W *walk, void *context, bool (*visit)(Walk *, const Frame &))
+{
+    walk->pc = context ? programCounter(static_cast<ucontext_t *>(context)) : 0;
+    walk->begun = !context;
+    walk->visit = visit;
+    _Unwind_Backtrace(step, static_cast<Walk *>(walk));
+}
+
+} // namespace
+
+void zelRefreshCodeMap()
+{
+    static std::mutex mutex;
+    std::lock_guard<std::mutex> lock(mutex);
+    unsigned long long loads = 0;
+    dl_iterate_phdr(countLoads, &loads);
+    const Map *present = current.load();
+    if (present && present->loads == loads)
+        return;
+    auto *map = new Map{};
+    dl_iterate_phdr(addModule, map);
+    markRuntime(map);
+    addFunctions(map, sleepNames, ZELFunction::Sleep);
+    addFunctions(map, blockingNames, ZELFunction::Blocking);
+    addFunctions(map, fatalNames, ZELFunction::Fatal);
+    addFunctions(map, delicateNames, ZELFunction::Delicate);
+    addFunctions(map, semaphoreNames, ZELFunction::Semaphore);
+    addFunctions(map, allocatorNames, ZELFunction::Allocator);
+    current = map;
+    uintptr_t warm[4];
+    zelBacktrace(nullptr, warm, 4); // the first call sets up the unwinder, which no handler may do
+}
+
+const ZELModule *zelModuleAt(uintptr_t address)
+{
+    const Map *map = current.load();
+    for (size_t i = 0; map && i < map->moduleCount; ++i) {
+        if (address >= map->modules[i].start && address < map->modules[i].end)
+            return &map->modules[i];
+    }
+    return nullptr;
+}
+
+size_t zelModuleCount()
+{
+    const Map *map = current.load();
+    return map ? map->moduleCount : 0;
+}
+
+const ZELModule *zelModule(size_t index)
+{
+    return &current.load()->modules[index];
+}
+
+uintptr_t zelInterruptedAt(void *context)
+{
+    return programCounter(static_cast<ucontext_t *>(context));
+}
+
+static bool bearsJump(const PlaceWalk &walk, uintptr_t entry)
+{
+    const Function *function = functionAt(walk.map, entry);
+    return function
+        && (function->kind == ZELFunction::Blocking || function->kind == ZELFunction::Semaphore
+            || function->kind == ZELFunction::Sleep);
+}
+
+/// Whoever sleeps holds nothing that it needs: Qt reaches this through a function of its own without a name.
+static bool isSleep(const PlaceWalk &walk, uintptr_t pc)
+{
+    const Function *function = functionAt(walk.map, pc);
+    return function && function->kind == ZELFunction::Sleep;
+}
+
+/// In normal context: own code may be left at a safe point unless it was called by code that is not to be left.
+ZELPlace zelPlaceHere(uintptr_t outer)
+{
+    PlaceWalk walk{};
+    walk.map = current.load();
+    walk.outer = outer;
+    run(&walk, nullptr, visitPlace);
+    if (walk.pinned)
+        return ZELPlace::Pinned;
+    const ZELModule *caller = zelModuleAt(walk.caller);
+    const bool torn = !walk.ended || walk.delicate || walk.passedSignal || !caller || caller->code == ZELCode::Runtime;
+    return torn && walk.map ? ZELPlace::Torn : ZELPlace::Safe;
+}
+
+ZELPlace zelPlaceOf(void *context, uintptr_t outer)
+{
+    const uintptr_t pc = zelInterruptedAt(context);
+    const ZELModule *module = zelModuleAt(pc);
+    PlaceWalk walk{};
+    walk.map = current.load();
+    if (!walk.map)
+        return ZELPlace::Torn;
+    walk.outer = outer;
+    walk.inRuntime = module && module->code == ZELCode::Runtime;
+    run(&walk, context, visitPlace);
+    if (walk.pinned)
+        return ZELPlace::Pinned;
+    if (!module || module->code == ZELCode::Own || !walk.ended || walk.delicate || walk.passedSignal)
+        return ZELPlace::Torn;
+    if (module->code == ZELCode::Host)
+        return ZELPlace::Safe;
+    return atSystemCall(pc) && (bearsJump(walk, walk.entry) || isSleep(walk, pc)) ? ZELPlace::Safe : ZELPlace::Torn;
+}
+
+bool zelInAllocator(void *context)
+{
+    AllocatorWalk walk{};
+    walk.map = current.load();
+    if (walk.map && context)
+        run(&walk, context, visitAllocator);
+    return walk.found;
+}
+
+int zelBacktrace(void *context, uintptr_t *addresses, int limit)
+{
+    TraceWalk walk{};
+    walk.addresses = addresses;
+    walk.limit = limit;
+    run(&walk, context, visitTrace);
+    return walk.count;
+}
