@@ -138,10 +138,12 @@ void fail(const ZELArguments &args, const Exception &exception)
 bool ZELShellCommandPrivate::execute(ZELShellCommand *command, const ZELArguments &args, Run run)
 {
     ZELFrame frame;
-    const auto execution = std::make_shared<Execution>(this, std::move(run));
+    auto owner = std::make_shared<Execution>(this, std::move(run));
+    Execution *const execution = owner.get();
+    // The frame alone owns it: what the stack holds is lost in a kill.
+    frame->abandoned = [owner = std::move(owner)] { owner->abandon(); };
     const int ownLimit = timeLimit;
     frame->timeoutMs = ownLimit >= 0 ? ownLimit : defaultTimeLimit.load();
-    frame->abandoned = [execution] { execution->abandon(); };
     const int failed = zelGuard(frame.get(), [&] {
         if (execution->begin())
             args.setReturnValue(Q_EMIT command->Execute(args));

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "remoteuser.h"
 #include "zelshell.h"
-#include "zelshellcommand.h"
-#include "zelshellcommandtree.h"
 #include "zelshellserver.h"
 #include "zeluser.h"
 
@@ -13,8 +12,6 @@
 #include <atomic>
 #include <pty.h>
 #include <unistd.h>
-
-using Node = ZELShellCommandTree;
 
 class Board : public QObject
 {
@@ -30,34 +27,6 @@ public Q_SLOTS:
         while (!leave)
             ::usleep(1000);
         --running;
-    }
-};
-
-/// A remote user without terminal, in the thread of the server.
-struct Peer
-{
-    QTcpSocket socket;
-    QByteArray got;
-
-    explicit Peer(quint16 port, const QByteArray &handshake = "--nt\n")
-    {
-        socket.connectToHost(QHostAddress::LocalHost, port);
-        socket.write(handshake);
-    }
-    bool has(const QByteArray &text)
-    {
-        got += socket.readAll();
-        return got.contains(text);
-    }
-    void send(const QByteArray &line)
-    {
-        got.clear();
-        socket.write(line + '\n');
-    }
-    bool isClosed()
-    {
-        got += socket.readAll();
-        return socket.state() == QAbstractSocket::UnconnectedState;
     }
 };
 
@@ -100,8 +69,6 @@ private Q_SLOTS:
     void connectOutFails();
     void closeFromAnotherThread();
     void destroyedWhileShellsRun();
-    void jobs();
-    void commandTimeout();
     void permissionFunction();
     void remoteSystemCommands();
     void logins_data();
@@ -140,7 +107,7 @@ void tst_ZELShellServer::counts()
     m_server->startTcpServer(0);
     QVERIFY(m_server->isListening());
     {
-        Peer first(m_server->serverPort()), second(m_server->serverPort());
+        RemoteUser first(m_server->serverPort()), second(m_server->serverPort());
         QTRY_COMPARE(m_server->ClientNumber(), 2);
         QTRY_VERIFY(first.has("ConnectId = ") && second.has("ConnectId = "));
         second.send("net/ping 1 2");
@@ -165,7 +132,7 @@ void tst_ZELShellServer::connectionsAreDescribed()
         base->setProductId("Rack");
     });
     m_server->setLineLimit(100);
-    Peer peer(m_server->serverPort());
+    RemoteUser peer(m_server->serverPort());
     QTRY_VERIFY(peer.has("Rack\nConnectId = "));
     auto *shell = qobject_cast<ZELShell *>(base.data());
     QVERIFY(shell);
@@ -230,7 +197,7 @@ void tst_ZELShellServer::destroyedWhileShellsRun()
 {
     for (int round = 0; round < 5; ++round) {
         m_server->startTcpServer(0);
-        Peer first(m_server->serverPort()), second(m_server->serverPort());
+        RemoteUser first(m_server->serverPort()), second(m_server->serverPort());
         first.send("net/wait");
         second.send("net/wait &");
         QTRY_COMPARE(m_board->running.load(), 2);
@@ -243,48 +210,6 @@ void tst_ZELShellServer::destroyedWhileShellsRun()
     }
 }
 
-void tst_ZELShellServer::jobs()
-{
-    QVERIFY(m_server->registerJobCommands());
-    QVERIFY(!m_server->registerJobCommands());
-    // Directories named like the commands do not hide them.
-    QVERIFY(m_server->registerCmd("jobs", "ping", m_board.get(), SLOT(ping(ZELArguments))));
-    m_server->startTcpServer(0);
-    Peer peer(m_server->serverPort()), other(m_server->serverPort());
-    QTRY_VERIFY(peer.has("ConnectId = ") && other.has("ConnectId = "));
-    peer.send("net/wait a &;net/wait b &;jobs");
-    QTRY_VERIFY(peer.has("1  net/wait a\r\n2  net/wait b\r\n"));
-    QTRY_COMPARE(m_board->running.load(), 2);
-    other.send("jobs;kill 1");
-    QTRY_VERIFY(other.has("kill: 1: no such job"));
-    peer.send("kill;kill x;kill 3");
-    QTRY_VERIFY(peer.has("number is needed") && peer.has("kill: 3: no such job"));
-    Node *leaf = m_server->FindCommand("net", "wait");
-    peer.send("kill 1");
-    QTRY_VERIFY(peer.has("forced exit"));
-    peer.send("jobs");
-    QTRY_VERIFY(peer.has("2  net/wait b\r\n"));
-    QVERIFY(leaf->Command()->IsRunning());
-    peer.send("kill 2");
-    QTRY_VERIFY(!leaf->Command()->IsRunning());
-    m_board->running = 0; // the killed slots did not count themselves down
-}
-
-void tst_ZELShellServer::commandTimeout()
-{
-    m_server->setCommandTimeout(50);
-    const auto reset = qScopeGuard([this] { m_server->setCommandTimeout(0); });
-    m_server->startTcpServer(0);
-    Peer peer(m_server->serverPort());
-    QTRY_VERIFY(peer.has("ConnectId = "));
-    peer.send("net/wait");
-    QTRY_VERIFY(peer.has("Application Timerout,Max time is 50"));
-    QVERIFY(m_server->setCommandTimeout("net", "wait", 60));
-    peer.send("net/wait");
-    QTRY_VERIFY(peer.has("Max time is 60"));
-    m_board->running = 0;
-}
-
 void tst_ZELShellServer::permissionFunction()
 {
     m_server->setPermissionFunction([](const ZELArguments &args) {
@@ -294,7 +219,7 @@ void tst_ZELShellServer::permissionFunction()
     });
     m_server->setHelpFunction([](ZELArguments args) { args.debug() << "help!"; });
     m_server->startTcpServer(0);
-    Peer peer(m_server->serverPort());
+    RemoteUser peer(m_server->serverPort());
     QTRY_VERIFY(peer.has("ConnectId = "));
     peer.send("net/ping 1;$a = net/ping 1;net/ping 1 2");
     QTRY_COMPARE((peer.has("!"), peer.got), QByteArray("1\r\n1\r\nnet/ping is not permitted!\r\n"));
@@ -313,7 +238,7 @@ void tst_ZELShellServer::permissionFunction()
 void tst_ZELShellServer::remoteSystemCommands()
 {
     m_server->startTcpServer(0);
-    Peer peer(m_server->serverPort());
+    RemoteUser peer(m_server->serverPort());
     QTRY_VERIFY(peer.has("ConnectId = "));
     peer.send("sys echo op''en");
     QTRY_VERIFY(peer.has("open"));
@@ -357,7 +282,7 @@ void tst_ZELShellServer::logins()
     if (handshake.contains("--password secret"))
         QTest::ignoreMessage(QtDebugMsg, QRegularExpression(".*get input =.*--password \\*\\*\\*.*"));
     {
-        Peer peer(m_server->serverPort(), handshake + '\n');
+        RemoteUser peer(m_server->serverPort(), handshake + '\n');
         QTRY_VERIFY(letIn ? peer.has("ConnectId = ") : peer.isClosed());
         QCOMPARE(peer.has("Error : login required\n"), !letIn);
         QCOMPARE(ZELUser::loggedIn().size(), letIn ? 1 : 0);
@@ -379,10 +304,10 @@ void tst_ZELShellServer::keyOfAnotherSession()
         QVERIFY(ann.isLogin());
         const QByteArray key = ann.uid().toByteArray(QUuid::WithoutBraces);
         m_server->startTcpServer(0);
-        Peer before(m_server->serverPort(), "--nt --key " + key + '\n');
+        RemoteUser before(m_server->serverPort(), "--nt --key " + key + '\n');
         QTRY_VERIFY(before.has("ConnectId = {" + key + "}"));
         m_server->setKeyLogin(false);
-        Peer after(m_server->serverPort(), "--nt --user eve --password x --key " + key + '\n');
+        RemoteUser after(m_server->serverPort(), "--nt --user eve --password x --key " + key + '\n');
         QTRY_VERIFY(after.has("ConnectId = {"));
         QVERIFY(!after.has(key));
         before.send("quit");
