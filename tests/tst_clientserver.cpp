@@ -48,11 +48,12 @@ private Q_SLOTS:
     void cleanupTestCase();
 
 private:
-    QThread m_thread; ///< of the server, since the clients block this one
-    QObject m_there;
-    std::unique_ptr<ZELShellServer> m_server;
-    std::unique_ptr<Commands> m_commands;
-    quint16 m_port = 0;
+    void serve();
+
+    std::thread m_thread; ///< of the server, since the clients block this one
+    ZELShellServer *m_server = nullptr;
+    QEventLoop *m_loop = nullptr;
+    std::atomic<quint16> m_port{0};
 };
 
 void tst_ClientServer::initTestCase()
@@ -61,31 +62,31 @@ void tst_ClientServer::initTestCase()
         if (type != QtDebugMsg)
             fprintf(stderr, "%s\n", qPrintable(text));
     });
-    m_there.moveToThread(&m_thread);
-    m_thread.start();
-    const auto start = [this] {
-        m_server = std::make_unique<ZELShellServer>();
-        m_commands = std::make_unique<Commands>();
-        m_server->registerCmd("", "print", m_commands.get(), SLOT(print(ZELArguments)), true);
-        m_server->registerCmd("", "word", m_commands.get(), SLOT(word(ZELArguments)), true);
-        m_server->registerCmd("deep/er", "sleep", m_commands.get(), SLOT(sleep(ZELArguments)), true);
-        m_server->setListenAddress(QHostAddress::LocalHost);
-        m_server->startTcpServer(0);
-        m_port = m_server->serverPort();
-    };
-    QMetaObject::invokeMethod(&m_there, start, Qt::BlockingQueuedConnection);
-    QVERIFY(m_port);
+    m_thread = std::thread([this] { serve(); });
+    while (!m_port)
+        std::this_thread::yield();
+}
+
+void tst_ClientServer::serve()
+{
+    QEventLoop loop;
+    ZELShellServer server;
+    Commands commands;
+    server.registerCmd("", "print", &commands, SLOT(print(ZELArguments)), true);
+    server.registerCmd("", "word", &commands, SLOT(word(ZELArguments)), true);
+    server.registerCmd("deep/er", "sleep", &commands, SLOT(sleep(ZELArguments)), true);
+    server.setListenAddress(QHostAddress::LocalHost);
+    server.startTcpServer(0);
+    m_server = &server;
+    m_loop = &loop;
+    m_port = server.serverPort();
+    loop.exec();
 }
 
 void tst_ClientServer::cleanupTestCase()
 {
-    const auto stop = [this] {
-        m_commands.reset();
-        m_server.reset();
-    };
-    QMetaObject::invokeMethod(&m_there, stop, Qt::BlockingQueuedConnection);
-    m_thread.quit();
-    m_thread.wait();
+    QMetaObject::invokeMethod(m_loop, "quit", Qt::QueuedConnection);
+    m_thread.join();
 }
 
 void tst_ClientServer::everyKindOfStatementIsAnswered_data()

@@ -251,14 +251,14 @@ void tst_Zelsh::background()
 
 void tst_Zelsh::login()
 {
-    QByteArray hello;
+    Note hello;
     FakeHost host([&](QTcpSocket &socket) {
-        hello = FakeHost::readLine(socket).trimmed();
-        const QByteArray key = hello.mid(hello.lastIndexOf(' ') + 1);
-        const bool good = hello.startsWith("--nt --user \"bob\" --password \"se cret\" --key ");
+        const QByteArray line = FakeHost::readLine(socket).trimmed(), key = line.mid(line.lastIndexOf(' ') + 1);
+        hello.write(line);
+        const bool good = line.startsWith("--nt --user \"bob\" --password \"se cret\" --key ");
         FakeHost::send(socket, good ? FakeHost::banner('{' + key + '}') : FakeHost::banner());
-        const QByteArray line = FakeHost::readLine(socket);
-        FakeHost::send(socket, FakeHost::packet(line.split(' ').first(), "EXECUTE_COMPLETE", "in"));
+        FakeHost::send(
+            socket, FakeHost::packet(FakeHost::readLine(socket).split(' ').first(), "EXECUTE_COMPLETE", "in"));
         FakeHost::readLine(socket);
     });
     const Outcome good = run({"--user", "bob", "--password-file", "-", at(host), "x"}, "se cret\r\nmore\n");
@@ -369,16 +369,16 @@ void tst_Zelsh::terminalIsRestored()
 
 void tst_Zelsh::passwordIsNotShown()
 {
-    QByteArray hello;
+    Note hello;
     FakeHost host([&](QTcpSocket &socket) {
-        hello = FakeHost::readLine(socket);
+        hello.write(FakeHost::readLine(socket));
         FakeHost::send(socket, FakeHost::banner());
     });
     PtyHost terminal({ZELSH, "--user", "bob", at(host), "x"});
     QVERIFY(terminal.waitFor("Password: "));
     QVERIFY(terminal.type("secret\n"));
     QVERIFY(terminal.waitForEnd());
-    QVERIFY(hello.contains("--password \"secret\""));
+    QVERIFY(hello.read().contains("--password \"secret\""));
     QVERIFY(!terminal.takeAll().contains("secret"));
     QVERIFY(terminal.isRestored());
     QCOMPARE(terminal.status(), 255);

@@ -6,7 +6,28 @@
 #include <QTcpSocket>
 #include <atomic>
 #include <functional>
+#include <mutex>
 #include <thread>
+
+/// A text that one thread leaves for another.
+class Note
+{
+public:
+    void write(const QByteArray &text)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_text = text;
+    }
+    QByteArray read() const
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_text;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    QByteArray m_text;
+};
 
 /// A peer for the client side: serves one connection after another, on a thread of its own, by a script that talks to
 /// the raw socket. The port is free from the start.
