@@ -100,8 +100,6 @@ public:
     /// Takes over the descriptor and calls Start() at once. A negative or closed one reads as ended and
     /// swallows output.
     explicit ZELStdDevice(int fd);
-    /// Without raw the terminal's settings are left as found: for output only.
-    ZELStdDevice(int fd, bool raw);
     /// Closes.
     ~ZELStdDevice() override;
 
@@ -112,7 +110,7 @@ public:
     /// error, drops the rest.
     void write(QByteArray data) override;
     void write(QString text) override;
-    /// Raw mode, unless the device was made without, then the start hook.
+    /// Raw mode, then the start hook.
     void Start() override;
     /// Restores the terminal, calls the close hook, closes the descriptor. Nothing the second time.
     void Close() override;

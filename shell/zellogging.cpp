@@ -5,6 +5,7 @@
 #include "zeliodevice.h"
 
 #include <QDebug>
+#include <unistd.h>
 
 struct ZELLoggingSaver::State
 {
@@ -36,12 +37,10 @@ const char *prefix(ZELLogging::LoggingMsgType type)
 }
 } // namespace
 
-// Made once and never deleted: handles may print until the very end. A message alone is no reason to make the
-// terminal raw.
-ZELAbstractStream *ZELLoggingPrivate::terminal()
+ZELAbstractStream *ZELLoggingPrivate::newTerminal()
 {
-    static auto *stream = new ZELStream(new ZELStdDevice(0, false), true);
-    return stream;
+    ZELCriticalSection section;
+    return new ZELStream(new ZELStdDevice(STDIN_FILENO), true);
 }
 
 void ZELLoggingPrivate::finish(const ZELLogging &last)
@@ -73,7 +72,7 @@ bool ZELLoggingPrivate::drop()
 
 ZELLogging::ZELLogging(ZELAbstractStream *stream, LoggingMsgType type, const Hook &hook)
     : d(nullptr)
-    , m_stream(stream ? stream : ZELLoggingPrivate::terminal())
+    , m_stream(stream ? stream : ZELLoggingPrivate::newTerminal())
     , m_type(type)
     , m_separator(QStringLiteral(" "))
 {

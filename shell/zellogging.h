@@ -23,7 +23,7 @@ class ZELLoggingSaver;
  * copy dies, with the prefix of its type in front and "\r\n" behind.
  *
  * Copies share the message; spacing, quoting, line end and type belong to each handle, and those of the last one
- * decide. A handle may outlive its stream: the message is dropped then. Without a stream it goes to the terminal.
+ * decide. A handle may outlive its stream: the message is dropped then.
  *
  * Threads: copies may die on any thread; one thread at a time writes into a message.
  *
@@ -36,7 +36,11 @@ public:
     enum LoggingMsgType { Debug = 0, Warning = 1, Error = 2, Critical = 3, Fatal = 4, Info = 5 };
     using Hook = std::function<QString(const QString &)>;
 
-    /// The hook, if any, rewrites the finished message while the stream is open.
+    /**
+     * The hook, if any, rewrites the finished message while the stream is open.
+     * Without a stream the message makes its own: a new ZELStdDevice on descriptor 0, which makes the terminal raw, and
+     * a new ZELStream on that. Neither is ever deleted, deliberately: such a stream stays good until the process ends.
+     */
     ZELLogging(ZELAbstractStream *stream, LoggingMsgType type, const Hook &hook);
     ZELLogging(const ZELLogging &other);
     ZELLogging &operator=(const ZELLogging &other);

@@ -16,7 +16,7 @@ public:
         , destination(ZELAbstractStreamPrivate::ref(stream))
     {
     }
-    static ZELAbstractStream *terminal();
+    static ZELAbstractStream *newTerminal();
     void finish(const ZELLogging &last);
     void emitMessage();
     bool drop();

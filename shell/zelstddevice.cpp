@@ -116,21 +116,14 @@ public:
         return descriptor;
     }
 
-    bool raw = true; ///< what Start() is to make of a terminal
     mutable std::mutex mutex; ///< guards the rest
     std::shared_ptr<OpenDescriptor> descriptor;
     bool closed = false;
 };
 
 ZELStdDevice::ZELStdDevice(int fd)
-    : ZELStdDevice(fd, true)
-{
-}
-
-ZELStdDevice::ZELStdDevice(int fd, bool raw)
     : d(new ZELStdDevicePrivate)
 {
-    d->raw = raw;
     zelIgnoreBrokenPipes();
     // A number that is closed now would be taken by the next descriptor of this very device.
     if (fcntl(fd, F_GETFD) != -1)
@@ -189,8 +182,7 @@ void ZELStdDevice::write(QString text)
 
 void ZELStdDevice::Start()
 {
-    if (d->raw)
-        SetRawInputMode();
+    SetRawInputMode();
     callStartHook();
 }
 

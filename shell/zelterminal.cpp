@@ -79,6 +79,18 @@ termios rawSettings(termios settings)
     return settings;
 }
 
+void enter(RawTerminal &terminal, int fd, const struct stat &info, const termios &found)
+{
+    terminal.raw = false;
+    terminal.fd = fd;
+    terminal.process = getpid();
+    terminal.device = info.st_dev;
+    terminal.node = info.st_ino;
+    terminal.found = found;
+    terminal.set = rawSettings(found);
+    terminal.raw = true;
+}
+
 // In the background the terminal is somebody else's by now, and SIGTTOU would stop the process on its way out.
 void restore(const RawTerminal &terminal)
 {
@@ -140,14 +152,10 @@ bool zelTerminalEnterRaw(int fd)
     if (!terminal)
         return false;
     std::call_once(once, restoreAtEveryEnd);
-    terminal->raw = false;
-    terminal->fd = fd;
-    terminal->process = getpid();
-    terminal->device = info.st_dev;
-    terminal->node = info.st_ino;
-    terminal->found = found;
-    terminal->set = rawSettings(found);
-    terminal->raw = true;
+    // An entry that says the same already is left alone: a signal would miss it while it is being written.
+    if (!terminal->raw || terminal->process != getpid() || !isSame(*terminal, info)
+        || !sameSettings(terminal->found, found))
+        enter(*terminal, fd, info, found);
     tcsetattr(fd, TCSANOW, &terminal->set);
     return true;
 }

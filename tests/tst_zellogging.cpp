@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "recorder.h"
 #include "zelarguments.h"
+#include "zeliodevice.h"
 #include "zellogging.h"
 
 #include <QtTest>
+#include <pty.h>
+#include <termios.h>
 #include <thread>
+#include <unistd.h>
 
 QVariant RecorderShell::ExecuteString(ZELArguments)
 {
@@ -34,6 +38,7 @@ private Q_SLOTS:
     void hook();
     void streamDiesFirst();
     void streamDiesMeanwhile();
+    void ownTerminal();
     void saver();
     void enumerations();
     void flagsByBits();
@@ -199,6 +204,38 @@ void tst_ZELLogging::streamDiesMeanwhile()
             writer.join();
         qInstallMessageHandler(quiet);
     }
+}
+
+void tst_ZELLogging::ownTerminal()
+{
+    int master = -1, slave = -1;
+    QCOMPARE(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+    const int standardInput = dup(STDIN_FILENO);
+    dup2(slave, STDIN_FILENO);
+    termios found, raw, restored;
+    tcgetattr(slave, &found);
+    const int before = ZELIODevice::Device_Table().size();
+    ZELLogging(nullptr, ZELLogging::Error, {}) << "a";
+    ZELLogging::debug(nullptr).noNewLine() << "b";
+    tcgetattr(slave, &raw);
+    const auto devices = ZELIODevice::Device_Table().mid(before);
+    auto *last = dynamic_cast<ZELStdDevice *>(devices.last());
+    if (last)
+        last->CloseRawInputMode();
+    tcgetattr(slave, &restored);
+    dup2(standardInput, STDIN_FILENO);
+    char text[64];
+    QCOMPARE(read(master, text, sizeof text), ssize_t(12));
+    QCOMPARE(QByteArray(text, 12), QByteArray("Error: a\r\r\n") + "b");
+    for (int fd : {master, slave, standardInput})
+        close(fd);
+    // A device and a stream each, which stay.
+    QCOMPARE(devices.size(), 2);
+    QVERIFY(last && last->descriptor() == STDIN_FILENO);
+    QVERIFY(devices.at(0)->boundStream() && devices.at(1)->boundStream());
+    QVERIFY(devices.at(0)->boundStream() != devices.at(1)->boundStream());
+    QCOMPARE(raw.c_lflag & tcflag_t(ICANON | ECHO | ISIG), tcflag_t(0));
+    QCOMPARE(restored.c_lflag, found.c_lflag);
 }
 
 void tst_ZELLogging::saver()
