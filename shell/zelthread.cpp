@@ -246,11 +246,17 @@ void ZELThread::dropPosted()
     delete std::exchange(d->failure, nullptr);
 }
 
+/// Busy, or about to be: a callback that was started sets the busy flag a little later.
+bool ZELThread::isOccupied()
+{
+    return m_busy || m_callback;
+}
+
 /// Whether a task posted now would run on an idle loop.
 bool ZELThread::takesTasks()
 {
     std::lock_guard<std::mutex> lock(d->mutex);
-    return !m_callback && !m_busy && !d->ended;
+    return !isOccupied() && !d->ended;
 }
 
 void ZELThread::Invoke(std::function<void()> task)

@@ -91,6 +91,7 @@ private:
     void taskDone(ZELSync *sync);
     void awaitPost();
     void dropPosted();
+    bool isOccupied();
     bool takesTasks();
 
     std::function<void(ZELThreadInfo *)> m_callback;

@@ -81,7 +81,7 @@ int ZELThreadPool::Clear(bool all)
     for (int i = m_threads.size() - 1; i >= 0; --i) {
         ZELThread *thread = m_threads.at(i);
         const bool running = thread->isRunning();
-        if (running && (!all || thread->IsBusy()))
+        if (running && (!all || thread->isOccupied()))
             continue;
         if (running)
             thread->quit();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Kills and faults whose jumps leave memory behind by design, so that nothing is asked about leaks here.
+#include "threadend.h"
 #include "zelcatch.h"
 #include "zelthread.h"
-#include "zeltsan_p.h"
 
 #include <QSemaphore>
 #include <QTimer>
@@ -11,14 +11,6 @@
 extern "C" int __lsan_is_turned_off()
 {
     return 1;
-}
-
-/// Waits for the thread; what it wrote may be read then.
-static bool hasEnded(ZELThread *thread)
-{
-    const bool ended = thread->wait(10000);
-    ZEL_TSAN_ACQUIRE(thread);
-    return ended;
 }
 
 class tst_Kills : public QObject

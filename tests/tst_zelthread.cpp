@@ -1,20 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include "threadend.h"
 #include "zelcatch.h"
 #include "zelthread.h"
-#include "zeltsan_p.h"
 
 #include <QSemaphore>
 #include <QTimer>
 #include <QtTest>
 #include <thread>
-
-/// Waits for the thread; what it wrote may be read then.
-static bool hasEnded(ZELThread *thread)
-{
-    const bool ended = thread->wait(10000);
-    ZEL_TSAN_ACQUIRE(thread);
-    return ended;
-}
 
 class tst_ZELThread : public QObject
 {
