@@ -402,30 +402,28 @@ ExceptionHelp *zelArmedFrame()
     return frame;
 }
 
-ExceptionHelp *zelKillTarget()
+template <class Wanted>
+static ExceptionHelp *outermostInLoop(Wanted wanted)
 {
-    ZELThreadFaults &self = zelThreadFaults;
+    const ZELThreadFaults &self = zelThreadFaults;
     ExceptionHelp *target = nullptr;
     for (ExceptionHelp *frame = self.innermost; frame; frame = frame->link.outer) {
         if (self.loops && frame == self.loopFrame)
             break;
-        if (frame->link.armed)
+        if (frame->link.armed && wanted(frame->link))
             target = frame;
     }
     return target;
 }
 
+ExceptionHelp *zelKillTarget()
+{
+    return outermostInLoop([](const ExceptionHelp::Link &) { return true; });
+}
+
 ExceptionHelp *zelLimitTarget()
 {
-    ZELThreadFaults &self = zelThreadFaults;
-    ExceptionHelp *target = nullptr;
-    for (ExceptionHelp *frame = self.innermost; frame; frame = frame->link.outer) {
-        if (self.loops && frame == self.loopFrame)
-            break;
-        if (frame->link.armed && frame->link.expired)
-            target = frame;
-    }
-    return target;
+    return outermostInLoop([](const ExceptionHelp::Link &link) { return bool(link.expired); });
 }
 
 void zelTakePending()

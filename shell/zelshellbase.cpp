@@ -1,7 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "zelshellbase_p.h"
 
+#include "zelguard_p.h"
+
 #include <QMutexLocker>
+
+QString ZELShellBasePrivate::text(QString ZELShellBasePrivate::*field)
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&mutex);
+    return this->*field;
+}
+
+void ZELShellBasePrivate::setText(QString ZELShellBasePrivate::*field, const QString &value)
+{
+    ZELCriticalSection section;
+    QMutexLocker lock(&mutex);
+    this->*field = value;
+}
 
 ZELShellBase::ZELShellBase(QObject *parent)
     : QObject(parent)
@@ -16,6 +32,7 @@ ZELShellBase::~ZELShellBase()
 
 void ZELShellBase::endLife()
 {
+    ZELCriticalSection section;
     d->life.end();
 }
 
@@ -37,48 +54,40 @@ QList<QPointer<ZELThread>> ZELShellBase::getRunnings()
 
 QString ZELShellBase::productId()
 {
-    QMutexLocker lock(&d->mutex);
-    return d->productId;
+    return d->text(&ZELShellBasePrivate::productId);
 }
 
 void ZELShellBase::setProductId(QString id)
 {
-    QMutexLocker lock(&d->mutex);
-    d->productId = id;
+    d->setText(&ZELShellBasePrivate::productId, id);
 }
 
 QString ZELShellBase::versionId()
 {
-    QMutexLocker lock(&d->mutex);
-    return d->versionId;
+    return d->text(&ZELShellBasePrivate::versionId);
 }
 
 void ZELShellBase::setVersionId(QString id)
 {
-    QMutexLocker lock(&d->mutex);
-    d->versionId = id;
+    d->setText(&ZELShellBasePrivate::versionId, id);
 }
 
 QString ZELShellBase::hardId()
 {
-    QMutexLocker lock(&d->mutex);
-    return d->hardId;
+    return d->text(&ZELShellBasePrivate::hardId);
 }
 
 void ZELShellBase::setHardId(QString id)
 {
-    QMutexLocker lock(&d->mutex);
-    d->hardId = id;
+    d->setText(&ZELShellBasePrivate::hardId, id);
 }
 
 QString ZELShellBase::custom()
 {
-    QMutexLocker lock(&d->mutex);
-    return d->custom;
+    return d->text(&ZELShellBasePrivate::custom);
 }
 
 void ZELShellBase::setCustomId(QString id)
 {
-    QMutexLocker lock(&d->mutex);
-    d->custom = id;
+    d->setText(&ZELShellBasePrivate::custom, id);
 }

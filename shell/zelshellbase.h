@@ -27,7 +27,8 @@ class ZELThread;
  * Threads: getStream(), getUuid(), shellName(), IsMain(), isNoTerminal() may be called from any thread while the
  * session lives; Stop() from any thread.
  */
-class ZELSHELL_EXPORT ZELShellBase : public QObject {
+class ZELSHELL_EXPORT ZELShellBase : public QObject
+{
     Q_OBJECT
 public:
     explicit ZELShellBase(QObject *parent = nullptr);

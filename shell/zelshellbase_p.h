@@ -7,12 +7,15 @@
 
 #include <QMutex>
 
-class ZELShellBasePrivate {
+class ZELShellBasePrivate
+{
 public:
     explicit ZELShellBasePrivate(ZELShellBase *q)
         : life(q)
     {
     }
+    QString text(QString ZELShellBasePrivate::*field);
+    void setText(QString ZELShellBasePrivate::*field, const QString &value);
 
     ZELLife<ZELShellBase> life; ///< what argument records hold instead of a pointer
     QMutex mutex; ///< guards the texts: the host may set them while the core thread writes the banner

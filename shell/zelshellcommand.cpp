@@ -128,7 +128,8 @@ private:
 void fail(const ZELArguments &args, const Exception &exception)
 {
     const QString text = exception.ToString();
-    qDebug() << text;
+    // The name of the public function, not of this helper.
+    QMessageLogger("zelshellcommand", __LINE__, "ZELShellCommand::doExecute").debug() << text;
     args.setProtoclState(QStringLiteral("EXECUTE_ERROR"));
     args.setErrorString(QStringLiteral("EXECUTE_ERROR :") + text);
 }
