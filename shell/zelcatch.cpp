@@ -230,6 +230,8 @@ void ExceptionHelp::Config()
         text = QStringLiteral("Aborted (core dumped)");
     else if (state == SIGALRM)
         text = QStringLiteral("Application Timerout,Max time is %1").arg(timeoutMs);
+    else if (state == SIGINT)
+        text = QStringLiteral("Interrupted");
     delete exception;
     exception = new ErrorException;
     exception->setwhat(text);

@@ -133,6 +133,8 @@ struct ZELSHELL_EXPORT ExceptionHelp
         unsigned generation = 0; ///< tells a late timer signal of an older frame from ours
         volatile bool armed = false; ///< env is filled, jumps may lead here
         volatile bool expired = false; ///< the time limit was reached inside a critical section
+        bool interruptible = false; ///< interrupts lead here
+        volatile bool interrupted = false; ///< one has come
         QString note; ///< what() of a foreign C++ exception
     } link;
 };

@@ -154,6 +154,7 @@ void disarm(ExceptionHelp *frame)
 {
     frame->link.armed = false;
     frame->link.expired = false;
+    frame->link.interrupted = false;
     stopTimer(frame);
 }
 
@@ -205,7 +206,7 @@ void recover()
     zelStopRetrying();
     target->link.armed = false;
     popExceptionState(target->link);
-    if (target->state == SIGQUIT || target->state == SIGALRM)
+    if (target->state == SIGQUIT || target->state == SIGALRM || target->state == SIGINT)
         pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr); // a blocking call that was left has changed it
     dropInnerFrames(target);
     disarm(target);
@@ -392,6 +393,17 @@ int Except_frame::Kill(void *threadId)
     if (QThread *loop = thread->loopThread)
         loop->quit();
     return pthread_kill(pthread_t(threadId), SIGQUIT); // under the lock, so the thread cannot end meanwhile
+}
+
+ZELInterruptTarget zelInterruptTarget()
+{
+    return {&zelThreadFaults, pthread_self()};
+}
+
+void zelInterrupt(const ZELInterruptTarget &target)
+{
+    target.faults->interrupt = 1;
+    pthread_kill(target.thread, SIGQUIT);
 }
 
 ExceptionHelp *zelArmedFrame()

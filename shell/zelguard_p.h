@@ -23,6 +23,7 @@ struct ZELThreadFaults
     volatile int critical; ///< depth of critical sections, also held while a jump is under way
     volatile int attention; ///< a time limit waits to be taken
     std::atomic<int> kill; ///< a kill waits to be taken
+    std::atomic<int> interrupt; ///< the interruptible frame is to be left
     std::atomic<QThread *> loopThread; ///< whose event loop runs
     sigjmp_buf *attempt; ///< where a fault of the handler itself returns to
     void *context; ///< where the signal under way interrupted the thread
@@ -167,6 +168,18 @@ extern void (*volatile zelProcessEnding)();
 
 /// Whether ReStartApplication() was called: what ends after it must not ask for another exit code.
 bool zelRestartWanted();
+
+/// The calling thread, for zelInterrupt(); good while the thread runs.
+struct ZELInterruptTarget
+{
+    ZELThreadFaults *faults;
+    pthread_t thread;
+};
+ZELInterruptTarget zelInterruptTarget();
+
+/// Abandons what a thread runs in its outermost frame whose link is marked interruptible, with the state SIGINT;
+/// nothing without one. Taken like a time limit, where nothing is torn. Async-signal-safe.
+void zelInterrupt(const ZELInterruptTarget &target);
 
 /// True once after a jump came back to a frame of this thread: the session draws its prompt again.
 bool zelTakeFaultRecovery();

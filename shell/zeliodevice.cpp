@@ -73,6 +73,11 @@ QThread *ZELIODevice::innerThread()
     return nullptr;
 }
 
+bool ZELIODevice::takeByte(char)
+{
+    return false;
+}
+
 void ZELIODevice::release() { }
 
 void ZELIODevice::setReadyReadHook(Hook hook)

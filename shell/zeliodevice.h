@@ -56,6 +56,9 @@ public:
     virtual void release();
     virtual bool readValid() const = 0;
     virtual bool writeValid() const = 0;
+    /// Takes one such byte out of the input that waits to be read, wherever it stands in it; false when there is none,
+    /// and here.
+    virtual bool takeByte(char byte);
 
     void setReadyReadHook(Hook hook);
     void setCloseHook(Hook hook);

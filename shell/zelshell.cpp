@@ -123,6 +123,17 @@ void ZELShellPrivate::finishCore()
     log(QStringLiteral("ZELShell Closed!"));
 }
 
+void ZELShellPrivate::watchInterruptKey()
+{
+    if (!interruptible || !output.stream())
+        return;
+    // Without a receiver, as above all on the device's thread: the core thread is busy then.
+    QObject::connect(output.stream(), &ZELStream::readyRead, [state = weak_from_this()] {
+        if (const auto session = state.lock())
+            session->foreground.noteInput();
+    });
+}
+
 ZELShell::ZELShell(ZELStream *stream, QObject *parent)
     : ZELShellBase(parent)
     , d(std::make_shared<ZELShellPrivate>(this, stream))
@@ -155,6 +166,7 @@ void ZELShell::Start(bool ismain, bool isnotem)
     }
     d->isMain = ismain;
     d->noTerminal = isnotem;
+    d->watchInterruptKey();
     auto *thread = new ZELThread;
     thread->setAutoDelete();
     thread->setLabel(QStringLiteral("ZELShell Core Thread"));

@@ -5,6 +5,7 @@
 #include "zelarguments.h"
 #include "zellineeditor_p.h"
 #include "zelshell.h"
+#include "zelshellforeground_p.h"
 #include "zelshellstate_p.h"
 
 class ZELShellCommandPin;
@@ -28,6 +29,7 @@ public:
     static ZELShellPrivate *get(ZELShell *shell) { return shell->d.get(); }
 
     // The session as a whole: zelshell.cpp.
+    void watchInterruptKey();
     void runCore();
     void finishCore();
     void stop(StopState state);
@@ -99,6 +101,7 @@ public:
     ZELRunningNames running;
     ZELShellJobs jobs;
     ZELHistory history;
+    ZELForeground foreground{output};
     std::unique_ptr<ZELShellLoop> loop; ///< used by the core thread alone
 
     std::atomic<int> stopState{Running};

@@ -305,6 +305,11 @@ void ZELShellPrivate::callGuarded(const std::function<void(ZELArguments)> &funct
 
 void ZELShellPrivate::answerKilled(const ZELArguments &args)
 {
+    if (foreground.isInterrupted() && !args.IsBackground()) {
+        args.setProtoclState(errorState);
+        args.setErrorString(QStringLiteral("EXECUTE_ERROR :Interrupted")); // the key loop says so
+        return;
+    }
     args.setErrorString(QStringLiteral("EXECUTE_ERROR :Thread or Process is forced exit!"));
     complete(args, errorState, args.getErrorString());
     failed = true;

@@ -19,6 +19,9 @@ public:
     /// True for a statement that no other one has started.
     bool isOutermost() const { return m_outer.depth == 0; }
 
+    /// Back to no statement at all, after a jump out of the outermost one.
+    static void reset() { s_nesting = Nesting(); }
+
     /// The key of the tagged statement whose script runs on this thread.
     static std::optional<QString> remoteKey();
     static void setRemoteKey(const std::optional<QString> &key);

@@ -2,6 +2,7 @@
 #include "zelshellloop_p.h"
 
 #include "zelcompleter_p.h"
+#include "zelshellexecatestring_p.h"
 #include "zelshellreply_p.h"
 #include "zelshellserver_p.h"
 #include "zeluser.h"
@@ -261,12 +262,36 @@ void ZELShellLoop::runPieces(const QStringList &pieces)
     for (const QString &piece : pieces) {
         --m_session.pending;
         logStatement(piece);
-        const QVariant value = m_session.runStatement(piece);
+        const QVariant value = runPiece(piece);
         if (!piece.endsWith(QLatin1Char('&')))
             m_session.environment.set(QStringLiteral("$?"), value.toString());
         if (zelTakeFaultRecovery())
             m_session.output.restoreRawMode();
     }
+}
+
+QVariant ZELShellLoop::runPiece(const QString &piece)
+{
+    const bool interruptible = m_session.interruptible && !m_session.noTerminal;
+    if (!interruptible || piece.endsWith(QLatin1Char('&')) || piece.contains(zelProtocolTag()))
+        return m_session.runStatement(piece);
+    m_result = QVariant();
+    const auto run = [&] { m_result = m_session.runStatement(piece); };
+    if (!m_session.foreground.run(run, takeTypedInterrupt())) {
+        ZELStatementDepth::reset();
+        m_session.failed = true;
+        m_session.output.write(QStringLiteral("EXECUTE_ERROR :Interrupted\r\n"));
+    }
+    return m_result;
+}
+
+/// A key that arrived together with the line means its statement, too.
+bool ZELShellLoop::takeTypedInterrupt()
+{
+    const int at = m_buffer.indexOf(3, m_next);
+    if (at >= 0)
+        m_buffer.remove(at, 1);
+    return at >= 0;
 }
 
 void ZELShellLoop::logStatement(const QString &statement)

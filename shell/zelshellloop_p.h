@@ -41,11 +41,14 @@ private:
     void recover();
     void runLine(QString line);
     void runPieces(const QStringList &pieces);
+    QVariant runPiece(const QString &piece);
+    bool takeTypedInterrupt();
     void logStatement(const QString &statement);
     void completeWord();
 
     ZELShellPrivate &m_session;
     ZELLineEditor m_editor;
+    QVariant m_result; ///< not on the stack, which an interrupt jumps over
     QByteArray m_buffer;
     int m_next = 0;
 

@@ -365,6 +365,23 @@ void ZELSessionOutput::leaveRawMode()
     });
 }
 
+bool ZELSessionOutput::enableInterruptKey(bool on)
+{
+    bool done = false;
+    withDevice([&](ZELIODevice *device) {
+        if (auto *terminal = dynamic_cast<ZELStdDevice *>(device))
+            done = zelTerminalInterruptKey(terminal->descriptor(), on);
+    });
+    return done;
+}
+
+bool ZELSessionOutput::takeByte(char byte)
+{
+    bool taken = false;
+    withDevice([&](ZELIODevice *device) { taken = device->takeByte(byte); });
+    return taken;
+}
+
 void ZELSessionOutput::closeDevice()
 {
     withDevice([](ZELIODevice *device) { device->Close(); });

@@ -185,6 +185,10 @@ public:
     /// Makes the terminal raw again, whatever a command left behind, or as it was found; nothing for other streams.
     void restoreRawMode();
     void leaveRawMode();
+    /// Lets Ctrl-C of the process's terminal raise SIGINT; false for other streams.
+    bool enableInterruptKey(bool on);
+    /// Takes one such byte out of what the device has received; false when there is none.
+    bool takeByte(char byte);
     /// Ends the connection.
     void closeDevice();
     /// Gives a device that is owned by nobody else up for deletion.

@@ -146,11 +146,33 @@ void onAbort(int sig, siginfo_t *info, void *context)
     endProcess(sig, info);
 }
 
+/// Hands a request to interrupt on to the frame that it means; false without a request.
+bool takeInterrupt()
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    if (!self.interrupt.exchange(0))
+        return false;
+    ExceptionHelp *target = nullptr;
+    for (ExceptionHelp *frame = self.innermost; frame; frame = frame->link.outer) {
+        if (self.loops && frame == self.loopFrame)
+            break;
+        if (frame->link.armed && frame->link.interruptible)
+            target = frame;
+    }
+    if (target) {
+        target->link.interrupted = true;
+        target->link.expired = true;
+        self.attention = 1;
+    }
+    return true;
+}
+
 void onKill(int sig, siginfo_t *info, void *context)
 {
     Interruption interruption(info, context);
+    const bool interrupted = takeInterrupt();
     // The terminal's quit key reaches whichever thread the kernel picks: not a request to end that one.
-    if (info->si_code == SI_TIMER || (info->si_code == SI_KERNEL && !zelThreadFaults.kill.load()))
+    if (info->si_code == SI_TIMER || ((info->si_code == SI_KERNEL || interrupted) && !zelThreadFaults.kill.load()))
         zelTakeWhereSafe();
     else
         recvThKillSignal(sig);
@@ -258,7 +280,7 @@ void zelTakeWhereSafe()
     const bool may = mayLeave(target);
 #endif
     if (may)
-        zelJump(target, kill ? SIGQUIT : SIGALRM);
+        zelJump(target, kill ? SIGQUIT : target->link.interrupted ? SIGINT : SIGALRM);
 }
 
 static bool prepareOnce()

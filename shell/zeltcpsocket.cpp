@@ -215,6 +215,16 @@ void ZELTcpSocket::receive()
     callReadyReadHook();
 }
 
+bool ZELTcpSocket::takeByte(char byte)
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(d->mutex);
+    const int at = d->received.indexOf(byte);
+    if (at >= 0)
+        d->received.remove(at, 1);
+    return at >= 0;
+}
+
 QByteArray ZELTcpSocket::readAll()
 {
     for (;;) {

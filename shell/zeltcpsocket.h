@@ -70,6 +70,7 @@ public:
     void release() override;
     bool readValid() const override;
     bool writeValid() const override;
+    bool takeByte(char byte) override;
 
     ZELStream *GetStream();
     /// False when the system had no thread or descriptor left for the worker: such a socket is good for nothing.

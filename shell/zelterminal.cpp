@@ -180,6 +180,24 @@ void zelTerminalLeaveRaw(int fd)
     terminal->raw = false;
 }
 
+bool zelTerminalInterruptKey(int fd, bool on)
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(tableMutex());
+    RawTerminal *terminal = entryOf(fd);
+    if (!terminal || !terminal->raw || (on && tcgetpgrp(fd) != getpgrp()))
+        return false;
+    // What is set stands in the table: another device on the terminal must not take it for settings of somebody else.
+    terminal->set = rawSettings(terminal->found);
+    if (on) {
+        terminal->set.c_lflag |= tcflag_t(ISIG | NOFLSH);
+        terminal->set.c_cc[VINTR] = 3;
+        terminal->set.c_cc[VQUIT] = _POSIX_VDISABLE;
+        terminal->set.c_cc[VSUSP] = _POSIX_VDISABLE;
+    }
+    return tcsetattr(fd, TCSANOW, &terminal->set) == 0;
+}
+
 void zelRestoreTerminals()
 {
     const int error = errno;

@@ -16,6 +16,10 @@ void zelTerminalReenterRaw(int fd);
 /// Puts back the settings found. Nothing when the terminal was not made raw here.
 void zelTerminalLeaveRaw(int fd);
 
+/// Lets Ctrl-C of a raw terminal raise SIGINT, keeping what was typed ahead, or takes that back. False when it cannot:
+/// the terminal is not raw, or not the one that controls this process.
+bool zelTerminalInterruptKey(int fd, bool on);
+
 /// Puts back the settings of every terminal that is still raw. Async-signal-safe and repeatable: for the end of the
 /// process, whatever brings it about.
 void zelRestoreTerminals();

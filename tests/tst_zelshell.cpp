@@ -51,6 +51,12 @@ public Q_SLOTS:
         entered.release();
         proceed.tryAcquire(1, 20000);
     }
+    void sleep(ZELArguments)
+    {
+        entered.release();
+        for (int i = 0; i < 200; ++i)
+            QThread::msleep(100);
+    }
     void crash(ZELArguments) { *static_cast<volatile int *>(nullptr) = 1; }
     QVariant value(ZELArguments) { return 7; }
 };
@@ -61,6 +67,7 @@ struct Session
     explicit Session(Board *board)
     {
         server.registerCmd("demo", "wait", board, SLOT(wait(ZELArguments)), true);
+        server.registerCmd("demo", "sleep", board, SLOT(sleep(ZELArguments)), true);
         server.registerCmd("demo", "crash", board, SLOT(crash(ZELArguments)), true);
         server.registerCmd("demo", "value", board, SLOT(value(ZELArguments)), true);
     }
@@ -104,6 +111,8 @@ private Q_SLOTS:
     void backgroundJobs();
     void jobOutlivesItsSession();
     void idleLimit();
+    void interrupt();
+    void interruptIsForTerminals();
     void stopFromAnotherThread();
     void killedSessionEnds();
     void endedInput_data();
@@ -315,6 +324,45 @@ void tst_ZELShell::idleLimit()
     QVERIFY(busy.shell->isRunning());
     board.proceed.release();
     QTRY_VERIFY(!busy.shell);
+}
+
+void tst_ZELShell::interrupt()
+{
+    const QString interrupted = "EXECUTE_ERROR :Interrupted\r\n";
+    Session session(&board);
+    session.shell->setInterruptible(true);
+    session.start(false, false, "\ndemo/sleep\n");
+    QVERIFY(board.entered.tryAcquire(1, 5000));
+    session.device.type("4");
+    session.device.type("\003");
+    QTRY_VERIFY(session.device.text().endsWith("\n" + interrupted + prompt + "4"));
+    session.device.take();
+    session.device.type("2\n");
+    QTRY_COMPARE(session.device.text(), "2\n42\n" + prompt);
+    QVERIFY(session.shell->runningNames().isEmpty());
+    // Together with the line; then in front of one, where it is a byte of it.
+    session.device.type("demo/sleep\n\003");
+    QTRY_VERIFY(session.device.text().endsWith(interrupted + prompt));
+    session.device.type("\003");
+    session.device.type("43\n");
+    QTRY_VERIFY(session.device.text().endsWith("43\n43\n" + prompt));
+    board.entered.tryAcquire(board.entered.available());
+}
+
+void tst_ZELShell::interruptIsForTerminals()
+{
+    for (const QByteArray &start : {QByteArray("--nt\ndemo/wait\n"), "\ndemo/wait " + tag.toLatin1() + "\n"}) {
+        Session session(&board);
+        session.shell->setInterruptible(true);
+        session.start(false, false, start);
+        QVERIFY(board.entered.tryAcquire(1, 5000));
+        session.device.type("\003");
+        QTest::qWait(50);
+        board.proceed.release();
+        session.device.type("\n42\n");
+        QTRY_VERIFY(session.device.text().contains("42\n"));
+        QVERIFY(!session.device.text().contains("Interrupted"));
+    }
 }
 
 void tst_ZELShell::stopFromAnotherThread()

@@ -41,11 +41,23 @@ public:
     bool readValid() const override { return true; }
     bool writeValid() const override { return true; }
 
-    void type(const QByteArray &bytes)
+    bool takeByte(char byte) override
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_input += bytes;
-        m_change.notify_all();
+        const int at = m_input.indexOf(byte);
+        if (at >= 0)
+            m_input.remove(at, 1);
+        return at >= 0;
+    }
+
+    void type(const QByteArray &bytes)
+    {
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_input += bytes;
+            m_change.notify_all();
+        }
+        callReadyReadHook();
     }
     /// The end of the input.
     void end()
