@@ -29,6 +29,13 @@ bool pollOne(qintptr descriptor, short events, int timeoutMs)
     return poll(&one, 1, timeoutMs) > 0 && one.revents & events;
 }
 
+/// The number of bytes that the kernel took; an error is left for the next try to find.
+qint64 sendNow(qintptr descriptor, const QByteArray &data)
+{
+    return std::max(
+        ssize_t(0), send(int(descriptor), data.constData(), size_t(data.size()), MSG_DONTWAIT | MSG_NOSIGNAL));
+}
+
 /// Throws away what the peer still sends: closing with input unread would reset the connection, and the peer could
 /// lose the last answer.
 void drain(qintptr descriptor, const QElapsedTimer &since)
@@ -254,7 +261,11 @@ void ZELTcpSocket::write(QByteArray data)
         qDebug() << "connect is already closed!";
         return;
     }
-    QIODevice::write(data);
+    // What the kernel takes at once need not go through Qt's buffer, which keeps 16 kB for each connection.
+    const qint64 sent = bytesToWrite() > 0 ? 0 : sendNow(socketDescriptor(), data);
+    if (sent == data.size())
+        return;
+    QIODevice::write(data.constData() + sent, data.size() - sent);
     flush();
     waitForRoom();
 }
