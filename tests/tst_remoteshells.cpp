@@ -245,9 +245,9 @@ void tst_RemoteShells::whoeverEndsIt()
         }
     }));
     QVERIFY(host.isDeserted());
-    QTRY_COMPARE(processinfo::descriptors(), descriptors);
+    QTRY_VERIFY(processinfo::descriptors() <= descriptors);
     if (!sanitized)
-        QTRY_COMPARE(processinfo::threads(), threads);
+        QTRY_VERIFY(processinfo::threads() <= threads);
 }
 
 void tst_RemoteShells::slowReader()
@@ -355,9 +355,9 @@ void tst_RemoteShells::leavesNothingBehind()
     const int threads = processinfo::threads(), descriptors = processinfo::descriptors();
     const int resident = processinfo::resident();
     QCOMPARE(cycles(3 * count), 3 * count);
-    QTRY_COMPARE(processinfo::descriptors(), descriptors);
+    QTRY_VERIFY(processinfo::descriptors() <= descriptors);
     if (!sanitized) {
-        QTRY_COMPARE(processinfo::threads(), threads);
+        QTRY_VERIFY(processinfo::threads() <= threads);
         QVERIFY2(processinfo::resident() < resident + resident / 20,
             qPrintable(QStringLiteral("%1 -> %2 kB").arg(resident).arg(processinfo::resident())));
     }
