@@ -392,7 +392,7 @@ void tst_ZELUser::inMemoryServesItsThreadOnly()
 // Each thread logs its own user in and out; all of them fight over one more name.
 void tst_ZELUser::threadsOnOneFile()
 {
-    constexpr int threads = 32, rounds = 8;
+    constexpr int threads = 32, rounds = 4;
     std::atomic<int> failures{0}, inside{0}, twice{0}, shared{0};
     std::vector<std::thread> all;
     for (int number = 0; number < threads; ++number)
