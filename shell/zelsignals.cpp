@@ -106,7 +106,7 @@ void askPlace(void *question)
 }
 
 /// What stands against a jump now; waits for a better moment when something does.
-bool mayLeave(const ExceptionHelp *target)
+[[maybe_unused]] bool mayLeave(const ExceptionHelp *target)
 {
     ZELThreadFaults &self = zelThreadFaults;
     const long long now = zelMonotonicMs();

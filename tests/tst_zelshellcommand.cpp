@@ -6,6 +6,7 @@
 
 #include <QtTest>
 #include <atomic>
+#include <random>
 #include <thread>
 #include <unistd.h>
 
@@ -87,6 +88,7 @@ private Q_SLOTS:
     void onlyOneOfManyStarts();
     void timeLimit();
     void killGivesEverythingBack();
+    void killsAtRandomInstants();
 };
 
 void tst_ZELShellCommand::returned_data()
@@ -323,6 +325,32 @@ void tst_ZELShellCommand::killGivesEverythingBack()
     QVERIFY(!leaf->Command()->IsRunning());
     ZELShellCommandTree::dispose(root.Remove("wait"));
     QVERIFY(!leaf); // the hold was given back
+}
+
+void tst_ZELShellCommand::killsAtRandomInstants()
+{
+#ifdef __SANITIZE_THREAD__
+    QSKIP("a kill may tear what the race detector does for itself");
+#endif
+    Board board;
+    ZELShellCommandTree root("Main", nullptr, nullptr);
+    auto *command = new ZELShellCommand;
+    command->BindCommand(&board, SLOT(nothing(ZELArguments)));
+    root.insert(new ZELShellCommandTree("go", command, &root));
+    const ZELArguments args(nullptr, "go");
+    std::mt19937 random(1);
+    std::atomic<int> open{0};
+    for (int i = 0; i < 100; ++i) {
+        killed(
+            [&] {
+                Pin::find(&root, "go")
+                    .execute(
+                        args, [&] { ++open; }, [&] { --open; });
+            },
+            [&] { ::usleep(random() % 200); });
+        QVERIFY(!command->IsRunning());
+        QCOMPARE(open.load(), 0);
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_ZELShellCommand)
