@@ -21,6 +21,24 @@ void callGuarded(const std::function<void(ZELShellProcessHeader)> &hook, const Z
     zelGuard(frame.get(), [&] { hook(packet); });
 }
 
+/// What this thread waits on, kept alive since the record may be destroyed meanwhile. Not on the stack: a kill would
+/// leave the reference there for ever.
+thread_local std::shared_ptr<ZELShellProcessPrivate> waitedOn;
+
+template <class Read>
+auto waitAndRead(const std::shared_ptr<ZELShellProcessPrivate> &d, unsigned long ms, Read &&read)
+{
+    {
+        ZELCriticalSection section;
+        waitedOn = d;
+    }
+    const bool ended = waitedOn->wait(ms);
+    ZELCriticalSection section;
+    const auto held = std::move(waitedOn);
+    Lock lock(held->mutex);
+    return read(*held, ended);
+}
+
 } // namespace
 
 bool ZELShellProcessPrivate::wait(unsigned long ms)
@@ -198,29 +216,19 @@ bool ZELShellProcess::setProcess(std::function<void(ZELShellProcessHeader)> hook
     return true;
 }
 
-// The calls that wait keep the shared part alive: the record may be destroyed meanwhile.
 bool ZELShellProcess::wait(unsigned long ms)
 {
-    const auto keep = d;
-    return keep->wait(ms);
+    return waitAndRead(d, ms, [](const ZELShellProcessPrivate &, bool ended) { return ended; });
 }
 
 QString ZELShellProcess::getTextOutput(unsigned long ms)
 {
-    const auto keep = d;
-    keep->wait(ms);
-    ZELCriticalSection section;
-    Lock lock(keep->mutex);
-    return keep->textOutput;
+    return waitAndRead(d, ms, [](const ZELShellProcessPrivate &record, bool) { return record.textOutput; });
 }
 
 QString ZELShellProcess::getReturnValue(unsigned long ms)
 {
-    const auto keep = d;
-    keep->wait(ms);
-    ZELCriticalSection section;
-    Lock lock(keep->mutex);
-    return keep->completing.getReturn();
+    return waitAndRead(d, ms, [](const ZELShellProcessPrivate &record, bool) { return record.completing.getReturn(); });
 }
 
 ZELShellProcessHeader ZELShellProcess::lastPacket() const

@@ -38,6 +38,7 @@ private Q_SLOTS:
     void clearMakesItReusable();
     void clearForgetsTheHookThatStillRuns();
     void destructionWakesWaitersAndSparesTheHook();
+    void killedWaiterLeavesNothingLocked();
     void manyWaitersWakeAtOnce();
     void noWakeUpIsLost();
 };
@@ -228,6 +229,27 @@ void tst_ZELShellProcess::destructionWakesWaitersAndSparesTheHook()
     QTRY_COMPARE(hooks.load(), 1);
 }
 
+void tst_ZELShellProcess::killedWaiterLeavesNothingLocked()
+{
+    for (int round = 0; round < 10; ++round) {
+        ZELShellProcess process;
+        std::atomic<bool> waiting{false};
+        std::unique_ptr<ZELThread> waiter(ZELThread::run(
+            [&](ZELThreadInfo *) {
+                waiting = true;
+                process.wait(60000);
+            },
+            {}, false));
+        QTRY_VERIFY(waiting);
+        QThread::msleep(ulong(round) * 7);
+        waiter->Kill();
+        QVERIFY(waiter->wait(5000));
+        QVERIFY(feed(process, packet("EXECUTE_COMPLETE", "x")));
+        QVERIFY(process.wait(0));
+        QCOMPARE(process.getTextOutput(0), QString("x"));
+    }
+}
+
 void tst_ZELShellProcess::manyWaitersWakeAtOnce()
 {
     ZELShellProcess process;
@@ -242,7 +264,7 @@ void tst_ZELShellProcess::manyWaitersWakeAtOnce()
     for (std::thread &waiter : waiters)
         waiter.join();
     QCOMPARE(woken.load(), 50);
-    QVERIFY(timer.elapsed() < 2000);
+    QVERIFY(timer.elapsed() < 10000);
 }
 
 // The end comes at every possible moment of the wait's beginning.
@@ -262,7 +284,8 @@ void tst_ZELShellProcess::noWakeUpIsLost()
         longest = std::max(longest, timer.elapsed());
         receiver.join();
     }
-    QVERIFY2(longest < 2000, qPrintable(QString::number(longest)));
+    // Far below the time-out, far above what a busy machine takes.
+    QVERIFY2(longest < 10000, qPrintable(QString::number(longest)));
 }
 
 QTEST_GUILESS_MAIN(tst_ZELShellProcess)
