@@ -11,7 +11,6 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
-#include <QSet>
 #include <atomic>
 #include <climits>
 #include <cstring>
