@@ -6,9 +6,11 @@
 #include "zelstream.h"
 #include "zelthread.h"
 
+#include <QEvent>
 #include <QDebug>
 #include <QElapsedTimer>
 #include <QPointer>
+#include <QSocketNotifier>
 
 #include <algorithm>
 #include <atomic>
@@ -16,6 +18,7 @@
 #include <mutex>
 #include <poll.h>
 #include <semaphore.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace {
@@ -71,6 +74,7 @@ public:
     ZELThread *thread = nullptr;
     ZELStream *stream = nullptr;
     QMetaObject::Connection onDisconnected;
+    QPointer<QSocketNotifier> arrival; ///< Qt's own, whose events takeArrived() sees first
     bool working = false;
     bool down = false; ///< closeDown() has run; the socket's thread only
     std::atomic<bool> noticed{false}; ///< sockDisConnect() was emitted
@@ -105,6 +109,7 @@ ZELTcpSocket::ZELTcpSocket(qintptr descriptor, QObject *parent)
     d->descriptor = descriptor;
     d->valid = setSocketDescriptor(descriptor, ConnectedState, ReadWrite);
     notePeer();
+    watchArrival();
     // The worker starts last: from then on bytes are received and nothing may be missing.
     if (setUp(parent)) {
         moveToThread(d->thread);
@@ -202,13 +207,70 @@ void ZELTcpSocket::onConnected()
     d->descriptor = socketDescriptor();
     d->valid = true;
     notePeer();
+    watchArrival();
     moveToThread(d->thread);
     qDebug() << "ZELTcpSocket connected ip=" << peerAddress().toString() << " port=" << peerPort();
 }
 
-void ZELTcpSocket::receive()
+/// Looks at what arrives before Qt does, whose buffer would keep 16 kB for each connection. Qt still finds the end of
+/// the connection and its errors; and where no notifier is found it reads as ever.
+void ZELTcpSocket::watchArrival()
+{
+    const auto notifiers = findChildren<QSocketNotifier *>();
+    for (QSocketNotifier *notifier : notifiers)
+        if (notifier->type() == QSocketNotifier::Read)
+            d->arrival = notifier;
+    if (d->arrival)
+        d->arrival->installEventFilter(this);
+}
+
+bool ZELTcpSocket::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched != d->arrival || event->type() != QEvent::SockAct || bytesAvailable() > 0)
+        return QTcpSocket::eventFilter(watched, event);
+    return takeArrived();
+}
+
+// False at the end of the connection and for an error.
+bool ZELTcpSocket::takeArrived()
+{
+    ssize_t count = 0;
+    {
+        ZELCriticalSection section;
+        std::lock_guard<std::mutex> lock(d->mutex);
+        const int before = d->received.size();
+        d->paused = before >= MaxUnread;
+        if (d->paused) {
+            d->arrival->setEnabled(false);
+            return true;
+        }
+        int pending = 0;
+        ioctl(int(d->descriptor), FIONREAD, &pending);
+        d->received.resize(before + qBound(1, pending, MaxUnread - before));
+        count
+            = recv(int(d->descriptor), d->received.data() + before, size_t(d->received.size() - before), MSG_DONTWAIT);
+        const int error = errno;
+        d->received.resize(before + std::max(0, int(count)));
+        if (count <= 0)
+            return count < 0 && (error == EAGAIN || error == EINTR);
+    }
+    d->wakeReader();
+    callReadyReadHook();
+    return true;
+}
+
+void ZELTcpSocket::resume()
 {
     if (d->down)
+        return;
+    if (d->arrival)
+        d->arrival->setEnabled(true);
+    receive();
+}
+
+void ZELTcpSocket::receive()
+{
+    if (d->down || bytesAvailable() == 0)
         return;
     {
         ZELCriticalSection section;
@@ -241,7 +303,7 @@ QByteArray ZELTcpSocket::readAll()
             // Posted under the lock that the worker takes before it ends: its dispatcher must still be there.
             if (d->paused && !d->ended)
                 QMetaObject::invokeMethod(
-                    this, [this] { receive(); }, Qt::QueuedConnection);
+                    this, [this] { resume(); }, Qt::QueuedConnection);
             d->paused = false;
             if (!d->received.isEmpty())
                 return std::exchange(d->received, QByteArray());

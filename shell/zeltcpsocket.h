@@ -91,6 +91,9 @@ Q_SIGNALS:
     /// Once, when the connection has ended.
     void sockDisConnect(int descriptor, const QString &ip, quint16 port, QThread *thread);
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     bool setUp(QObject *parent);
     void startWorker();
@@ -98,6 +101,9 @@ private:
     void onConnected();
     void onDisconnected();
     void onError(QAbstractSocket::SocketError error);
+    void watchArrival();
+    bool takeArrived();
+    void resume();
     void receive();
     void waitForRoom();
     bool beginClose();

@@ -39,7 +39,7 @@ public Q_SLOTS:
     void raise(ZELArguments) { throw 3; }
     void nullWrite(ZELArguments)
     {
-        int *volatile nowhere = nullptr;
+        volatile int *volatile nowhere = nullptr;
         *nowhere = 1;
     }
 };
