@@ -5,10 +5,11 @@
 #include "zelguard_p.h"
 #include "zelstream.h"
 #include "zelthread.h"
+#include "zeltsan_p.h"
 
-#include <QEvent>
 #include <QDebug>
 #include <QElapsedTimer>
+#include <QEvent>
 #include <QPointer>
 #include <QSocketNotifier>
 
@@ -208,6 +209,7 @@ void ZELTcpSocket::onConnected()
     d->valid = true;
     notePeer();
     watchArrival();
+    ZEL_TSAN_RELEASE(this);
     moveToThread(d->thread);
     qDebug() << "ZELTcpSocket connected ip=" << peerAddress().toString() << " port=" << peerPort();
 }
@@ -226,6 +228,7 @@ void ZELTcpSocket::watchArrival()
 
 bool ZELTcpSocket::eventFilter(QObject *watched, QEvent *event)
 {
+    ZEL_TSAN_ACQUIRE(this);
     if (watched != d->arrival || event->type() != QEvent::SockAct || bytesAvailable() > 0)
         return QTcpSocket::eventFilter(watched, event);
     return takeArrived();

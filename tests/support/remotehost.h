@@ -37,7 +37,7 @@ public Q_SLOTS:
     void sleep(ZELArguments args) { QThread::msleep(args[1].toULong()); }
     void assertion(ZELArguments) { zel_assert_x("fault", "provoked", "host", 7); }
     void raise(ZELArguments) { throw 3; }
-    void nullWrite(ZELArguments)
+    [[gnu::no_sanitize_thread, gnu::no_sanitize_address, gnu::no_sanitize_undefined]] void nullWrite(ZELArguments)
     {
         volatile int *volatile nowhere = nullptr;
         *nowhere = 1;
