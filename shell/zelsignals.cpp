@@ -190,6 +190,7 @@ void install(int sig, Handler handler)
     {
     };
     action.sa_sigaction = handler;
+    // A fault of the handler itself must come through; it returns into zelAttempt().
     action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART | (handler == onFault ? SA_NODEFER : 0);
     sigaddset(&action.sa_mask, SIGQUIT);
     sigaddset(&action.sa_mask, SIGALRM);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "zelfault.h"
 #include "zelguard_p.h"
 
 #include <QThread>
@@ -10,7 +11,7 @@ class tst_ZELCatch : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase() { zelSetCrashDump(false); }
+    void initTestCase();
     void cleanup();
     void formats();
     void constructors();
@@ -33,6 +34,12 @@ private Q_SLOTS:
     void failingAbandonedAction();
     void recoveryFlag();
 };
+
+void tst_ZELCatch::initTestCase()
+{
+    zelSetCrashDump(false);
+    ZELFault::setReport(SIGALRM, false);
+}
 
 void tst_ZELCatch::cleanup()
 {
