@@ -236,6 +236,7 @@ void armWithLimit(ExceptionHelp *frame)
         ZELCriticalSection section;
         zelRefreshCodeMap();
         frame->link.generation = ++zelThreadFaults.generation;
+        frame->timerArmed = true; // before the timer runs: its signal may come at once
         frame->timerArmed = zelCreateTimer(&frame->timer, frame->timeoutMs, frame->link.generation);
         if (!frame->timerArmed)
             qWarning("StartTimer: no timer left, the call runs without its limit of %d ms", frame->timeoutMs);

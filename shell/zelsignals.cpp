@@ -14,6 +14,12 @@
 
 // Handlers touch the thread's own plain data, the frames it leads to, and nothing else: no lock, no allocation.
 
+#ifdef __SANITIZE_THREAD__
+static constexpr bool signalsComeLate = true; // when the stack is another one than their context says
+#else
+static constexpr bool signalsComeLate = false;
+#endif
+
 void (*volatile zelProcessEnding)() = nullptr;
 std::atomic<int> zelGraceTime{3000};
 
@@ -275,12 +281,7 @@ void zelTakeWhereSafe()
     ExceptionHelp *target = kill ? zelKillTarget() : zelLimitTarget();
     if (self.critical || !target)
         return; // the end of the section, or of the event loop, takes it
-#ifdef __SANITIZE_THREAD__
-    const bool may = true; // signals come late there, when the stack is another one than the context says
-#else
-    const bool may = mayLeave(target);
-#endif
-    if (may)
+    if (signalsComeLate || mayLeave(target))
         zelJump(target, kill ? SIGQUIT : target->link.interrupted ? SIGINT : SIGALRM);
 }
 
@@ -295,6 +296,10 @@ static bool prepareOnce()
 
 bool zelAttempt(void (*step)(void *), void *argument)
 {
+#ifdef __SANITIZE_THREAD__
+    step(argument); // a sigsetjmp on the signal stack makes the sanitizer forget those of the thread's own
+    return true;
+#else
     sigjmp_buf *const outer = zelThreadFaults.attempt;
     sigjmp_buf here;
     const bool first = sigsetjmp(here, 1) == 0;
@@ -305,6 +310,7 @@ bool zelAttempt(void (*step)(void *), void *argument)
     }
     zelThreadFaults.attempt = outer;
     return first;
+#endif
 }
 
 void installUnixSignal()
@@ -349,12 +355,16 @@ void installTimer(timer_t &timer, int ms)
     installUnixSignal();
     ExceptionHelp *frame = zelThreadFaults.innermost;
     unsigned generation = ++zelThreadFaults.generation;
-    if (frame)
+    const bool ofFrame = frame && &frame->timer == &timer;
+    if (ofFrame) {
         frame->link.generation = generation;
-    if (!zelCreateTimer(&timer, ms, generation))
+        frame->timerArmed = true; // before the timer runs: its signal may come at once
+    }
+    const bool made = zelCreateTimer(&timer, ms, generation);
+    if (!made)
         qWarning("installTimer: no timer left");
-    else if (frame && &frame->timer == &timer)
-        frame->timerArmed = true;
+    if (ofFrame)
+        frame->timerArmed = made;
 }
 
 void recvErrSignal(int sig)
