@@ -75,6 +75,9 @@ void tst_JobCommands::jobs()
 
 void tst_JobCommands::commandTimeout()
 {
+#ifdef __SANITIZE_THREAD__
+    QSKIP("the report's recovery points on the signal stack make the race detector forget the frames");
+#endif
     Board board;
     ZELShellServer server;
     serve(server, board);
