@@ -240,6 +240,7 @@ void armWithLimit(ExceptionHelp *frame)
         frame->timerArmed = zelCreateTimer(&frame->timer, frame->timeoutMs, frame->link.generation);
         if (!frame->timerArmed)
             qWarning("StartTimer: no timer left, the call runs without its limit of %d ms", frame->timeoutMs);
+        frame->link.armed = true; // the end of the section takes a limit that is reached already
     }
     arm(frame);
 }
@@ -419,10 +420,9 @@ template <class Wanted>
 static ExceptionHelp *outermostInLoop(Wanted wanted)
 {
     const ZELThreadFaults &self = zelThreadFaults;
+    const ExceptionHelp *end = self.loops ? self.loopFrame : nullptr;
     ExceptionHelp *target = nullptr;
-    for (ExceptionHelp *frame = self.innermost; frame; frame = frame->link.outer) {
-        if (self.loops && frame == self.loopFrame)
-            break;
+    for (ExceptionHelp *frame = self.innermost; frame && frame != end; frame = frame->link.outer) {
         if (frame->link.armed && wanted(frame->link))
             target = frame;
     }
