@@ -11,6 +11,7 @@ namespace {
 
 const QByteArray startMarker = QByteArrayLiteral("ZEL_SHELL_PACKET_START");
 const QByteArray endMarker = QByteArrayLiteral("ZEL_SHELL_PACKET_END");
+const int shortValues = 7; ///< of a packet without a return value
 const QByteArray lineEnd = QByteArrayLiteral("\r\n");
 const QString stateName = QStringLiteral("State");
 const QByteArray processState = QByteArrayLiteral("EXECUTE_PROCESS");
@@ -45,9 +46,26 @@ QString processKey(const ZELArguments &args)
     return index.isEmpty() ? name : name + QLatin1Char('#') + index;
 }
 
-QString base64(const QByteArray &bytes)
+/// The packet in the way that its templates promise: each value fills the lowest placeholder that is left, be it one
+/// that an earlier value brought in.
+QByteArray filled(const QStringList &values, const QString &body)
 {
-    return QString::fromLatin1(bytes.toBase64());
+    QString packet = packetTemplate(values.size() > shortValues);
+    for (const QString &value : values)
+        packet = packet.arg(value);
+    return packet.arg(body).toUtf8();
+}
+
+/// The same for values without placeholders, in one buffer.
+QByteArray joined(const QStringList &values, const QByteArray &body)
+{
+    static const char *const names[] = {"ZEL_SHELL_PACKET_START ", "\r\nAccept: ", "\r\nState: ",
+        "\r\nContent-Length: ", "\r\nHost: ", "\r\nPATH: ", "\r\nEncode: ", "\r\nReturnType: ", "\r\nReturn: "};
+    QByteArray packet;
+    packet.reserve(320 + body.size());
+    for (int i = 0; i < values.size(); ++i)
+        packet.append(names[i]).append(values[i].toUtf8());
+    return packet.append("\r\n\r\n").append(body).append("ZEL_SHELL_PACKET_END\r\n");
 }
 
 /// What is still unread of a packet while its head is taken apart.
@@ -124,22 +142,20 @@ private:
 QByteArray zelWritePacket(const ZELArguments &args, const QString &text)
 {
     const bool encode = args.isEncode();
-    const QString body = encode ? base64(text.toUtf8()) : text;
-    // One by one: each value fills the lowest placeholder that is left, be it one that an earlier value brought in.
-    QString packet = packetTemplate(args.hasRetrunValue())
-                         .arg(processKey(args))
-                         .arg(args.getProtoclAccept())
-                         .arg(ZELArgumentsPrivate::get(args)->packetState())
-                         .arg(body.size())
-                         .arg(args.getProtoclHost())
-                         .arg(args.getExecPath())
-                         .arg(encode ? QStringLiteral("true") : QStringLiteral("false"));
+    QByteArray body = text.toUtf8();
+    if (encode)
+        body = body.toBase64();
+    QStringList values{processKey(args), args.getProtoclAccept(), args.getProtoclState(),
+        QString::number(encode ? body.size() : text.size()), args.getProtoclHost(), args.getExecPath(),
+        encode ? QStringLiteral("true") : QStringLiteral("false")};
     if (args.hasRetrunValue()) {
         const QVariant value = args.getReturnValue();
         const QByteArray returned = value.isValid() ? value.toString().toLocal8Bit() : QByteArrayLiteral("NULL");
-        packet = packet.arg(int(value.type())).arg(base64(returned));
+        values << QString::number(int(value.type())) << QString::fromLatin1(returned.toBase64());
     }
-    return packet.arg(body).toUtf8();
+    const bool nested = std::any_of(
+        values.cbegin(), values.cend(), [](const QString &value) { return value.contains(QLatin1Char('%')); });
+    return nested ? filled(values, encode ? QString::fromLatin1(body) : text) : joined(values, body);
 }
 
 ZELShellProcessHeader zelParsePacket(const QByteArray &packet)

@@ -105,6 +105,10 @@ void tst_ZELShellPacket::writes_data()
                                             << ""
                                             << "" << QVariant() << false << "%1 %10 %L2" << QByteArray("run")
                                             << "S\r\nContent-Length: 10" + plain + "\r\n%1 %10 %L2" + tail;
+    QTest::newRow("placeholder in the key") << "%3"
+                                            << ""
+                                            << "" << QVariant() << true << "%1" << QByteArray("S")
+                                            << "S\r\nContent-Length: 4" + head + "true\r\n\r\nJTE=" + tail;
     QTest::newRow("value without text") << "run"
                                         << ""
                                         << "" << QVariant(QStringList{"a", "b"}) << false << "" << QByteArray("run")
