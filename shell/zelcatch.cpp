@@ -11,9 +11,9 @@
 static std::atomic<bool> restartWanted{false};
 
 Exception::Exception()
-    : m_where(QLatin1String(""))
-    , m_what(QLatin1String(""))
-    , m_file(QLatin1String(""))
+    : m_where(QStringLiteral(""))
+    , m_what(QStringLiteral(""))
+    , m_file(QStringLiteral(""))
     , m_line(QStringLiteral("0"))
 {
 }

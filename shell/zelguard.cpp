@@ -377,8 +377,10 @@ void Except_frame::CleanUp()
     if (!frame)
         return;
     disarm(frame);
-    if (!frame->exception)
-        frame->exception = new Exception("no exception");
+    if (!frame->exception) {
+        frame->exception = new Exception;
+        frame->exception->setwhat(QStringLiteral("no exception"));
+    }
 }
 
 int Except_frame::Kill(void *threadId)
