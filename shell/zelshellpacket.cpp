@@ -145,7 +145,7 @@ QByteArray zelWritePacket(const ZELArguments &args, const QString &text)
     QByteArray body = text.toUtf8();
     if (encode)
         body = body.toBase64();
-    QStringList values{processKey(args), args.getProtoclAccept(), args.getProtoclState(),
+    QStringList values{processKey(args), args.getProtoclAccept(), ZELArgumentsPrivate::get(args)->packetState(),
         QString::number(encode ? body.size() : text.size()), args.getProtoclHost(), args.getExecPath(),
         encode ? QStringLiteral("true") : QStringLiteral("false")};
     if (args.hasRetrunValue()) {
