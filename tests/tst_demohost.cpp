@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <QProcess>
+#include <QTcpSocket>
 #include <QtTest>
 
 /// Types at the demonstration host, one process for all commands: after each of them the prompt has to be back.
@@ -13,9 +14,11 @@ private Q_SLOTS:
     void quitsWithStatusZero();
     void refusesOptions_data();
     void refusesOptions();
+    void closedDoors();
 
 private:
     bool start(QProcess &process, const QStringList &arguments);
+    bool serve(QProcess &host, QTcpSocket &peer, const QStringList &options);
     QString untilPrompt();
 
     QProcess m_host;
@@ -165,6 +168,49 @@ void tst_DemoHost::refusesOptions()
     QVERIFY(host.waitForFinished(10000));
     QCOMPARE(host.exitCode(), 2);
     QVERIFY(host.readAllStandardError().startsWith("zelhost: "));
+}
+
+/// Starts a host that serves remote shells, and logs in there.
+bool tst_DemoHost::serve(QProcess &host, QTcpSocket &peer, const QStringList &options)
+{
+    host.setProcessChannelMode(QProcess::MergedChannels);
+    const QRegularExpression announced("on port (\\d+)\\s");
+    QByteArray text;
+    if (!start(host, QStringList{"--tcp", "0", "--no-terminal"} + options))
+        return false;
+    while (!announced.match(text).hasMatch() && host.waitForReadyRead(20000))
+        text += host.readAll();
+    peer.connectToHost("127.0.0.1", announced.match(text).captured(1).toUShort());
+    peer.write("--nt --user bob --password pw\n");
+    return QTest::qWaitFor([&] { return peer.peek(4096).contains("ConnectId = "); }, 20000);
+}
+
+void tst_DemoHost::closedDoors()
+{
+    QTemporaryDir directory;
+    const QStringList users = {"--user-db", directory.filePath("users.db")};
+    {
+        QProcess open; // makes the account
+        QTcpSocket peer;
+        QVERIFY(serve(open, peer, users));
+        peer.write("exit\n");
+        QTRY_COMPARE_WITH_TIMEOUT(open.state(), QProcess::NotRunning, 20000);
+    }
+    QProcess host;
+    QTcpSocket peer;
+    QVERIFY(serve(host, peer, users + QStringList("--secure")));
+    peer.readAll();
+    for (const QByteArray refused : {"exit", "exit#1", "reinit#1", "sys#1 true", "fault/assert#1", "/fault/assert"}) {
+        peer.write(refused + "\n");
+        QTRY_VERIFY2_WITH_TIMEOUT(peer.peek(4096).endsWith("is not permitted!\r\n"), refused, 20000);
+        peer.readAll();
+    }
+    QCOMPARE(host.state(), QProcess::Running);
+    peer.write("text/ping#1\nquit#2\n");
+    QTRY_COMPARE_WITH_TIMEOUT(peer.state(), QAbstractSocket::UnconnectedState, 20000);
+    QCOMPARE(peer.readAll(), QByteArray("pong\r\n"));
+    host.kill();
+    QVERIFY(host.waitForFinished(20000));
 }
 
 QTEST_GUILESS_MAIN(tst_DemoHost)
