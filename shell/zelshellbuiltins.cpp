@@ -57,6 +57,9 @@ struct Builtin
         args.setExecPath(QStringLiteral("/"));
         reply.farewell(QStringLiteral("ZEL_SHELL_DISCONNECT"), QString(), QStringLiteral("ZEL shell disconnect"));
         session.stopState = ZELShellPrivate::Stopped;
+        // In the background the session itself waits for input and would not notice.
+        if (args.IsBackground() && !session.isMain)
+            session.output.closeDevice();
     }
 
     void ls()
