@@ -63,7 +63,8 @@ void Runner::waitFor(const Statement &statement)
     if (statement.process->wait(ms))
         return fail(statusOf(statement));
     m_over = true;
-    fail(TimedOut, QString("no end of %1 after %2 s").arg(statement.text).arg(m_options.timeoutMs / 1000.0));
+    fail(TimedOut,
+        QString("no end of %1 after %2 s").arg(statement.text, QString::number(m_options.timeoutMs / 1000.0)));
 }
 
 Status Runner::statusOf(const Statement &statement)
