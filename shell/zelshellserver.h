@@ -165,7 +165,8 @@ public:
     bool setCommandTimeout(const QString &path, const QString &name, int ms);
     /// Lets Ctrl-C (byte 3) abandon the foreground command of a terminal session; for shells made afterwards.
     void setInterruptible(bool on);
-    /// Makes a UTF-8 sequence one character for the line editors; for shells made afterwards. Off: bytes pass unchanged.
+    /// Makes a UTF-8 sequence one character for the line editors; for shells made afterwards. Off: bytes pass
+    /// unchanged.
     void setUtf8Editing(bool on);
     /// The longest line a remote session takes, in bytes; 0 is no limit. For shells made afterwards.
     void setLineLimit(int bytes);
