@@ -68,16 +68,18 @@ class MappingBudget
 public:
     bool take()
     {
-        if (m_left == 0 && (!m_counted.isValid() || m_counted.hasExpired(retryMs))) {
+        if (m_left == 0 && (!m_full.isValid() || m_full.hasExpired(retryMs))) {
             m_left = qBound(0, (mappingLimit() - mappingsInUse() - spareMappings) / mappingsPerClient, 1000);
-            m_counted.start();
+            m_full.invalidate();
+            if (m_left == 0)
+                m_full.start();
         }
         return m_left > 0 && m_left--;
     }
 
 private:
     int m_left = 0;
-    QElapsedTimer m_counted;
+    QElapsedTimer m_full; ///< since the last count found no room
 };
 
 } // namespace
