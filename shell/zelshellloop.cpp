@@ -126,14 +126,9 @@ void ZELShellLoop::loginByName(const ZELArguments &args, const QUuid &key, bool 
 {
     const QString name = args.getOptFromString(QStringLiteral("--user"));
     const QString password = args.getOptFromString(QStringLiteral("--password"));
-    const QSqlDatabase database = m_session.loginDatabase();
-    // A new login is known by the key that came with it, unless that stands for another login already: this session
-    // would pass for that one.
-    const QUuid id = ZELUser::getUser(key).isLogin() ? QUuid() : key;
-    const ZELUser user = mayCreate ? ZELUser::loginByUid(name, password, database, id)
-                                   : ZELUser::loginExisting(name, password, database, id);
+    const ZELUser user = ZELUser::loginAs(name, password, m_session.loginDatabase(), key, mayCreate);
     if (user.isLogin())
-        m_session.setSessionUuid(id.isNull() ? user.uid() : id);
+        m_session.setSessionUuid(user.tid().isNull() ? user.uid() : user.tid());
 }
 
 void ZELShellLoop::joinLogin(const QUuid &key)

@@ -122,13 +122,14 @@ public:
 
     bool fail(const QString &error);
     bool failLoudly(const QString &error);
-    void open(const QString &name, const QString &pass, const QSqlDatabase &database, bool mayCreate);
+    void open(const QString &name, const QString &pass, const QSqlDatabase &database, bool mayCreate, const QUuid &id);
     bool createUserTable(const Access &access);
     bool login(const Access &access, bool mayCreate);
     bool checkAccount(QSqlQuery &query);
     bool createAccount(const Access &access, bool mayCreate);
     bool select(QSqlQuery &query, const QString &columns);
     bool enter(const Access &access, const QUuid &id);
+    void takeTerminalId(const Access &access, const QUuid &id);
     void updateLoginInfo(const Access &access);
     void updateList();
     bool createHistory(const Access &access);
@@ -167,7 +168,8 @@ bool ZELUserPrivate::failLoudly(const QString &error)
     return fail(error);
 }
 
-void ZELUserPrivate::open(const QString &name, const QString &pass, const QSqlDatabase &database, bool mayCreate)
+void ZELUserPrivate::open(
+    const QString &name, const QString &pass, const QSqlDatabase &database, bool mayCreate, const QUuid &id)
 {
     if (name.isEmpty())
         return;
@@ -184,7 +186,8 @@ void ZELUserPrivate::open(const QString &name, const QString &pass, const QSqlDa
         fail(QStringLiteral("Error : User is logined by another device"));
         return;
     }
-    login(access, mayCreate);
+    if (login(access, mayCreate) && !id.isNull())
+        takeTerminalId(access, id);
 }
 
 bool ZELUserPrivate::createUserTable(const Access &access)
@@ -256,6 +259,19 @@ bool ZELUserPrivate::enter(const Access &access, const QUuid &id)
     }
     updateLoginInfo(access);
     return true;
+}
+
+// Not the id of another login or account: whoever asks for the user of that id would be given this one.
+void ZELUserPrivate::takeTerminalId(const Access &access, const QUuid &id)
+{
+    // However the host that made the row wrote it: in capitals, without braces.
+    const QString statement
+        = QStringLiteral("select count(*) from ZELUser where [Uid] like '%%1%' and [UserName] != '%2'");
+    QSqlQuery query = access.query();
+    const bool isFree = query.exec(statement.arg(id.toString(QUuid::WithoutBraces), userName)) && query.next()
+        && query.value(0).toInt() == 0;
+    if (isFree && !ZELUser::getUser(id).isLogin())
+        set(&ZELUserPrivate::tid, id);
 }
 
 void ZELUserPrivate::updateLoginInfo(const Access &access)
@@ -345,7 +361,7 @@ ZELUser::ZELUser(ZELUserPrivate *record)
 ZELUser::ZELUser(const QString &name, const QString &password, QSqlDatabase db)
     : ZELUser()
 {
-    d->open(name, password, db, true);
+    d->open(name, password, db, true, QUuid());
 }
 
 ZELUser::ZELUser(const ZELUser &other) = default;
@@ -469,12 +485,10 @@ ZELUser ZELUser::loginByUid(const QString &name, const QString &password, QSqlDa
     return user;
 }
 
-ZELUser ZELUser::loginExisting(const QString &name, const QString &password, QSqlDatabase db, QUuid tid)
+ZELUser ZELUser::loginAs(const QString &name, const QString &password, QSqlDatabase db, QUuid tid, bool mayCreate)
 {
     ZELUser user;
-    user.d->open(name, password, db, false);
-    if (user.isLogin())
-        user.d->set(&ZELUserPrivate::tid, tid);
+    user.d->open(name, password, db, mayCreate, tid);
     return user;
 }
 

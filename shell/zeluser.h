@@ -84,9 +84,10 @@ public:
     /// The user that is logged in with that terminal id, whatever the name and password; else logs in and gives the
     /// user the terminal id. An empty user when the login fails.
     static ZELUser loginByUid(const QString &name, const QString &password, QSqlDatabase db, QUuid tid);
-    /// As the constructor, but a name without an account is refused with "Error : user name error". The user gets the
-    /// terminal id, which is no credential here.
-    static ZELUser loginExisting(const QString &name, const QString &password, QSqlDatabase db, QUuid tid = QUuid());
+    /// As the constructor, for sessions that bring an id which is no credential: the user gets it as terminal id unless
+    /// another login or account goes by it. Without mayCreate a name that has no account is refused with "Error : user
+    /// name error".
+    static ZELUser loginAs(const QString &name, const QString &password, QSqlDatabase db, QUuid tid, bool mayCreate);
     /// All users that are logged in, in the order of their logins.
     static QList<ZELUser> loggedIn();
 

@@ -169,7 +169,9 @@ void tst_ClientServer::logins()
     QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", QTest::currentDataTag());
     database.setDatabaseName(dir.filePath("users"));
     QVERIFY(database.open());
-    ZELUser("bob", "pw", database).logout();
+    ZELUser account("bob", "pw", database);
+    account.logout();
+    ZELUser("mallory", "pw", database).logout();
     m_server->setDatabase(database);
     m_server->setLoginRequired(required);
     m_server->setKeyLogin(keys);
@@ -180,7 +182,11 @@ void tst_ClientServer::logins()
               client.setKey(key);
               return client.connectToHost(local, m_port, 10000);
           };
-    ZELShellClient bob, wrong, thief, nobody, eve;
+    ZELShellClient bob, wrong, thief, nobody, eve, mallory;
+    // Under the id of an account that is not logged in, a user must not become the one whom a later login there finds.
+    QVERIFY(open(mallory, "mallory", "pw", account.uid()));
+    QCOMPARE(ZELUser::getUser(mallory.connectId()).userName(), QString("mallory"));
+    QVERIFY(mallory.connectId() != account.uid() && !ZELUser::getUser(account.uid()).isLogin());
     QVERIFY2(open(bob, "bob", "pw"), qPrintable(bob.errorString()));
     QVERIFY(bob.isLogin());
     QCOMPARE(ZELUser::getUser(bob.connectId()).userName(), QString("bob"));
@@ -198,7 +204,7 @@ void tst_ClientServer::logins()
             : required ? QString()
                        : QString("eve"));
 
-    for (ZELShellClient *client : {&bob, &wrong, &thief, &nobody, &eve})
+    for (ZELShellClient *client : {&bob, &wrong, &thief, &nobody, &eve, &mallory})
         client->close();
     QTRY_VERIFY(ZELUser::loggedIn().isEmpty());
     ZELUser again("bob", "pw", database);

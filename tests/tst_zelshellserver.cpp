@@ -289,7 +289,7 @@ void tst_ZELShellServer::logins()
     }
     QTRY_COMPARE(m_server->ClientNumber(), 0);
     QTRY_VERIFY(ZELUser::loggedIn().isEmpty());
-    QVERIFY(!ZELUser::loginExisting("eve", "secret", database).isLogin());
+    QVERIFY(!ZELUser::loginAs("eve", "secret", database, QUuid(), false).isLogin());
     m_server->setDatabase(QSqlDatabase());
 }
 

@@ -131,13 +131,13 @@ void tst_ZELUser::refusals()
     ZELUser wrong("bob", "PW", m_db);
     QVERIFY(!wrong.isLogin());
     QCOMPARE(wrong.getErrorString(), QString("Error : password error"));
-    ZELUser unknown = ZELUser::loginExisting("eve", "pw", m_db);
+    ZELUser unknown = ZELUser::loginAs("eve", "pw", m_db, QUuid(), false);
     QCOMPARE(unknown.getErrorString(), QString("Error : user name error"));
     ZELUser blank("   ", "pw", m_db);
     QCOMPARE(blank.getErrorString(), QString("Error : user name error"));
     QCOMPARE(snapshot(), before);
     const QUuid tid = QUuid::createUuid();
-    QVERIFY(ZELUser::loginExisting("bob", "pw", m_db, tid).isLogin());
+    QVERIFY(ZELUser::loginAs("bob", "pw", m_db, tid, false).isLogin());
     QVERIFY(ZELUser::getUser(tid).isLogin());
 }
 
@@ -196,6 +196,17 @@ void tst_ZELUser::terminalIds()
     QCOMPARE(ZELUser::getUser(tid), user);
     QCOMPARE(ZELUser::loginByUid("bob", "pw", m_db, QUuid::createUuid()), ZELUser());
     QCOMPARE(snapshot(), before);
+
+    // No credential here, and so not to be that of another login or account.
+    ZELUser ann("ann", "pw", m_db);
+    ann.logout();
+    QVERIFY(QSqlQuery(m_db).exec("update ZELUser set Uid = upper(Uid) where UserName = 'ann'"));
+    for (const QUuid &id : {tid, user.uid(), ann.uid(), QUuid::createUuid()}) {
+        ZELUser eve = ZELUser::loginAs("eve", "pw", m_db, id, true);
+        QVERIFY(eve.isLogin());
+        QCOMPARE(eve.tid() == id, id != tid && id != user.uid() && id != ann.uid());
+        eve.logout();
+    }
 
     // A row whose id is not one must not be reachable by what a malformed key turns into.
     QVERIFY(QSqlQuery(m_db).exec("insert into ZELUser(Uid,UserName,Password) values('x','odd','pw')"));
@@ -319,7 +330,7 @@ void tst_ZELUser::hostileTexts()
     const QString own = text.simplified();
 
     QVERIFY(!ZELUser("admin", text, m_db).isLogin());
-    QVERIFY(!ZELUser::loginExisting("other", text, m_db).isLogin());
+    QVERIFY(!ZELUser::loginAs("other", text, m_db, QUuid(), false).isLogin());
     ZELUser user(text, "pw", m_db);
     QCOMPARE(user.isLogin(), rowOf(own, 3) == "pw");
     if (own == "admin")
