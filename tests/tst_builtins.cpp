@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "fakedevice.h"
+#include "table.h"
 #include "zelarguments.h"
 #include "zelcatch.h"
 #include "zelshell.h"
@@ -44,22 +45,226 @@ class tst_Builtins : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void init();
-    void cleanup();
+    void init()
+    {
+        server.reset(new ZELShellServer);
+        board.reset(new Board);
+        server->registerCmd("demo", "wait", board.get(), SLOT(wait(ZELArguments)));
+        server->registerCmd("demo", "many", board.get(), SLOT(wait(ZELArguments)), true);
+        server->registerCmd("demo/deep", "value", board.get(), SLOT(value(ZELArguments)));
+        server->registerCmd("demo", ".hidden", board.get(), SLOT(value(ZELArguments)));
+        server->registerSysCmd("version", board.get(), SLOT(value(ZELArguments)));
+        device.reset(new FakeDevice);
+        stream.reset(new ZELStream(device.get(), false));
+        shell.reset(new ZELShell(stream.get()));
+    }
 
-    void onTerminal_data();
-    void onTerminal();
-    void aboveTheTree();
-    void pathsAndSystemCommands();
-    void failedPathLeavesWhereItStopped();
-    void treeCopies();
-    void prompts();
-    void runningNamesAndLock();
-    void killedCommand();
-    void helpAndWakeUp();
-    void systemOutput();
-    void systemCommandCannotStart();
-    void processReceived();
+    void cleanup()
+    {
+        shell.reset();
+        stream.reset();
+        device.reset();
+        board.reset();
+        server.reset();
+    }
+
+    void onTerminal_data()
+    {
+        Table<QString, QString> row("line", "expected");
+        row("unknown", "foo", "Error : input 'foo' can not execate\n");
+        row("directory", "demo", "Error : input 'demo' can not execate\n");
+        row("value", "demo/deep/value", "a \"b\"\r\n");
+        row("number", "42", "42\n");
+        row("quoted", "\"text\"", "\"text\"\n");
+        row("number and more", "42 1", "Error : input '42 1' can not execate\n");
+        row("cd nowhere", "cd nowhere", "-Shell: cd: nowhere: No such file or directory\n");
+        row("cd to a command", "cd demo/wait", "-Shell: cd: wait: No such file or directory\n");
+        row("cd indexed", "cd#1 demo", "");
+        row("ls", "ls", "demo\n");
+        row("ls path", "ls demo", "deep    \033[33mmany\033[0m    \033[33mwait\033[0m\n");
+        row("ls -a path", "ls -a /demo/deep/", "\033[33mvalue\033[0m\n");
+        row("ls hidden", "ls -a demo",
+            "\033[33m.hidden\033[0m    deep       \033[33mmany\033[0m       \033[33mwait\033[0m\n");
+        row("ls nowhere", "ls demo/x", "No such file or directory 'demo/x' found\n");
+        row("ls too much", "ls a b", "'ls' input error\n");
+        row("terminal", "terminal yes", "Error : input 'terminal yes' can not execate\n");
+        row("sys", "sys echo 'a  b'", "a  b\n\n");
+        row("sys indexed", "sys#12 echo a", "a\n\n");
+        row("help without a function", "version --help", "a \"b\"\r\n");
+    }
+
+    void onTerminal()
+    {
+        QFETCH(QString, line);
+        QFETCH(QString, expected);
+        QCOMPARE(answer(line), expected);
+    }
+
+    void aboveTheTree()
+    {
+        shell->ReSetDir();
+        QVERIFY(!shell->currentDirectory());
+        QCOMPARE(shell->getCurVirtualDir(), QString("ZELShell@ZEL:~ $ "));
+        QCOMPARE(shell->getEnvironment("$PATH"), QString());
+        QCOMPARE(answer("ls"), QString("Main\n"));
+        QCOMPARE(answer("demo/wait"), QString("Error : input 'demo/wait' can not execate\n"));
+        QCOMPARE(answer("cd demo"), QString("-Shell: cd: demo: No such file or directory\n"));
+        QCOMPARE(answer("version"), QString("a \"b\"\r\n"));
+        QCOMPARE(answer("Main/demo/deep/value"), QString("a \"b\"\r\n"));
+        run("cd ..");
+        QVERIFY(!shell->EnterDir("demo"));
+        QVERIFY(shell->EnterDir("Main"));
+        QCOMPARE(shell->getShellPath(true), QString("/Main"));
+    }
+
+    void pathsAndSystemCommands()
+    {
+        for (const char *line :
+            {"/demo/deep/value", "\\demo\\deep\\value", "/Main/demo/deep/value", "./demo//deep/value"})
+            QCOMPARE(answer(line), QString("a \"b\"\r\n"));
+        run("cd /Main/demo/deep/");
+        QCOMPARE(shell->getShellPath(true), QString("/Main/demo/deep"));
+        QCOMPARE(shell->getShellPath(false), QString("/demo/deep"));
+        QCOMPARE(shell->getEnvironment("$PATH"), QString("/Main/demo/deep"));
+        QCOMPARE(answer("value"), QString("a \"b\"\r\n"));
+        QCOMPARE(answer("version"), QString("a \"b\"\r\n"));
+        QVERIFY(answer("/version").startsWith("Error"));
+        run("cd ..");
+        QCOMPARE(shell->getShellPath(true), QString("/Main/demo"));
+        run("cd");
+        QCOMPARE(shell->getShellPath(true), QString("/Main"));
+    }
+
+    void failedPathLeavesWhereItStopped()
+    {
+        run("cd demo/nowhere");
+        QCOMPARE(shell->getShellPath(true), QString("/Main/demo"));
+        run("cd /nowhere");
+        QCOMPARE(shell->getShellPath(true), QString("/Main"));
+    }
+
+    void treeCopies()
+    {
+        std::unique_ptr<ZELShellCommandTree> copy(shell->getCommandTree(true));
+        QCOMPARE(copy->Find("demo")->Find("deep")->Find("value")->getPath(), QString("/Main/demo/deep/value"));
+        QCOMPARE(copy->Find("demo")->Find("wait")->CommandType(), ZELShellCommandTree::Execute);
+        QVERIFY(copy->Find("system")->Find("version"));
+        std::unique_ptr<ZELShellCommandTree> main(shell->getCommandTree(false));
+        QCOMPARE(main->length(), 1);
+        QObject plain;
+        shell->dumptree(main.get(), &plain);
+        QVERIFY(plain.findChild<ZELShellCommandTree *>("demo")->Find("deep"));
+    }
+
+    void prompts()
+    {
+        const QString prompt = "\033[32mZELShell@ZEL:~\033[0m\033[34m/Main\033[0m\033[33m $ \033[0m";
+        shell->PrintCurVirtualDir();
+        shell->PrintCurVirtualDir();
+        QCOMPARE(device->take(), prompt);
+        shell->setInteractive(true);
+        QCOMPARE(answer("42"), "42\n" + prompt);
+        shell->setShowReturnValue(false);
+        QCOMPARE(answer("version; "), QString());
+        stream->write(QStringLiteral("x"));
+        QCOMPARE(answer("version"), prompt);
+    }
+
+    void runningNamesAndLock()
+    {
+        start("demo/wait");
+        QVERIFY(board->entered.tryAcquire(1, 5000));
+        QVERIFY(shell->isCommandRunning("demo/wait"));
+        QVERIFY(!shell->isCommandRunning("demo"));
+        QCOMPARE(answer("demo/wait"), QString("demo/wait is already in running!\r\n"));
+        device->take();
+        run("demo/wait#8 " + tag);
+        QCOMPARE(device->text().count("State: EXECUTE_RUNNINGLOCK"), 1);
+        QCOMPARE(device->text().count("PACKET_START"), 1);
+        start("demo/many");
+        start("demo/many");
+        QVERIFY(board->entered.tryAcquire(2, 5000));
+        QCOMPARE(shell->runningNames(), QStringList({"demo/wait#0", "demo/many#0", "demo/many#1"}));
+        board->proceed.release(3);
+        QTRY_VERIFY(shell->runningNames().isEmpty());
+    }
+
+    void killedCommand()
+    {
+        ZELThread *job = start("demo/wait#3 " + tag);
+        QVERIFY(board->entered.tryAcquire(1, 5000));
+        QTRY_VERIFY(job->ThreadId());
+        QCOMPARE(job->Kill(), 0);
+        QTRY_VERIFY(shell->runningNames().isEmpty());
+        QTRY_COMPARE(device->text().count("State: EXECUTE_ERROR"), 1);
+        QVERIFY(device->text().contains("PACKET_START demo/wait#3\r\n"));
+        board->proceed.release();
+        QCOMPARE(answer("demo/wait"), QString());
+    }
+
+    void helpAndWakeUp()
+    {
+        QStringList helped, woken;
+        server->setHelpFunction([&](ZELArguments args) {
+            helped << args.getExecPath();
+            args.debug() << "usage";
+        });
+        QCOMPARE(answer("demo/deep/value -h"), QString("usage\r\n"));
+        QCOMPARE(answer("version --weakup"), QString());
+        server->setWeakupFunction([&](ZELArguments args) { woken << args.getExecName(); });
+        run("version --weakup");
+        QCOMPARE(woken, QStringList("version"));
+        QCOMPARE(helped, QStringList("/Main/demo/deep/value"));
+        device->take();
+        run("version#1 --help " + tag);
+        QCOMPARE(device->text().count("PACKET_START version#1"), 2);
+        QCOMPARE(device->text().count("State: EXECUTE_COMPLETE"), 1);
+        server->setHelpFunction([](ZELArguments) { zel_assert_x("help", "broken", "f", 1); });
+        QVERIFY(answer("version -h").startsWith("EXECUTE_ERROR :ASSERT"));
+    }
+
+    void systemOutput()
+    {
+        const QString big = answer("sys head -c 3000000 /dev/zero | tr '\\0' x");
+        QCOMPARE(big.size(), 3000001);
+        QCOMPARE(answer("sys printf '\\000\\001\\377'").toLatin1(), QByteArray("\0\1\377\n", 4));
+        QCOMPARE(answer("sys cat"), QString("\n"));
+        QCOMPARE(answer("sys"), QString("\n"));
+        device->take();
+        run("sys#1 printf '\\377' " + tag);
+        QCOMPARE(device->text().count("State: EXECUTE_COMPLETE"), 1);
+        QVERIFY(device->text().contains(QString::fromLatin1(QByteArray("\303\277").toBase64())));
+        QElapsedTimer timer;
+        timer.start();
+        {
+            ZELSystemCommand endless("exec sleep 100");
+        }
+        QVERIFY(timer.elapsed() < 5000);
+    }
+
+    void systemCommandCannotStart()
+    {
+        rlimit saved;
+        getrlimit(RLIMIT_NOFILE, &saved);
+        rlimit none = saved;
+        none.rlim_cur = 3;
+        setrlimit(RLIMIT_NOFILE, &none);
+        const QString text = answer("sys ls");
+        setrlimit(RLIMIT_NOFILE, &saved);
+        QCOMPARE(text, QString("sh: sys ls: not found \n"));
+        QVERIFY(shell->hasError());
+    }
+
+    void processReceived()
+    {
+        QSignalSpy spy(shell.get(), &ZELShellBase::ProcessReceived);
+        for (const char *line : {"ls", "cd", "42", "version", "sys true", "quit"})
+            run(line);
+        QCOMPARE(spy.count(), 6);
+        run("foo");
+        QCOMPARE(spy.count(), 6);
+        QCOMPARE(shell->stopState(), 1);
+    }
 
 private:
     QVariant run(const QString &line) { return shell->Execute(line, false); }
@@ -80,246 +285,6 @@ private:
     std::unique_ptr<ZELStream> stream;
     std::unique_ptr<ZELShell> shell;
 };
-
-void tst_Builtins::init()
-{
-    server.reset(new ZELShellServer);
-    board.reset(new Board);
-    server->registerCmd("demo", "wait", board.get(), SLOT(wait(ZELArguments)));
-    server->registerCmd("demo", "many", board.get(), SLOT(wait(ZELArguments)), true);
-    server->registerCmd("demo/deep", "value", board.get(), SLOT(value(ZELArguments)));
-    server->registerCmd("demo", ".hidden", board.get(), SLOT(value(ZELArguments)));
-    server->registerSysCmd("version", board.get(), SLOT(value(ZELArguments)));
-    device.reset(new FakeDevice);
-    stream.reset(new ZELStream(device.get(), false));
-    shell.reset(new ZELShell(stream.get()));
-}
-
-void tst_Builtins::cleanup()
-{
-    shell.reset();
-    stream.reset();
-    device.reset();
-    board.reset();
-    server.reset();
-}
-
-void tst_Builtins::onTerminal_data()
-{
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("unknown") << "foo"
-                             << "Error : input 'foo' can not execate\n";
-    QTest::newRow("directory") << "demo"
-                               << "Error : input 'demo' can not execate\n";
-    QTest::newRow("value") << "demo/deep/value"
-                           << "a \"b\"\r\n";
-    QTest::newRow("number") << "42"
-                            << "42\n";
-    QTest::newRow("quoted") << "\"text\""
-                            << "\"text\"\n";
-    QTest::newRow("number and more") << "42 1"
-                                     << "Error : input '42 1' can not execate\n";
-    QTest::newRow("cd nowhere") << "cd nowhere"
-                                << "-Shell: cd: nowhere: No such file or directory\n";
-    QTest::newRow("cd to a command") << "cd demo/wait"
-                                     << "-Shell: cd: wait: No such file or directory\n";
-    QTest::newRow("cd indexed") << "cd#1 demo"
-                                << "";
-    QTest::newRow("ls") << "ls"
-                        << "demo\n";
-    QTest::newRow("ls path") << "ls demo"
-                             << "deep    \033[33mmany\033[0m    \033[33mwait\033[0m\n";
-    QTest::newRow("ls -a path") << "ls -a /demo/deep/"
-                                << "\033[33mvalue\033[0m\n";
-    QTest::newRow("ls hidden")
-        << "ls -a demo"
-        << "\033[33m.hidden\033[0m    deep       \033[33mmany\033[0m       \033[33mwait\033[0m\n";
-    QTest::newRow("ls nowhere") << "ls demo/x"
-                                << "No such file or directory 'demo/x' found\n";
-    QTest::newRow("ls too much") << "ls a b"
-                                 << "'ls' input error\n";
-    QTest::newRow("terminal") << "terminal yes"
-                              << "Error : input 'terminal yes' can not execate\n";
-    QTest::newRow("sys") << "sys echo 'a  b'"
-                         << "a  b\n\n";
-    QTest::newRow("sys indexed") << "sys#12 echo a"
-                                 << "a\n\n";
-    QTest::newRow("help without a function") << "version --help"
-                                             << "a \"b\"\r\n";
-}
-
-void tst_Builtins::onTerminal()
-{
-    QFETCH(QString, line);
-    QFETCH(QString, expected);
-    QCOMPARE(answer(line), expected);
-}
-
-void tst_Builtins::aboveTheTree()
-{
-    shell->ReSetDir();
-    QVERIFY(!shell->currentDirectory());
-    QCOMPARE(shell->getCurVirtualDir(), QString("ZELShell@ZEL:~ $ "));
-    QCOMPARE(shell->getEnvironment("$PATH"), QString());
-    QCOMPARE(answer("ls"), QString("Main\n"));
-    QCOMPARE(answer("demo/wait"), QString("Error : input 'demo/wait' can not execate\n"));
-    QCOMPARE(answer("cd demo"), QString("-Shell: cd: demo: No such file or directory\n"));
-    QCOMPARE(answer("version"), QString("a \"b\"\r\n"));
-    QCOMPARE(answer("Main/demo/deep/value"), QString("a \"b\"\r\n"));
-    run("cd ..");
-    QVERIFY(!shell->EnterDir("demo"));
-    QVERIFY(shell->EnterDir("Main"));
-    QCOMPARE(shell->getShellPath(true), QString("/Main"));
-}
-
-void tst_Builtins::pathsAndSystemCommands()
-{
-    for (const char *line : {"/demo/deep/value", "\\demo\\deep\\value", "/Main/demo/deep/value", "./demo//deep/value"})
-        QCOMPARE(answer(line), QString("a \"b\"\r\n"));
-    run("cd /Main/demo/deep/");
-    QCOMPARE(shell->getShellPath(true), QString("/Main/demo/deep"));
-    QCOMPARE(shell->getShellPath(false), QString("/demo/deep"));
-    QCOMPARE(shell->getEnvironment("$PATH"), QString("/Main/demo/deep"));
-    QCOMPARE(answer("value"), QString("a \"b\"\r\n"));
-    QCOMPARE(answer("version"), QString("a \"b\"\r\n"));
-    QVERIFY(answer("/version").startsWith("Error"));
-    run("cd ..");
-    QCOMPARE(shell->getShellPath(true), QString("/Main/demo"));
-    run("cd");
-    QCOMPARE(shell->getShellPath(true), QString("/Main"));
-}
-
-void tst_Builtins::failedPathLeavesWhereItStopped()
-{
-    run("cd demo/nowhere");
-    QCOMPARE(shell->getShellPath(true), QString("/Main/demo"));
-    run("cd /nowhere");
-    QCOMPARE(shell->getShellPath(true), QString("/Main"));
-}
-
-void tst_Builtins::treeCopies()
-{
-    std::unique_ptr<ZELShellCommandTree> copy(shell->getCommandTree(true));
-    QCOMPARE(copy->Find("demo")->Find("deep")->Find("value")->getPath(), QString("/Main/demo/deep/value"));
-    QCOMPARE(copy->Find("demo")->Find("wait")->CommandType(), ZELShellCommandTree::Execute);
-    QVERIFY(copy->Find("system")->Find("version"));
-    std::unique_ptr<ZELShellCommandTree> main(shell->getCommandTree(false));
-    QCOMPARE(main->length(), 1);
-    QObject plain;
-    shell->dumptree(main.get(), &plain);
-    QVERIFY(plain.findChild<ZELShellCommandTree *>("demo")->Find("deep"));
-}
-
-void tst_Builtins::prompts()
-{
-    const QString prompt = "\033[32mZELShell@ZEL:~\033[0m\033[34m/Main\033[0m\033[33m $ \033[0m";
-    shell->PrintCurVirtualDir();
-    shell->PrintCurVirtualDir();
-    QCOMPARE(device->take(), prompt);
-    shell->setInteractive(true);
-    QCOMPARE(answer("42"), "42\n" + prompt);
-    shell->setShowReturnValue(false);
-    QCOMPARE(answer("version; "), QString());
-    stream->write(QStringLiteral("x"));
-    QCOMPARE(answer("version"), prompt);
-}
-
-void tst_Builtins::runningNamesAndLock()
-{
-    start("demo/wait");
-    QVERIFY(board->entered.tryAcquire(1, 5000));
-    QVERIFY(shell->isCommandRunning("demo/wait"));
-    QVERIFY(!shell->isCommandRunning("demo"));
-    QCOMPARE(answer("demo/wait"), QString("demo/wait is already in running!\r\n"));
-    device->take();
-    run("demo/wait#8 " + tag);
-    QCOMPARE(device->text().count("State: EXECUTE_RUNNINGLOCK"), 1);
-    QCOMPARE(device->text().count("PACKET_START"), 1);
-    start("demo/many");
-    start("demo/many");
-    QVERIFY(board->entered.tryAcquire(2, 5000));
-    QCOMPARE(shell->runningNames(), QStringList({"demo/wait#0", "demo/many#0", "demo/many#1"}));
-    board->proceed.release(3);
-    QTRY_VERIFY(shell->runningNames().isEmpty());
-}
-
-void tst_Builtins::killedCommand()
-{
-    ZELThread *job = start("demo/wait#3 " + tag);
-    QVERIFY(board->entered.tryAcquire(1, 5000));
-    QTRY_VERIFY(job->ThreadId());
-    QCOMPARE(job->Kill(), 0);
-    QTRY_VERIFY(shell->runningNames().isEmpty());
-    QTRY_COMPARE(device->text().count("State: EXECUTE_ERROR"), 1);
-    QVERIFY(device->text().contains("PACKET_START demo/wait#3\r\n"));
-    board->proceed.release();
-    QCOMPARE(answer("demo/wait"), QString());
-}
-
-void tst_Builtins::helpAndWakeUp()
-{
-    QStringList helped, woken;
-    server->setHelpFunction([&](ZELArguments args) {
-        helped << args.getExecPath();
-        args.debug() << "usage";
-    });
-    QCOMPARE(answer("demo/deep/value -h"), QString("usage\r\n"));
-    QCOMPARE(answer("version --weakup"), QString());
-    server->setWeakupFunction([&](ZELArguments args) { woken << args.getExecName(); });
-    run("version --weakup");
-    QCOMPARE(woken, QStringList("version"));
-    QCOMPARE(helped, QStringList("/Main/demo/deep/value"));
-    device->take();
-    run("version#1 --help " + tag);
-    QCOMPARE(device->text().count("PACKET_START version#1"), 2);
-    QCOMPARE(device->text().count("State: EXECUTE_COMPLETE"), 1);
-    server->setHelpFunction([](ZELArguments) { zel_assert_x("help", "broken", "f", 1); });
-    QVERIFY(answer("version -h").startsWith("EXECUTE_ERROR :ASSERT"));
-}
-
-void tst_Builtins::systemOutput()
-{
-    const QString big = answer("sys head -c 3000000 /dev/zero | tr '\\0' x");
-    QCOMPARE(big.size(), 3000001);
-    QCOMPARE(answer("sys printf '\\000\\001\\377'").toLatin1(), QByteArray("\0\1\377\n", 4));
-    QCOMPARE(answer("sys cat"), QString("\n"));
-    QCOMPARE(answer("sys"), QString("\n"));
-    device->take();
-    run("sys#1 printf '\\377' " + tag);
-    QCOMPARE(device->text().count("State: EXECUTE_COMPLETE"), 1);
-    QVERIFY(device->text().contains(QString::fromLatin1(QByteArray("\303\277").toBase64())));
-    QElapsedTimer timer;
-    timer.start();
-    {
-        ZELSystemCommand endless("exec sleep 100");
-    }
-    QVERIFY(timer.elapsed() < 5000);
-}
-
-void tst_Builtins::systemCommandCannotStart()
-{
-    rlimit saved;
-    getrlimit(RLIMIT_NOFILE, &saved);
-    rlimit none = saved;
-    none.rlim_cur = 3;
-    setrlimit(RLIMIT_NOFILE, &none);
-    const QString text = answer("sys ls");
-    setrlimit(RLIMIT_NOFILE, &saved);
-    QCOMPARE(text, QString("sh: sys ls: not found \n"));
-    QVERIFY(shell->hasError());
-}
-
-void tst_Builtins::processReceived()
-{
-    QSignalSpy spy(shell.get(), &ZELShellBase::ProcessReceived);
-    for (const char *line : {"ls", "cd", "42", "version", "sys true", "quit"})
-        run(line);
-    QCOMPARE(spy.count(), 6);
-    run("foo");
-    QCOMPARE(spy.count(), 6);
-    QCOMPARE(shell->stopState(), 1);
-}
 
 QTEST_GUILESS_MAIN(tst_Builtins)
 #include "tst_builtins.moc"

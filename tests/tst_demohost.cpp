@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "table.h"
+
 #include <QProcess>
 #include <QTcpSocket>
 #include <QtTest>
@@ -8,210 +10,170 @@ class tst_DemoHost : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
-    void commands_data();
-    void commands();
-    void quitsWithStatusZero();
-    void refusesOptions_data();
-    void refusesOptions();
-    void closedDoors();
+    void initTestCase()
+    {
+        QVERIFY(start(m_host, {}));
+        QVERIFY(untilPrompt().endsWith("/Main\033[0m"));
+    }
+
+    void commands_data()
+    {
+        Table<QString, QString> row("line", "answer"); // an expression for what follows the echo
+        const QString error = "EXECUTE_ERROR :";
+        const QString abort = error + "Aborted \\(core dumped\\)\r\n";
+
+        row("uptime", "system/uptime", "up .*\\d\\d:\\d\\d:\\d\\d, load \\d");
+        row("memory", "system/memory", "total +[0-9.]+ .iB\r\n(.*\r\n)*this program +[0-9.]+ .iB\r\n");
+        row("processes", "system/processes 1", " PID S +RESIDENT NAME\r\n +\\d+ . +[0-9.]+ .?i?B.*\r\n");
+        row("interfaces", "network/interfaces", "lo +up .*\r\n +127\\.0\\.0\\.1/8\r\n");
+        row("storage", "storage/usage /", "SIZE.*\r\n +[0-9.]+ .iB.* +\\d+%  / \\(");
+        row("echo", "text/echo \"a b\" c", "^\"a b\" c\r\n");
+        row("nothing to echo", "text/echo", "^\r\n");
+        row("ping", "text/ping", "^pong\r\n");
+        row("warning", "log/print WARNING \"x y\" z", "Warning: x y z\r\n");
+        row("stream", "log/print stream \"no end\"", "^no end[^\r]*$");
+        row("bad level", "log/print loud x", "LEVEL must be .*, not loud\r\n");
+        row("sleep", "jobs/sleep 20", "^[2-9]\\d+\r\n|^\\d{3,}\r\n");
+        row("no number", "jobs/sleep soon", "^jobs/sleep: MS must be a whole number .* not soon\r\n");
+        row("out of range", "jobs/sleep -1", "^jobs/sleep: MS must be a whole number .* not -1\r\n");
+        row("missing", "jobs/sleep", "^jobs/sleep: takes 1 argument, not 0");
+        row("too many", "text/ping a b", "^text/ping: takes no arguments, not 2");
+        row("count", "jobs/count 3", "^1\r\n2\r\n3\r\n3\r\n");
+        row("count nothing", "jobs/count 0", "^0\r\n");
+        row("throw", "fault/throw", abort);
+        row("throw int", "fault/throw int", abort);
+        row("throw pointer", "fault/throw pointer", error + "Exception in fault: provoked, file host, line 2\r\n");
+        row("throw value", "fault/throw exception", error + "Exception in fault: provoked, file host, line 1\r\n");
+        row("assert", "fault/assert", "^" + error + "ASSERT failure fault: \"provoked\", file host, line 7\r\n");
+        row("segv", "fault/segv", error + "Segmentation fault \\(core dumped\\)\r\n");
+        row("overflow", "fault/overflow", error + "Segmentation fault \\(core dumped\\)\r\n");
+        row("still there", "text/echo well", "^well\r\n");
+        row("help", "help", "fault/assert +fails an assertion\r\n(.*\r\n)*version .*\r\n");
+        row("help below", "help jobs", "^jobs/count N .*\r\njobs/sleep MS .*\r\n");
+        row("no help", "help nothing", "no command below 'nothing'");
+        row("option of help", "jobs/sleep -h", "^Usage: jobs/sleep MS\r\nsleeps");
+        row("help on help", "help -h", "^Usage: help \\[PATH\\]\r\n");
+        row("version", "version", "^ZEL Shell \\d+\\.\\d+\\.\\d+");
+        row("from a directory", "cd jobs; count 1; version; cd", "1\r\n1\r\nZEL Shell");
+    }
+
+    void commands()
+    {
+        QFETCH(QString, line);
+        QFETCH(QString, answer);
+        m_host.write(line.toUtf8() + '\n');
+        QString written = untilPrompt();
+        const QString echo = line + '\n';
+        QVERIFY2(written.startsWith(echo), qPrintable(written));
+        written.remove(0, echo.size());
+        QVERIFY2(QRegularExpression(answer).match(written).hasMatch(), qPrintable(written));
+    }
+
+    void quitsWithStatusZero()
+    {
+        m_host.write("quit\n");
+        QVERIFY(m_host.waitForFinished(10000));
+        const QByteArray complaint = m_host.readAllStandardError().right(2000);
+        QVERIFY2(m_host.exitStatus() == QProcess::NormalExit, complaint.constData());
+        QVERIFY2(m_host.exitCode() == 0, complaint.constData());
+    }
+
+    void refusesOptions_data()
+    {
+        Table<QStringList> row("arguments");
+        row("no way in", {"--no-terminal"});
+        row("port", {"--tcp", "65536"});
+        row("reports", {"--reports", "/nowhere"});
+        row("stray word", {"word"});
+    }
+
+    void refusesOptions()
+    {
+        QFETCH(QStringList, arguments);
+        QProcess host;
+        QVERIFY(start(host, arguments));
+        QVERIFY(host.waitForFinished(10000));
+        QCOMPARE(host.exitCode(), 2);
+        QVERIFY(host.readAllStandardError().startsWith("zelhost: "));
+    }
+
+    void closedDoors()
+    {
+        QTemporaryDir directory;
+        const QStringList users = {"--user-db", directory.filePath("users.db")};
+        {
+            QProcess open; // makes the account
+            QTcpSocket peer;
+            QVERIFY(serve(open, peer, users));
+            peer.write("exit\n");
+            QTRY_COMPARE_WITH_TIMEOUT(open.state(), QProcess::NotRunning, 20000);
+        }
+        QProcess host;
+        QTcpSocket peer;
+        QVERIFY(serve(host, peer, users + QStringList("--secure")));
+        peer.readAll();
+        for (const QByteArray refused :
+            {"exit", "exit#1", "reinit#1", "sys#1 true", "fault/assert#1", "/fault/assert"}) {
+            peer.write(refused + "\n");
+            QTRY_VERIFY2_WITH_TIMEOUT(peer.peek(4096).endsWith("is not permitted!\r\n"), refused, 20000);
+            peer.readAll();
+        }
+        QCOMPARE(host.state(), QProcess::Running);
+        peer.write("text/ping#1\nquit#2\n");
+        QTRY_COMPARE_WITH_TIMEOUT(peer.state(), QAbstractSocket::UnconnectedState, 20000);
+        QCOMPARE(peer.readAll(), QByteArray("pong\r\n"));
+        host.kill();
+        QVERIFY(host.waitForFinished(20000));
+    }
 
 private:
-    bool start(QProcess &process, const QStringList &arguments);
-    bool serve(QProcess &host, QTcpSocket &peer, const QStringList &options);
-    QString untilPrompt();
+    bool start(QProcess &process, const QStringList &arguments)
+    {
+        QStringList command = QString(ZEL_EMULATOR).split(' ', Qt::SkipEmptyParts);
+        command << ZELHOST << arguments;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        // Abandoned commands do not run their destructors.
+        environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":detect_leaks=0");
+        process.setProcessEnvironment(environment);
+        process.start(command.takeFirst(), command);
+        return process.waitForStarted();
+    }
+
+    /// Starts a host that serves remote shells, and logs in there.
+    bool serve(QProcess &host, QTcpSocket &peer, const QStringList &options)
+    {
+        host.setProcessChannelMode(QProcess::MergedChannels);
+        const QRegularExpression announced("on port (\\d+)\\s");
+        QByteArray text;
+        if (!start(host, QStringList{"--tcp", "0", "--no-terminal"} + options))
+            return false;
+        while (!announced.match(text).hasMatch() && host.waitForReadyRead(20000))
+            text += host.readAll();
+        peer.connectToHost("127.0.0.1", announced.match(text).captured(1).toUShort());
+        peer.write("--nt --user bob --password pw\n");
+        return QTest::qWaitFor([&] { return peer.peek(4096).contains("ConnectId = "); }, 20000);
+    }
+
+    /// What the host writes up to and without its next prompt; empty when that does not come.
+    QString untilPrompt()
+    {
+        static const QByteArray prompt = "\033[33m $ \033[0m";
+        static QByteArray buffer;
+        QElapsedTimer clock;
+        clock.start();
+        while (!buffer.contains(prompt) && clock.elapsed() < 20000 && m_host.waitForReadyRead(1000))
+            buffer += m_host.readAllStandardOutput();
+        const int end = buffer.indexOf(prompt);
+        if (end < 0)
+            qWarning("No prompt after:\n%s", buffer.constData());
+        const QString result = end < 0 ? QString() : QString::fromUtf8(buffer.left(end));
+        buffer.remove(0, end + prompt.size());
+        return result;
+    }
 
     QProcess m_host;
 };
 
-bool tst_DemoHost::start(QProcess &process, const QStringList &arguments)
-{
-    QStringList command = QString(ZEL_EMULATOR).split(' ', Qt::SkipEmptyParts);
-    command << ZELHOST << arguments;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    // Abandoned commands do not run their destructors.
-    environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":detect_leaks=0");
-    process.setProcessEnvironment(environment);
-    process.start(command.takeFirst(), command);
-    return process.waitForStarted();
-}
-
-/// What the host writes up to and without its next prompt; empty when that does not come.
-QString tst_DemoHost::untilPrompt()
-{
-    static const QByteArray prompt = "\033[33m $ \033[0m";
-    static QByteArray buffer;
-    QElapsedTimer clock;
-    clock.start();
-    while (!buffer.contains(prompt) && clock.elapsed() < 20000 && m_host.waitForReadyRead(1000))
-        buffer += m_host.readAllStandardOutput();
-    const int end = buffer.indexOf(prompt);
-    if (end < 0)
-        qWarning("No prompt after:\n%s", buffer.constData());
-    const QString result = end < 0 ? QString() : QString::fromUtf8(buffer.left(end));
-    buffer.remove(0, end + prompt.size());
-    return result;
-}
-
-void tst_DemoHost::initTestCase()
-{
-    QVERIFY(start(m_host, {}));
-    QVERIFY(untilPrompt().endsWith("/Main\033[0m"));
-}
-
-void tst_DemoHost::commands_data()
-{
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QString>("answer"); // an expression for what follows the echo
-    const QString error = "EXECUTE_ERROR :";
-    const QString abort = error + "Aborted \\(core dumped\\)\r\n";
-
-    QTest::newRow("uptime") << "system/uptime"
-                            << "up .*\\d\\d:\\d\\d:\\d\\d, load \\d";
-    QTest::newRow("memory") << "system/memory"
-                            << "total +[0-9.]+ .iB\r\n(.*\r\n)*this program +[0-9.]+ .iB\r\n";
-    QTest::newRow("processes") << "system/processes 1"
-                               << " PID S +RESIDENT NAME\r\n +\\d+ . +[0-9.]+ .?i?B.*\r\n";
-    QTest::newRow("interfaces") << "network/interfaces"
-                                << "lo +up .*\r\n +127\\.0\\.0\\.1/8\r\n";
-    QTest::newRow("storage") << "storage/usage /"
-                             << "SIZE.*\r\n +[0-9.]+ .iB.* +\\d+%  / \\(";
-    QTest::newRow("echo") << "text/echo \"a b\" c"
-                          << "^\"a b\" c\r\n";
-    QTest::newRow("nothing to echo") << "text/echo"
-                                     << "^\r\n";
-    QTest::newRow("ping") << "text/ping"
-                          << "^pong\r\n";
-    QTest::newRow("warning") << "log/print WARNING \"x y\" z"
-                             << "Warning: x y z\r\n";
-    QTest::newRow("stream") << "log/print stream \"no end\""
-                            << "^no end[^\r]*$";
-    QTest::newRow("bad level") << "log/print loud x"
-                               << "LEVEL must be .*, not loud\r\n";
-    QTest::newRow("sleep") << "jobs/sleep 20"
-                           << "^[2-9]\\d+\r\n|^\\d{3,}\r\n";
-    QTest::newRow("no number") << "jobs/sleep soon"
-                               << "^jobs/sleep: MS must be a whole number .* not soon\r\n";
-    QTest::newRow("out of range") << "jobs/sleep -1"
-                                  << "^jobs/sleep: MS must be a whole number .* not -1\r\n";
-    QTest::newRow("missing") << "jobs/sleep"
-                             << "^jobs/sleep: takes 1 argument, not 0";
-    QTest::newRow("too many") << "text/ping a b"
-                              << "^text/ping: takes no arguments, not 2";
-    QTest::newRow("count") << "jobs/count 3"
-                           << "^1\r\n2\r\n3\r\n3\r\n";
-    QTest::newRow("count nothing") << "jobs/count 0"
-                                   << "^0\r\n";
-    QTest::newRow("throw") << "fault/throw" << abort;
-    QTest::newRow("throw int") << "fault/throw int" << abort;
-    QTest::newRow("throw pointer") << "fault/throw pointer"
-                                   << error + "Exception in fault: provoked, file host, line 2\r\n";
-    QTest::newRow("throw value") << "fault/throw exception"
-                                 << error + "Exception in fault: provoked, file host, line 1\r\n";
-    QTest::newRow("assert") << "fault/assert"
-                            << "^" + error + "ASSERT failure fault: \"provoked\", file host, line 7\r\n";
-    QTest::newRow("segv") << "fault/segv" << error + "Segmentation fault \\(core dumped\\)\r\n";
-    QTest::newRow("overflow") << "fault/overflow" << error + "Segmentation fault \\(core dumped\\)\r\n";
-    QTest::newRow("still there") << "text/echo well"
-                                 << "^well\r\n";
-    QTest::newRow("help") << "help"
-                          << "fault/assert +fails an assertion\r\n(.*\r\n)*version .*\r\n";
-    QTest::newRow("help below") << "help jobs"
-                                << "^jobs/count N .*\r\njobs/sleep MS .*\r\n";
-    QTest::newRow("no help") << "help nothing"
-                             << "no command below 'nothing'";
-    QTest::newRow("option of help") << "jobs/sleep -h"
-                                    << "^Usage: jobs/sleep MS\r\nsleeps";
-    QTest::newRow("help on help") << "help -h"
-                                  << "^Usage: help \\[PATH\\]\r\n";
-    QTest::newRow("version") << "version"
-                             << "^ZEL Shell \\d+\\.\\d+\\.\\d+";
-    QTest::newRow("from a directory") << "cd jobs; count 1; version; cd"
-                                      << "1\r\n1\r\nZEL Shell";
-}
-
-void tst_DemoHost::commands()
-{
-    QFETCH(QString, line);
-    QFETCH(QString, answer);
-    m_host.write(line.toUtf8() + '\n');
-    QString written = untilPrompt();
-    const QString echo = line + '\n';
-    QVERIFY2(written.startsWith(echo), qPrintable(written));
-    written.remove(0, echo.size());
-    QVERIFY2(QRegularExpression(answer).match(written).hasMatch(), qPrintable(written));
-}
-
-void tst_DemoHost::quitsWithStatusZero()
-{
-    m_host.write("quit\n");
-    QVERIFY(m_host.waitForFinished(10000));
-    const QByteArray complaint = m_host.readAllStandardError().right(2000);
-    QVERIFY2(m_host.exitStatus() == QProcess::NormalExit, complaint.constData());
-    QVERIFY2(m_host.exitCode() == 0, complaint.constData());
-}
-
-void tst_DemoHost::refusesOptions_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::newRow("no way in") << QStringList{"--no-terminal"};
-    QTest::newRow("port") << QStringList{"--tcp", "65536"};
-    QTest::newRow("reports") << QStringList{"--reports", "/nowhere"};
-    QTest::newRow("stray word") << QStringList{"word"};
-}
-
-void tst_DemoHost::refusesOptions()
-{
-    QFETCH(QStringList, arguments);
-    QProcess host;
-    QVERIFY(start(host, arguments));
-    QVERIFY(host.waitForFinished(10000));
-    QCOMPARE(host.exitCode(), 2);
-    QVERIFY(host.readAllStandardError().startsWith("zelhost: "));
-}
-
-/// Starts a host that serves remote shells, and logs in there.
-bool tst_DemoHost::serve(QProcess &host, QTcpSocket &peer, const QStringList &options)
-{
-    host.setProcessChannelMode(QProcess::MergedChannels);
-    const QRegularExpression announced("on port (\\d+)\\s");
-    QByteArray text;
-    if (!start(host, QStringList{"--tcp", "0", "--no-terminal"} + options))
-        return false;
-    while (!announced.match(text).hasMatch() && host.waitForReadyRead(20000))
-        text += host.readAll();
-    peer.connectToHost("127.0.0.1", announced.match(text).captured(1).toUShort());
-    peer.write("--nt --user bob --password pw\n");
-    return QTest::qWaitFor([&] { return peer.peek(4096).contains("ConnectId = "); }, 20000);
-}
-
-void tst_DemoHost::closedDoors()
-{
-    QTemporaryDir directory;
-    const QStringList users = {"--user-db", directory.filePath("users.db")};
-    {
-        QProcess open; // makes the account
-        QTcpSocket peer;
-        QVERIFY(serve(open, peer, users));
-        peer.write("exit\n");
-        QTRY_COMPARE_WITH_TIMEOUT(open.state(), QProcess::NotRunning, 20000);
-    }
-    QProcess host;
-    QTcpSocket peer;
-    QVERIFY(serve(host, peer, users + QStringList("--secure")));
-    peer.readAll();
-    for (const QByteArray refused : {"exit", "exit#1", "reinit#1", "sys#1 true", "fault/assert#1", "/fault/assert"}) {
-        peer.write(refused + "\n");
-        QTRY_VERIFY2_WITH_TIMEOUT(peer.peek(4096).endsWith("is not permitted!\r\n"), refused, 20000);
-        peer.readAll();
-    }
-    QCOMPARE(host.state(), QProcess::Running);
-    peer.write("text/ping#1\nquit#2\n");
-    QTRY_COMPARE_WITH_TIMEOUT(peer.state(), QAbstractSocket::UnconnectedState, 20000);
-    QCOMPARE(peer.readAll(), QByteArray("pong\r\n"));
-    host.kill();
-    QVERIFY(host.waitForFinished(20000));
-}
-
 QTEST_GUILESS_MAIN(tst_DemoHost)
+#include "table.h"
 #include "tst_demohost.moc"

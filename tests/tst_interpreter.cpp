@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "fakedevice.h"
+#include "table.h"
 #include "zelarguments.h"
 #include "zelcatch.h"
 #include "zelshell.h"
@@ -62,27 +63,275 @@ class tst_Interpreter : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void init();
-    void cleanup();
+    void init()
+    {
+        server.reset(new ZELShellServer);
+        board.reset(new Board);
+        server->registerCmd("demo", "value", board.get(), SLOT(value(ZELArguments)), true);
+        server->registerCmd("demo", "echo", board.get(), SLOT(echo(ZELArguments)), true);
+        server->registerCmd("demo", "fail", board.get(), SLOT(fail(ZELArguments)), true);
+        server->registerCmd("demo", "claim", board.get(), SLOT(claim(ZELArguments)), true);
+        server->registerCmd("demo", "script", board.get(), SLOT(script(ZELArguments)), true);
+        device.reset(new FakeDevice);
+        stream.reset(new ZELStream(device.get(), false));
+        shell.reset(new ZELShell(stream.get()));
+        board->shell = shell.get();
+    }
 
-    void expansion_data();
-    void expansion();
-    void wordForms();
-    void variables();
-    void assignmentOfTexts();
-    void indirectCommand();
-    void history();
-    void colours();
-    void tagForms_data();
-    void tagForms();
-    void oneCompletingPacket_data();
-    void oneCompletingPacket();
-    void packetsOfACommand();
-    void queryPacket();
-    void utf8InPackets();
-    void scripts();
-    void scriptOfATaggedLine();
-    void parallelStatements();
+    void cleanup()
+    {
+        shell.reset();
+        stream.reset();
+        device.reset();
+        board.reset();
+        server.reset();
+    }
+
+    void expansion_data()
+    {
+        Table<QString, QString> row("word", "expected");
+        row("whole word", "$a", "5");
+        row("unset", "$none", "NULL");
+        row("inside a plain word", "x$a", "x$a");
+        row("double quotes", "\"v=$a\"", "\"v=5\"");
+        row("twice", "\"$a,$a\"", "\"5,5\"");
+        row("unset in quotes", "\"[ $none ]\"", "\"[ $none ]\"");
+        row("unset between quotes", "\"v $none\"", "\"v NULL\"");
+        row("single quotes", "'$a'", "'$a'");
+        row("brackets", "($a)", "($a)");
+        row("lone quote", "\"", "\"");
+        row("empty", "", "");
+    }
+
+    void expansion()
+    {
+        QFETCH(QString, word);
+        QFETCH(QString, expected);
+        const auto lookup = [](const QString &name) { return name == "$a" ? QString("5") : QString("NULL"); };
+        QCOMPARE(zelExpandWord(word, lookup), expected);
+    }
+
+    void wordForms()
+    {
+        for (const char *number : {"5", "-3", "2.5", "1e5", ".5", "5."})
+            QVERIFY2(zelIsNumber(number), number);
+        for (const char *word : {"", "5a", "inf", "nan", "-", "0x1f", "--5"})
+            QVERIFY2(!zelIsNumber(word), word);
+        QCOMPARE(ZELCommandWord("cd#3").name, QString("cd"));
+        QCOMPARE(ZELCommandWord("cd#3").index, QString("3"));
+        QCOMPARE(ZELCommandWord("\"a#b\"").name, QString("\"a#b\""));
+        QCOMPARE(ZELCommandWord("#").name, QString());
+        QCOMPARE(zelStatements("a; b\n\n ;c\n"), QStringList({"a", " b", "c"}));
+        QCOMPARE(zelWithoutTag("a b TAG== ", "TAG"), QString("a b"));
+    }
+
+    void variables()
+    {
+        QCOMPARE(run("$a = 5"), QVariant("5"));
+        QCOMPARE(device->take(), QString("5\n"));
+        QCOMPARE(run("$a"), QVariant("5"));
+        QVERIFY(device->take().startsWith("5\r\n\033[32m"));
+        QVERIFY(!run("$b").isValid());
+        QVERIFY(device->take().startsWith("NULL\r\n"));
+        QCOMPARE(shell->getEnvironment("$b"), QString("NULL"));
+        run("$a =");
+        QCOMPARE(shell->getEnvironment("$a"), QString("NULL"));
+        QCOMPARE(shell->getEnvironment("$PATH"), QString("/Main"));
+    }
+
+    void assignmentOfTexts()
+    {
+        run("$x = hello world");
+        QCOMPARE(shell->getEnvironment("$x"), QString("hello world"));
+        QCOMPARE(device->take(), QString());
+        QVERIFY(!shell->hasError());
+        run("$y = $x");
+        QCOMPARE(shell->getEnvironment("$y"), QString("hello world"));
+        run("$v = demo/value");
+        QCOMPARE(shell->getEnvironment("$v"), QString("7"));
+        run("$c = demo/fail");
+        QCOMPARE(shell->getEnvironment("$c"), QString("ERROR"));
+        QVERIFY(shell->hasError());
+        run("$s = sys echo a=b");
+        QVERIFY(device->take().endsWith("a=b\n\n"));
+    }
+
+    void indirectCommand()
+    {
+        run("$cmd = demo/echo");
+        run("$w = 1");
+        shell->setEnvironment("$cmd", "demo/echo");
+        run("$cmd $w x");
+        QCOMPARE(board->words, QStringList({"demo/echo", "$w", "x"}));
+        run("demo/echo $w '$w' \"v=$w\"");
+        QCOMPARE(board->words, QStringList({"demo/echo", "1", "'$w'", "\"v=1\""}));
+    }
+
+    void history()
+    {
+        for (const char *line : {"demo/value", "demo/echo a", "demo/value", ""})
+            run(line);
+        QCOMPARE(shell->history(), QStringList({"demo/echo a", "demo/value"}));
+        shell->setKeepHistory(false);
+        run("demo/echo b");
+        QCOMPARE(shell->history().size(), 2);
+    }
+
+    void colours()
+    {
+        run("demo/claim");
+        QCOMPARE(device->take(), QString("\033[30;43mWarning: still at it\r\n\033[0m"));
+    }
+
+    void tagForms_data()
+    {
+        Table<QString, bool> row("line", "tagged");
+        row("at the end", "demo/echo a " + tag, true);
+        row("in the middle", "demo/echo " + tag + " a", true);
+        row("padded", "demo/echo a " + tag + "==", true);
+        row("quoted", "demo/echo \"" + tag + "\"", false);
+        row("part of a word", "demo/echo x" + tag, false);
+    }
+
+    void tagForms()
+    {
+        QFETCH(QString, line);
+        QFETCH(bool, tagged);
+        run(line);
+        QCOMPARE(device->text().contains("ZEL_SHELL_PACKET_START"), tagged);
+        if (tagged)
+            QCOMPARE(board->words, QStringList({"demo/echo", "a"}));
+    }
+
+    void oneCompletingPacket_data()
+    {
+        Table<QString, QString, QString, QString> row("statement", "key", "state", "body");
+        row("command", "demo/echo#1 a", "demo/echo#1", "EXECUTE_COMPLETE", "Execute demo/echo Complete!\r\n");
+        row("value", "demo/value#2", "demo/value#2", "EXECUTE_RESULT", "Execute demo/value Complete!\r\n");
+        row("failure", "demo/fail", "demo/fail", "EXECUTE_ERROR",
+            "EXECUTE_ERROR :Exception in board: broken, file f, line 1\r\n");
+        row("state of its own", "demo/claim", "demo/claim", "EXECUTE_COMPLETE", "Execute demo/claim Complete!\r\n");
+        row("cd", "cd#3 demo", "cd#3", "EXECUTE_COMPLETE", "Execute cd Complete!\r\n");
+        row("cd fails", "cd#4 nowhere", "cd#4", "EXECUTE_ERROR", "-Shell: cd: nowhere: No such file or directory\r\n");
+        row("terminal", "terminal yes", "terminal", "EXECUTE_COMPLETE", "Execute terminal Complete!\r\n");
+        row("sys", "sys#5 echo hi", "sys#5", "EXECUTE_COMPLETE", "Execute sys Complete!\r\n");
+        row("number", "42", "42", "EXECUTE_RESULT", "Execute 42 Complete!\r\n");
+        row("ls", "ls", "ls", "EXECUTE_NOTFOUND", "Error : input 'ls' can not execate\r\n");
+        row("unknown", "foo#6 bar", "foo#6", "EXECUTE_NOTFOUND", "Error : input 'foo#6 bar' can not execate\r\n");
+        row("directory", "demo", "demo", "EXECUTE_NOTFOUND", "Error : input 'demo' can not execate\r\n");
+        row("assignment", "$x = demo/value#7", "demo/value#7", "EXECUTE_RESULT", "Execute demo/value Complete!\r\n");
+        row("text", "$x = some text", "some", "EXECUTE_COMPLETE", "Execute some Complete!\r\n");
+        row("nothing", "$x =", "$x", "EXECUTE_COMPLETE", "Execute $x Complete!\r\n");
+        row("query", "$PATH", "$PATH", "EXECUTE_RESULT", "/Main\r\n");
+        row("quit", "quit", "quit", "ZEL_SHELL_DISCONNECT", "ZEL shell disconnect\r\n");
+    }
+
+    void oneCompletingPacket()
+    {
+        QFETCH(QString, statement);
+        QFETCH(QString, key);
+        QFETCH(QString, state);
+        QFETCH(QString, body);
+        run(statement + " " + tag);
+        const auto packets = packetsIn(device->take());
+        QVERIFY(!packets.isEmpty());
+        for (const ZELShellProcessHeader &packet : packets) {
+            QCOMPARE(packet.getRequestMethod(), key);
+            QCOMPARE(packet.isComplete(), &packet == &packets.last());
+        }
+        QCOMPARE(stateOf(packets.last()), state);
+        QCOMPARE(packets.last().getRequestBody(), body);
+    }
+
+    void packetsOfACommand()
+    {
+        run("demo/echo#9 a " + tag);
+        const auto packets = packetsIn(device->take());
+        QCOMPARE(packets.size(), 2);
+        QCOMPARE(packets.first().getRequestBody(), QString("demo/echo#9 a\r\n"));
+        QVERIFY(packets.first().isInsideProcess());
+        QCOMPARE(packets.first().headers.value("PATH"), QByteArray("/Main/demo/echo"));
+        QVERIFY(!packets.last().headers.contains("Return"));
+    }
+
+    void queryPacket()
+    {
+        run("$q = 12");
+        device->take();
+        run("$q " + tag);
+        const auto packets = packetsIn(device->take());
+        QCOMPARE(packets.size(), 1);
+        QCOMPARE(packets.first().getReturn(), QString("12"));
+    }
+
+    void utf8InPackets()
+    {
+        run(QString::fromUtf8("demo/echo \"gr\xc3\xbc\xc3\x9f \xe2\x82\xac\" ") + tag);
+        const auto packets = packetsIn(device->take());
+        QCOMPARE(
+            packets.first().getRequestBody(), QString::fromUtf8("demo/echo \"gr\xc3\xbc\xc3\x9f \xe2\x82\xac\"\r\n"));
+    }
+
+    void scripts()
+    {
+        QTemporaryFile file;
+        QVERIFY(file.open());
+        file.write("$a = 1\ndemo/echo x; demo/value\n");
+        file.close();
+        QCOMPARE(run("demo/script --file " + file.fileName()), QVariant(7));
+        QCOMPARE(board->words, QStringList({"demo/echo", "x"}));
+        QCOMPARE(shell->getEnvironment("$a"), QString("1"));
+        QCOMPARE(run("demo/script --string \"demo/echo 1; demo/echo 2\""), QVariant());
+        QCOMPARE(board->words.last(), QString("2"));
+        device->take();
+        run("demo/script --file /nowhere/at/all");
+        QCOMPARE(device->take(), QString("No such file or directory '/nowhere/at/all' found\r\n"));
+        ZELArguments(shell.get(), "x").Execl("demo/echo a \"b c\"");
+        QCOMPARE(board->words, QStringList({"demo/echo", "a", "\"b c\""}));
+    }
+
+    void scriptOfATaggedLine()
+    {
+        run("demo/script#4 --string \"demo/echo in; ls; nothing; $x = 3; demo/value\" " + tag);
+        const QString written = device->take();
+        const auto packets = packetsIn(written);
+        int completing = 0;
+        for (const ZELShellProcessHeader &packet : packets) {
+            QCOMPARE(packet.getRequestMethod(), QString("demo/script#4"));
+            completing += packet.isComplete();
+        }
+        QCOMPARE(completing, 1);
+        QCOMPARE(packets.last().getReturn(), QString("7"));
+        QCOMPARE(written.count("ZEL_SHELL_PACKET_START"), packets.size());
+    }
+
+    void parallelStatements()
+    {
+        const int threads = 4, rounds = 100;
+        QVector<std::shared_ptr<QSemaphore>> ends;
+        for (int i = 0; i < threads; ++i) {
+            auto end = std::make_shared<QSemaphore>();
+            ends += end;
+            ZELThreadPool::Pool()->run(
+                [this, end, i](ZELThreadInfo *) {
+                    for (int n = 0; n < rounds; ++n) {
+                        shell->Execute(QStringLiteral("$v%1 = demo/value").arg(i), true);
+                        shell->Execute("cd demo", true);
+                        shell->Execute("value#" + QString::number(n) + " " + tag, true);
+                        shell->Execute("cd", true);
+                        shell->Execute("ls", true);
+                    }
+                    end->release();
+                },
+                QVariant());
+        }
+        for (const auto &end : ends)
+            QVERIFY(end->tryAcquire(1, 60000));
+        QCOMPARE(shell->runningNames(), QStringList());
+        QCOMPARE(shell->getShellPath(true), QString("/Main"));
+        for (const ZELShellProcessHeader &packet : packetsIn(device->take()))
+            QVERIFY(packet.isComplete());
+    }
 
 private:
     QVariant run(const QString &line) { return shell->Execute(line, false); }
@@ -93,341 +342,6 @@ private:
     std::unique_ptr<ZELStream> stream;
     std::unique_ptr<ZELShell> shell;
 };
-
-void tst_Interpreter::init()
-{
-    server.reset(new ZELShellServer);
-    board.reset(new Board);
-    server->registerCmd("demo", "value", board.get(), SLOT(value(ZELArguments)), true);
-    server->registerCmd("demo", "echo", board.get(), SLOT(echo(ZELArguments)), true);
-    server->registerCmd("demo", "fail", board.get(), SLOT(fail(ZELArguments)), true);
-    server->registerCmd("demo", "claim", board.get(), SLOT(claim(ZELArguments)), true);
-    server->registerCmd("demo", "script", board.get(), SLOT(script(ZELArguments)), true);
-    device.reset(new FakeDevice);
-    stream.reset(new ZELStream(device.get(), false));
-    shell.reset(new ZELShell(stream.get()));
-    board->shell = shell.get();
-}
-
-void tst_Interpreter::cleanup()
-{
-    shell.reset();
-    stream.reset();
-    device.reset();
-    board.reset();
-    server.reset();
-}
-
-void tst_Interpreter::expansion_data()
-{
-    QTest::addColumn<QString>("word");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("whole word") << "$a"
-                                << "5";
-    QTest::newRow("unset") << "$none"
-                           << "NULL";
-    QTest::newRow("inside a plain word") << "x$a"
-                                         << "x$a";
-    QTest::newRow("double quotes") << "\"v=$a\""
-                                   << "\"v=5\"";
-    QTest::newRow("twice") << "\"$a,$a\""
-                           << "\"5,5\"";
-    QTest::newRow("unset in quotes") << "\"[ $none ]\""
-                                     << "\"[ $none ]\"";
-    QTest::newRow("unset between quotes") << "\"v $none\""
-                                          << "\"v NULL\"";
-    QTest::newRow("single quotes") << "'$a'"
-                                   << "'$a'";
-    QTest::newRow("brackets") << "($a)"
-                              << "($a)";
-    QTest::newRow("lone quote") << "\""
-                                << "\"";
-    QTest::newRow("empty") << ""
-                           << "";
-}
-
-void tst_Interpreter::expansion()
-{
-    QFETCH(QString, word);
-    QFETCH(QString, expected);
-    const auto lookup = [](const QString &name) { return name == "$a" ? QString("5") : QString("NULL"); };
-    QCOMPARE(zelExpandWord(word, lookup), expected);
-}
-
-void tst_Interpreter::wordForms()
-{
-    for (const char *number : {"5", "-3", "2.5", "1e5", ".5", "5."})
-        QVERIFY2(zelIsNumber(number), number);
-    for (const char *word : {"", "5a", "inf", "nan", "-", "0x1f", "--5"})
-        QVERIFY2(!zelIsNumber(word), word);
-    QCOMPARE(ZELCommandWord("cd#3").name, QString("cd"));
-    QCOMPARE(ZELCommandWord("cd#3").index, QString("3"));
-    QCOMPARE(ZELCommandWord("\"a#b\"").name, QString("\"a#b\""));
-    QCOMPARE(ZELCommandWord("#").name, QString());
-    QCOMPARE(zelStatements("a; b\n\n ;c\n"), QStringList({"a", " b", "c"}));
-    QCOMPARE(zelWithoutTag("a b TAG== ", "TAG"), QString("a b"));
-}
-
-void tst_Interpreter::variables()
-{
-    QCOMPARE(run("$a = 5"), QVariant("5"));
-    QCOMPARE(device->take(), QString("5\n"));
-    QCOMPARE(run("$a"), QVariant("5"));
-    QVERIFY(device->take().startsWith("5\r\n\033[32m"));
-    QVERIFY(!run("$b").isValid());
-    QVERIFY(device->take().startsWith("NULL\r\n"));
-    QCOMPARE(shell->getEnvironment("$b"), QString("NULL"));
-    run("$a =");
-    QCOMPARE(shell->getEnvironment("$a"), QString("NULL"));
-    QCOMPARE(shell->getEnvironment("$PATH"), QString("/Main"));
-}
-
-void tst_Interpreter::assignmentOfTexts()
-{
-    run("$x = hello world");
-    QCOMPARE(shell->getEnvironment("$x"), QString("hello world"));
-    QCOMPARE(device->take(), QString());
-    QVERIFY(!shell->hasError());
-    run("$y = $x");
-    QCOMPARE(shell->getEnvironment("$y"), QString("hello world"));
-    run("$v = demo/value");
-    QCOMPARE(shell->getEnvironment("$v"), QString("7"));
-    run("$c = demo/fail");
-    QCOMPARE(shell->getEnvironment("$c"), QString("ERROR"));
-    QVERIFY(shell->hasError());
-    run("$s = sys echo a=b");
-    QVERIFY(device->take().endsWith("a=b\n\n"));
-}
-
-void tst_Interpreter::indirectCommand()
-{
-    run("$cmd = demo/echo");
-    run("$w = 1");
-    shell->setEnvironment("$cmd", "demo/echo");
-    run("$cmd $w x");
-    QCOMPARE(board->words, QStringList({"demo/echo", "$w", "x"}));
-    run("demo/echo $w '$w' \"v=$w\"");
-    QCOMPARE(board->words, QStringList({"demo/echo", "1", "'$w'", "\"v=1\""}));
-}
-
-void tst_Interpreter::history()
-{
-    for (const char *line : {"demo/value", "demo/echo a", "demo/value", ""})
-        run(line);
-    QCOMPARE(shell->history(), QStringList({"demo/echo a", "demo/value"}));
-    shell->setKeepHistory(false);
-    run("demo/echo b");
-    QCOMPARE(shell->history().size(), 2);
-}
-
-void tst_Interpreter::colours()
-{
-    run("demo/claim");
-    QCOMPARE(device->take(), QString("\033[30;43mWarning: still at it\r\n\033[0m"));
-}
-
-void tst_Interpreter::tagForms_data()
-{
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<bool>("tagged");
-    QTest::newRow("at the end") << "demo/echo a " + tag << true;
-    QTest::newRow("in the middle") << "demo/echo " + tag + " a" << true;
-    QTest::newRow("padded") << "demo/echo a " + tag + "==" << true;
-    QTest::newRow("quoted") << "demo/echo \"" + tag + "\"" << false;
-    QTest::newRow("part of a word") << "demo/echo x" + tag << false;
-}
-
-void tst_Interpreter::tagForms()
-{
-    QFETCH(QString, line);
-    QFETCH(bool, tagged);
-    run(line);
-    QCOMPARE(device->text().contains("ZEL_SHELL_PACKET_START"), tagged);
-    if (tagged)
-        QCOMPARE(board->words, QStringList({"demo/echo", "a"}));
-}
-
-void tst_Interpreter::oneCompletingPacket_data()
-{
-    QTest::addColumn<QString>("statement");
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("state");
-    QTest::addColumn<QString>("body");
-    QTest::newRow("command") << "demo/echo#1 a"
-                             << "demo/echo#1"
-                             << "EXECUTE_COMPLETE"
-                             << "Execute demo/echo Complete!\r\n";
-    QTest::newRow("value") << "demo/value#2"
-                           << "demo/value#2"
-                           << "EXECUTE_RESULT"
-                           << "Execute demo/value Complete!\r\n";
-    QTest::newRow("failure") << "demo/fail"
-                             << "demo/fail"
-                             << "EXECUTE_ERROR"
-                             << "EXECUTE_ERROR :Exception in board: broken, file f, line 1\r\n";
-    QTest::newRow("state of its own") << "demo/claim"
-                                      << "demo/claim"
-                                      << "EXECUTE_COMPLETE"
-                                      << "Execute demo/claim Complete!\r\n";
-    QTest::newRow("cd") << "cd#3 demo"
-                        << "cd#3"
-                        << "EXECUTE_COMPLETE"
-                        << "Execute cd Complete!\r\n";
-    QTest::newRow("cd fails") << "cd#4 nowhere"
-                              << "cd#4"
-                              << "EXECUTE_ERROR"
-                              << "-Shell: cd: nowhere: No such file or directory\r\n";
-    QTest::newRow("terminal") << "terminal yes"
-                              << "terminal"
-                              << "EXECUTE_COMPLETE"
-                              << "Execute terminal Complete!\r\n";
-    QTest::newRow("sys") << "sys#5 echo hi"
-                         << "sys#5"
-                         << "EXECUTE_COMPLETE"
-                         << "Execute sys Complete!\r\n";
-    QTest::newRow("number") << "42"
-                            << "42"
-                            << "EXECUTE_RESULT"
-                            << "Execute 42 Complete!\r\n";
-    QTest::newRow("ls") << "ls"
-                        << "ls"
-                        << "EXECUTE_NOTFOUND"
-                        << "Error : input 'ls' can not execate\r\n";
-    QTest::newRow("unknown") << "foo#6 bar"
-                             << "foo#6"
-                             << "EXECUTE_NOTFOUND"
-                             << "Error : input 'foo#6 bar' can not execate\r\n";
-    QTest::newRow("directory") << "demo"
-                               << "demo"
-                               << "EXECUTE_NOTFOUND"
-                               << "Error : input 'demo' can not execate\r\n";
-    QTest::newRow("assignment") << "$x = demo/value#7"
-                                << "demo/value#7"
-                                << "EXECUTE_RESULT"
-                                << "Execute demo/value Complete!\r\n";
-    QTest::newRow("text") << "$x = some text"
-                          << "some"
-                          << "EXECUTE_COMPLETE"
-                          << "Execute some Complete!\r\n";
-    QTest::newRow("nothing") << "$x ="
-                             << "$x"
-                             << "EXECUTE_COMPLETE"
-                             << "Execute $x Complete!\r\n";
-    QTest::newRow("query") << "$PATH"
-                           << "$PATH"
-                           << "EXECUTE_RESULT"
-                           << "/Main\r\n";
-    QTest::newRow("quit") << "quit"
-                          << "quit"
-                          << "ZEL_SHELL_DISCONNECT"
-                          << "ZEL shell disconnect\r\n";
-}
-
-void tst_Interpreter::oneCompletingPacket()
-{
-    QFETCH(QString, statement);
-    QFETCH(QString, key);
-    QFETCH(QString, state);
-    QFETCH(QString, body);
-    run(statement + " " + tag);
-    const auto packets = packetsIn(device->take());
-    QVERIFY(!packets.isEmpty());
-    for (const ZELShellProcessHeader &packet : packets) {
-        QCOMPARE(packet.getRequestMethod(), key);
-        QCOMPARE(packet.isComplete(), &packet == &packets.last());
-    }
-    QCOMPARE(stateOf(packets.last()), state);
-    QCOMPARE(packets.last().getRequestBody(), body);
-}
-
-void tst_Interpreter::packetsOfACommand()
-{
-    run("demo/echo#9 a " + tag);
-    const auto packets = packetsIn(device->take());
-    QCOMPARE(packets.size(), 2);
-    QCOMPARE(packets.first().getRequestBody(), QString("demo/echo#9 a\r\n"));
-    QVERIFY(packets.first().isInsideProcess());
-    QCOMPARE(packets.first().headers.value("PATH"), QByteArray("/Main/demo/echo"));
-    QVERIFY(!packets.last().headers.contains("Return"));
-}
-
-void tst_Interpreter::queryPacket()
-{
-    run("$q = 12");
-    device->take();
-    run("$q " + tag);
-    const auto packets = packetsIn(device->take());
-    QCOMPARE(packets.size(), 1);
-    QCOMPARE(packets.first().getReturn(), QString("12"));
-}
-
-void tst_Interpreter::utf8InPackets()
-{
-    run(QString::fromUtf8("demo/echo \"gr\xc3\xbc\xc3\x9f \xe2\x82\xac\" ") + tag);
-    const auto packets = packetsIn(device->take());
-    QCOMPARE(packets.first().getRequestBody(), QString::fromUtf8("demo/echo \"gr\xc3\xbc\xc3\x9f \xe2\x82\xac\"\r\n"));
-}
-
-void tst_Interpreter::scripts()
-{
-    QTemporaryFile file;
-    QVERIFY(file.open());
-    file.write("$a = 1\ndemo/echo x; demo/value\n");
-    file.close();
-    QCOMPARE(run("demo/script --file " + file.fileName()), QVariant(7));
-    QCOMPARE(board->words, QStringList({"demo/echo", "x"}));
-    QCOMPARE(shell->getEnvironment("$a"), QString("1"));
-    QCOMPARE(run("demo/script --string \"demo/echo 1; demo/echo 2\""), QVariant());
-    QCOMPARE(board->words.last(), QString("2"));
-    device->take();
-    run("demo/script --file /nowhere/at/all");
-    QCOMPARE(device->take(), QString("No such file or directory '/nowhere/at/all' found\r\n"));
-    ZELArguments(shell.get(), "x").Execl("demo/echo a \"b c\"");
-    QCOMPARE(board->words, QStringList({"demo/echo", "a", "\"b c\""}));
-}
-
-void tst_Interpreter::scriptOfATaggedLine()
-{
-    run("demo/script#4 --string \"demo/echo in; ls; nothing; $x = 3; demo/value\" " + tag);
-    const QString written = device->take();
-    const auto packets = packetsIn(written);
-    int completing = 0;
-    for (const ZELShellProcessHeader &packet : packets) {
-        QCOMPARE(packet.getRequestMethod(), QString("demo/script#4"));
-        completing += packet.isComplete();
-    }
-    QCOMPARE(completing, 1);
-    QCOMPARE(packets.last().getReturn(), QString("7"));
-    QCOMPARE(written.count("ZEL_SHELL_PACKET_START"), packets.size());
-}
-
-void tst_Interpreter::parallelStatements()
-{
-    const int threads = 4, rounds = 100;
-    QVector<std::shared_ptr<QSemaphore>> ends;
-    for (int i = 0; i < threads; ++i) {
-        auto end = std::make_shared<QSemaphore>();
-        ends += end;
-        ZELThreadPool::Pool()->run(
-            [this, end, i](ZELThreadInfo *) {
-                for (int n = 0; n < rounds; ++n) {
-                    shell->Execute(QStringLiteral("$v%1 = demo/value").arg(i), true);
-                    shell->Execute("cd demo", true);
-                    shell->Execute("value#" + QString::number(n) + " " + tag, true);
-                    shell->Execute("cd", true);
-                    shell->Execute("ls", true);
-                }
-                end->release();
-            },
-            QVariant());
-    }
-    for (const auto &end : ends)
-        QVERIFY(end->tryAcquire(1, 60000));
-    QCOMPARE(shell->runningNames(), QStringList());
-    QCOMPARE(shell->getShellPath(true), QString("/Main"));
-    for (const ZELShellProcessHeader &packet : packetsIn(device->take()))
-        QVERIFY(packet.isComplete());
-}
 
 QTEST_GUILESS_MAIN(tst_Interpreter)
 #include "tst_interpreter.moc"

@@ -41,56 +41,54 @@ class tst_JobCommands : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase() { zelSetCrashDump(false); }
-    void jobs();
-    void commandTimeout();
-};
 
-void tst_JobCommands::jobs()
-{
-    Board board;
-    ZELShellServer server;
-    serve(server, board);
-    QVERIFY(server.registerJobCommands());
-    QVERIFY(!server.registerJobCommands());
-    // Directories named like the commands do not hide them.
-    QVERIFY(server.registerCmd("jobs", "wait", &board, SLOT(wait(ZELArguments))));
-    RemoteUser peer(server.serverPort()), other(server.serverPort());
-    QTRY_VERIFY(peer.has("ConnectId = ") && other.has("ConnectId = "));
-    peer.send("net/wait a &;net/wait b &;jobs");
-    QTRY_VERIFY(peer.has("1  net/wait a\r\n2  net/wait b\r\n"));
-    QTRY_COMPARE(board.started.load(), 2);
-    other.send("jobs;kill 1");
-    QTRY_VERIFY(other.has("kill: 1: no such job"));
-    peer.send("kill;kill x;kill 3");
-    QTRY_VERIFY(peer.has("number is needed") && peer.has("kill: 3: no such job"));
-    ZELShellCommandTree *leaf = server.FindCommand("net", "wait");
-    peer.send("kill 1");
-    QTRY_VERIFY(peer.has("forced exit"));
-    peer.send("jobs");
-    QTRY_VERIFY(peer.has("2  net/wait b\r\n"));
-    QVERIFY(leaf->Command()->IsRunning());
-    peer.send("kill 2");
-    QTRY_VERIFY(!leaf->Command()->IsRunning());
-}
+    void jobs()
+    {
+        Board board;
+        ZELShellServer server;
+        serve(server, board);
+        QVERIFY(server.registerJobCommands());
+        QVERIFY(!server.registerJobCommands());
+        // Directories named like the commands do not hide them.
+        QVERIFY(server.registerCmd("jobs", "wait", &board, SLOT(wait(ZELArguments))));
+        RemoteUser peer(server.serverPort()), other(server.serverPort());
+        QTRY_VERIFY(peer.has("ConnectId = ") && other.has("ConnectId = "));
+        peer.send("net/wait a &;net/wait b &;jobs");
+        QTRY_VERIFY(peer.has("1  net/wait a\r\n2  net/wait b\r\n"));
+        QTRY_COMPARE(board.started.load(), 2);
+        other.send("jobs;kill 1");
+        QTRY_VERIFY(other.has("kill: 1: no such job"));
+        peer.send("kill;kill x;kill 3");
+        QTRY_VERIFY(peer.has("number is needed") && peer.has("kill: 3: no such job"));
+        ZELShellCommandTree *leaf = server.FindCommand("net", "wait");
+        peer.send("kill 1");
+        QTRY_VERIFY(peer.has("forced exit"));
+        peer.send("jobs");
+        QTRY_VERIFY(peer.has("2  net/wait b\r\n"));
+        QVERIFY(leaf->Command()->IsRunning());
+        peer.send("kill 2");
+        QTRY_VERIFY(!leaf->Command()->IsRunning());
+    }
 
-void tst_JobCommands::commandTimeout()
-{
+    void commandTimeout()
+    {
 #ifdef __SANITIZE_THREAD__
-    QSKIP("the report's recovery points on the signal stack make the race detector forget the frames");
+        QSKIP("the report's recovery points on the signal stack make the race detector forget the frames");
 #endif
-    Board board;
-    ZELShellServer server;
-    serve(server, board);
-    server.setCommandTimeout(50);
-    const auto reset = qScopeGuard([&] { server.setCommandTimeout(0); });
-    RemoteUser peer(server.serverPort());
-    QTRY_VERIFY(peer.has("ConnectId = "));
-    peer.send("net/wait");
-    QTRY_VERIFY(peer.has("Application Timerout,Max time is 50"));
-    QVERIFY(server.setCommandTimeout("net", "wait", 60));
-    peer.send("net/wait");
-    QTRY_VERIFY(peer.has("Max time is 60"));
-}
+        Board board;
+        ZELShellServer server;
+        serve(server, board);
+        server.setCommandTimeout(50);
+        const auto reset = qScopeGuard([&] { server.setCommandTimeout(0); });
+        RemoteUser peer(server.serverPort());
+        QTRY_VERIFY(peer.has("ConnectId = "));
+        peer.send("net/wait");
+        QTRY_VERIFY(peer.has("Application Timerout,Max time is 50"));
+        QVERIFY(server.setCommandTimeout("net", "wait", 60));
+        peer.send("net/wait");
+        QTRY_VERIFY(peer.has("Max time is 60"));
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_JobCommands)
 #include "tst_jobcommands.moc"

@@ -13,15 +13,6 @@ extern "C" int __lsan_is_turned_off()
     return 1;
 }
 
-class tst_Kills : public QObject
-{
-    Q_OBJECT
-private Q_SLOTS:
-    void initTestCase() { zelSetCrashDump(false); }
-    void killedCaller();
-    void faultInSlotOfLoop();
-};
-
 static void expectKillLine()
 {
     QTest::ignoreMessage(QtDebugMsg,
@@ -29,40 +20,47 @@ static void expectKillLine()
             QStringLiteral("^ERROR:in ZELThread::run \"\" \"Thread or Process is forced exit!\" \"\" .*")));
 }
 
-void tst_Kills::killedCaller()
+class tst_Kills : public QObject
 {
-    expectKillLine();
-    ZELThread target, caller;
-    QSemaphore calling, release;
-    target.start();
-    caller.setCallback([&](ZELThreadInfo *) {
-        target.Invoke([&] {
-            calling.release();
-            release.acquire();
-        });
-    });
-    caller.start();
-    calling.acquire();
-    QCOMPARE(caller.Kill(), 0);
-    QVERIFY(hasEnded(&caller));
-    release.release();
-    bool alive = false;
-    target.Invoke([&] { alive = true; });
-    QVERIFY(alive);
-}
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { zelSetCrashDump(false); }
 
-void tst_Kills::faultInSlotOfLoop()
-{
-    QTest::ignoreMessage(QtDebugMsg,
-        QRegularExpression(
-            QStringLiteral("^ERROR:in ZELThread::run \"\" \"Segmentation fault \\(core dumped\\)\" .*")));
-    ZELThread thread;
-    thread.start();
-    thread.Invoke([] { QTimer::singleShot(0, [] { raise(SIGSEGV); }); }); // not in a task's frame
-    QVERIFY(hasEnded(&thread));
-    thread.quit();
-    thread.exit(3);
-}
+    void killedCaller()
+    {
+        expectKillLine();
+        ZELThread target, caller;
+        QSemaphore calling, release;
+        target.start();
+        caller.setCallback([&](ZELThreadInfo *) {
+            target.Invoke([&] {
+                calling.release();
+                release.acquire();
+            });
+        });
+        caller.start();
+        calling.acquire();
+        QCOMPARE(caller.Kill(), 0);
+        QVERIFY(hasEnded(&caller));
+        release.release();
+        bool alive = false;
+        target.Invoke([&] { alive = true; });
+        QVERIFY(alive);
+    }
+
+    void faultInSlotOfLoop()
+    {
+        QTest::ignoreMessage(QtDebugMsg,
+            QRegularExpression(
+                QStringLiteral("^ERROR:in ZELThread::run \"\" \"Segmentation fault \\(core dumped\\)\" .*")));
+        ZELThread thread;
+        thread.start();
+        thread.Invoke([] { QTimer::singleShot(0, [] { raise(SIGSEGV); }); }); // not in a task's frame
+        QVERIFY(hasEnded(&thread));
+        thread.quit();
+        thread.exit(3);
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_Kills)
 #include "tst_kills.moc"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // docs/protocol.md is right: its transcripts are played, its Python program is run.
 #include "remotehost.h"
+#include "table.h"
 
 #include <QFile>
 #include <QProcess>
@@ -46,65 +47,61 @@ class tst_Protocol : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void transcripts_data();
-    void transcripts();
-    void pythonCaller();
+    void transcripts_data()
+    {
+        Table<QString> row("transcript");
+        const QStringList all = blocks(QStringLiteral("transcript"));
+        QVERIFY(all.size() >= 3);
+        for (int i = 0; i < all.size(); ++i)
+            row(qPrintable(QStringLiteral("transcript %1").arg(i + 1)), all[i]);
+    }
+
+    void transcripts()
+    {
+        QFETCH(QString, transcript);
+        QByteArray expected, received;
+        QVERIFY(RemoteHost::instance().run([&] {
+            RawPeer peer(RemoteHost::instance().port());
+            for (const QByteArray &line : transcript.toUtf8().split('\n')) {
+                if (line.startsWith("< "))
+                    peer.send(decoded(line.mid(2)));
+                if (!line.startsWith("> "))
+                    continue;
+                const QByteArray text = decoded(line.mid(2));
+                expected += text;
+                received += withoutId(peer.receive(text.contains("{id}") ? text.size() + 38 - 4 : text.size()));
+            }
+            received += peer.receive(1, 100);
+        }));
+        QCOMPARE(received, expected);
+    }
+
+    void pythonCaller()
+    {
+        const QStringList programs = blocks(QStringLiteral("python"));
+        QCOMPARE(programs.size(), 1);
+        QTemporaryDir dir;
+        QFile file(dir.filePath(QStringLiteral("caller.py")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(programs.first().toUtf8());
+        file.close();
+        const QString python = QStandardPaths::findExecutable(QStringLiteral("python3"));
+        if (python.isEmpty())
+            QSKIP("no python3 here");
+        QByteArray output, errors;
+        QVERIFY(RemoteHost::instance().run([&] {
+            QProcess process;
+            process.start(python,
+                {file.fileName(), QStringLiteral("127.0.0.1"), QString::number(RemoteHost::instance().port()),
+                    QStringLiteral("jobs/count#1"), QStringLiteral("3")});
+            process.waitForFinished(20000);
+            output = process.readAllStandardOutput();
+            errors = process.readAllStandardError();
+        }));
+        QCOMPARE(errors, QByteArray());
+        QCOMPARE(output, QByteArray("EXECUTE_RESULT\n1\r\n2\r\n3\r\n\n3\n"));
+    }
 };
-
-void tst_Protocol::transcripts_data()
-{
-    QTest::addColumn<QString>("transcript");
-    const QStringList all = blocks(QStringLiteral("transcript"));
-    QVERIFY(all.size() >= 3);
-    for (int i = 0; i < all.size(); ++i)
-        QTest::newRow(qPrintable(QStringLiteral("transcript %1").arg(i + 1))) << all[i];
-}
-
-void tst_Protocol::transcripts()
-{
-    QFETCH(QString, transcript);
-    QByteArray expected, received;
-    QVERIFY(RemoteHost::instance().run([&] {
-        RawPeer peer(RemoteHost::instance().port());
-        for (const QByteArray &line : transcript.toUtf8().split('\n')) {
-            if (line.startsWith("< "))
-                peer.send(decoded(line.mid(2)));
-            if (!line.startsWith("> "))
-                continue;
-            const QByteArray text = decoded(line.mid(2));
-            expected += text;
-            received += withoutId(peer.receive(text.contains("{id}") ? text.size() + 38 - 4 : text.size()));
-        }
-        received += peer.receive(1, 100);
-    }));
-    QCOMPARE(received, expected);
-}
-
-void tst_Protocol::pythonCaller()
-{
-    const QStringList programs = blocks(QStringLiteral("python"));
-    QCOMPARE(programs.size(), 1);
-    QTemporaryDir dir;
-    QFile file(dir.filePath(QStringLiteral("caller.py")));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(programs.first().toUtf8());
-    file.close();
-    const QString python = QStandardPaths::findExecutable(QStringLiteral("python3"));
-    if (python.isEmpty())
-        QSKIP("no python3 here");
-    QByteArray output, errors;
-    QVERIFY(RemoteHost::instance().run([&] {
-        QProcess process;
-        process.start(python,
-            {file.fileName(), QStringLiteral("127.0.0.1"), QString::number(RemoteHost::instance().port()),
-                QStringLiteral("jobs/count#1"), QStringLiteral("3")});
-        process.waitForFinished(20000);
-        output = process.readAllStandardOutput();
-        errors = process.readAllStandardError();
-    }));
-    QCOMPARE(errors, QByteArray());
-    QCOMPARE(output, QByteArray("EXECUTE_RESULT\n1\r\n2\r\n3\r\n\n3\n"));
-}
 
 QTEST_GUILESS_MAIN(tst_Protocol)
 #include "tst_protocol.moc"

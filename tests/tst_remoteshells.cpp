@@ -2,6 +2,7 @@
 // Remote shells from end to end, by plain peers: the promise of one completing packet, and the life of a session.
 #include "processinfo.h"
 #include "remotehost.h"
+#include "table.h"
 
 #include <QRandomGenerator>
 #include <QtTest>
@@ -74,294 +75,277 @@ class tst_RemoteShells : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
-    void oneCompletingPacket_data();
-    void oneCompletingPacket();
-    void lockedAndInBackground();
-    void manyAtOnce();
-    void whoeverEndsIt_data();
-    void whoeverEndsIt();
-    void slowReader();
-    void longLines();
-    void randomBytes();
-    void leavesNothingBehind();
+    void initTestCase()
+    {
+        // Faults and statements log a lot.
+        disable_error_dump();
+        qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
+            if (type != QtDebugMsg)
+                fprintf(stderr, "%s\n", qPrintable(text));
+        });
+    }
+
+    void oneCompletingPacket_data()
+    {
+        Table<QByteArray, QByteArray, QByteArray, QByteArray, QByteArray> row(
+            "statement", "key", "state", "printed", "value");
+        row("text/ping#1", "text/ping#1", "EXECUTE_RESULT", "", "pong");
+        row("/text/echo#1 a  b", "/text/echo#1", "EXECUTE_COMPLETE", "a b\r\n", "");
+        row("jobs/count 2", "jobs/count", "EXECUTE_RESULT", "1\r\n2\r\n", "2");
+        row("cd#7 text", "cd#7", "EXECUTE_COMPLETE", "", "");
+        row("cd nowhere", "cd", "EXECUTE_ERROR", "", "");
+        row("terminal yes", "terminal", "EXECUTE_COMPLETE", "", "");
+        row("sys echo hi", "sys", "EXECUTE_COMPLETE", "hi\n\n", "");
+        row("42", "42", "EXECUTE_RESULT", "", "42");
+        row("$a = text/ping", "text/ping", "EXECUTE_RESULT", "", "pong");
+        row("$b = some text", "some", "EXECUTE_COMPLETE", "", "");
+        row("$unset", "$unset", "EXECUTE_RESULT", "", "");
+        row("ls", "ls", "EXECUTE_NOTFOUND", "", "");
+        row("text", "text", "EXECUTE_NOTFOUND", "", "");
+        row("foo#3", "foo#3", "EXECUTE_NOTFOUND", "", "");
+        row("fault/assert#4", "fault/assert#4", "EXECUTE_ERROR", "", "");
+        row("fault/throw", "fault/throw", "EXECUTE_ERROR", "", "");
+        row("fault/segv", "fault/segv", "EXECUTE_ERROR", "", "");
+        row("text/ping &", "text/ping", "EXECUTE_RESULT", "", "pong");
+        row("quit", "quit", "ZEL_SHELL_DISCONNECT", "", "");
+    }
+
+    void oneCompletingPacket()
+    {
+        QFETCH(QByteArray, statement);
+        Packet packet, next;
+        QByteArray printed;
+        QVERIFY(host.run([&] {
+            Client client;
+            if (statement.endsWith('&'))
+                client.send(QByteArray(statement).replace(statement.size() - 1, 1, tag).trimmed() + " &\n");
+            else
+                client.ask(statement);
+            packet = client.answer(&printed);
+            client.ask("text/echo#next");
+            next = client.next(packet.state == "ZEL_SHELL_DISCONNECT" ? 500 : 20000);
+        }));
+        QTEST(packet.key, "key");
+        QTEST(packet.state, "state");
+        QTEST(printed, "printed");
+        if (statement != "$unset")
+            QTEST(packet.value, "value");
+        QCOMPARE(next.key, statement == "quit" ? QByteArray() : QByteArray("text/echo#next"));
+    }
+
+    void lockedAndInBackground()
+    {
+        QByteArrayList states;
+        QVERIFY(host.run([&] {
+            Client one, other;
+            one.ask("jobs/alone#1 300");
+            QThread::msleep(100);
+            other.ask("jobs/alone#2 1");
+            states += other.answer().state;
+            states += one.answer().state;
+            // The foreground does not wait for the background.
+            one.send("jobs/sleep#slow 300" + tag.trimmed().prepend(' ') + " &;text/echo#quick x" + tag);
+            QByteArray printed;
+            states += one.answer(&printed).key;
+            states += one.answer().key;
+        }));
+        QCOMPARE(
+            states, QByteArrayList({"EXECUTE_RUNNINGLOCK", "EXECUTE_COMPLETE", "text/echo#quick", "jobs/sleep#slow"}));
+    }
+
+    void manyAtOnce()
+    {
+        // A fifth crashes all the time, a fifth vanishes; the rest must not notice.
+        const int count = sanitized ? 40 : 200, rounds = sanitized ? 5 : 10;
+        std::atomic<int> good{0}, wrong{0};
+        QVERIFY(host.run(
+            [&] {
+                std::vector<std::unique_ptr<Client>> clients;
+                for (int i = 0; i < count; ++i)
+                    clients.emplace_back(new Client);
+                for (int i = 0; i < count; ++i) {
+                    for (int n = 0; n < rounds; ++n) {
+                        if (i % 5 == 0)
+                            clients[i]->ask("fault/segv#" + QByteArray::number(n));
+                        else
+                            clients[i]->ask("jobs/count#" + QByteArray::number(n) + ' ' + QByteArray::number(n));
+                    }
+                    if (i % 5 == 1)
+                        clients[i]->reset();
+                }
+                for (int i = 0; i < count; ++i) {
+                    for (int n = 0; n < rounds && i % 5 != 1; ++n) {
+                        QByteArray printed, expected;
+                        const Packet packet = clients[i]->answer(&printed);
+                        for (int k = 1; k <= n && i % 5; ++k)
+                            expected += QByteArray::number(k) + "\r\n";
+                        const bool right = packet.key.endsWith('#' + QByteArray::number(n)) && printed == expected
+                            && packet.state == (i % 5 ? "EXECUTE_RESULT" : "EXECUTE_ERROR");
+                        ++(right ? good : wrong);
+                    }
+                }
+            },
+            110000));
+        QCOMPARE(wrong.load(), 0);
+        QCOMPARE(good.load(), count / 5 * 4 * rounds);
+        QVERIFY(host.isDeserted());
+    }
+
+    void whoeverEndsIt_data()
+    {
+        Table<QString> row("by");
+        for (const char *by : {"close", "reset", "quit", "reset in output", "close in a command", "no handshake"})
+            row(by, by);
+    }
+
+    void whoeverEndsIt()
+    {
+        QFETCH(QString, by);
+        QVERIFY(host.isDeserted());
+        const int threads = processinfo::threads(), descriptors = processinfo::descriptors();
+        QVERIFY(host.run([&] {
+            if (by == "no handshake") {
+                RawPeer peer(host.port());
+                peer.send("--nt");
+                return;
+            }
+            Client client;
+            if (by == "quit") {
+                client.send("quit\n");
+                client.atEnd();
+            } else if (by == "reset in output") {
+                client.ask("text/fill 1000 20000");
+                client.receive(100000);
+                client.reset();
+            } else if (by == "close in a command") {
+                client.ask("jobs/sleep 200");
+            } else if (by == "reset") {
+                client.reset();
+            }
+        }));
+        QVERIFY(host.isDeserted());
+        QTRY_VERIFY(processinfo::descriptors() <= descriptors);
+        if (!sanitized)
+            QTRY_VERIFY(processinfo::threads() <= threads);
+    }
+
+    void slowReader()
+    {
+        // One does not read what would be 100 MB; the other is served meanwhile, and memory stays within the bound.
+        QVERIFY(host.isDeserted());
+        const int before = processinfo::resident();
+        int grown = 0, served = 0;
+        QVERIFY(host.run([&] {
+            Client slow(4096), quick;
+            slow.ask("text/fill#big 10000 10000");
+            for (int i = 0; i < 50; ++i) {
+                quick.ask("text/ping");
+                served += quick.answer().value == "pong";
+                QThread::msleep(10);
+            }
+            grown = processinfo::resident() - before;
+            slow.reset();
+        }));
+        QCOMPARE(served, 50);
+        if (!sanitized)
+            QVERIFY2(grown < 16 * 1024, qPrintable(QString::number(grown)));
+        QVERIFY(host.isDeserted());
+    }
+
+    void longLines()
+    {
+        host.server.setLineLimit(100000);
+        QByteArrayList got;
+        QVERIFY(host.run([&] {
+            Client client;
+            client.ask("text/echo#fits " + QByteArray(90000, 'y'));
+            QByteArray printed;
+            const QByteArray key = client.answer(&printed).key;
+            got += key + QByteArray::number(printed.size());
+            client.ask("text/echo#long " + QByteArray(300000, 'y'));
+            const Packet packet = client.answer();
+            got += packet.state + packet.text;
+            client.ask("text/echo#after x");
+            got += client.answer().key;
+        }));
+        host.server.setLineLimit(0);
+        QCOMPARE(got.value(0), QByteArray("text/echo#fits90002"));
+        QCOMPARE(got.value(1), QByteArray("EXECUTE_ERRORError : input is longer than 100000 bytes\r\n"));
+        QCOMPARE(got.value(2), QByteArray("text/echo#after"));
+    }
+
+    void randomBytes()
+    {
+        // ZEL_RANDOM_MB=100 for the long run. "sys" cannot come up by chance: each line is too short for a program's
+        // name.
+        const int megabytes = qEnvironmentVariableIntValue("ZEL_RANDOM_MB");
+        const int total = megabytes ? megabytes << 20 : sanitized ? 1 << 18 : 1 << 21;
+        host.server.setLineLimit(4096);
+        int before = 0, alive = 0;
+        QVERIFY(host.run(
+            [&] {
+                QRandomGenerator random(20);
+                for (int sent = 0, round = 0; sent < total; ++round) {
+                    QByteArray bytes(65536, Qt::Uninitialized);
+                    for (char &byte : bytes)
+                        byte = char(random.generate());
+                    sent += bytes.size();
+                    RawPeer peer(host.port());
+                    // As handshake, as a person's lines, as a program's lines, and in the middle of a tagged line.
+                    peer.send(round % 4 == 0 ? "" : round % 4 == 1 ? "\n" : "--nt\n");
+                    if (round % 4 == 3)
+                        peer.send("text/echo \xff" + tag.trimmed() + '"');
+                    std::thread reader([&] { peer.receiveAll(); });
+                    peer.send(bytes);
+                    peer.shutdownWriting();
+                    reader.join();
+                    if (round == 20)
+                        before = processinfo::resident();
+                    if (round % 50 == 0) {
+                        Client client;
+                        client.ask("text/ping");
+                        alive += client.answer().value != "pong";
+                    }
+                }
+            },
+            110000 + total / 1024));
+        host.server.setLineLimit(0);
+        QCOMPARE(alive, 0);
+        QVERIFY(host.isDeserted());
+        if (!sanitized)
+            QVERIFY2(processinfo::resident() < before + 8 * 1024,
+                qPrintable(QStringLiteral("%1 -> %2 kB").arg(before).arg(processinfo::resident())));
+    }
+
+    void leavesNothingBehind()
+    {
+        const auto cycles = [&](int count) {
+            int answered = 0;
+            host.run([&] {
+                for (int i = 0; i < count; ++i) {
+                    Client client;
+                    client.ask("text/ping");
+                    answered += client.answer().value == "pong";
+                }
+            });
+            return host.isDeserted() ? answered : -1;
+        };
+        const int count = sanitized ? 50 : 300;
+        QCOMPARE(cycles(count), count);
+        const int threads = processinfo::threads(), descriptors = processinfo::descriptors();
+        const int resident = processinfo::resident();
+        QCOMPARE(cycles(3 * count), 3 * count);
+        QTRY_VERIFY(processinfo::descriptors() <= descriptors);
+        if (!sanitized) {
+            QTRY_VERIFY(processinfo::threads() <= threads);
+            QVERIFY2(processinfo::resident() < resident + resident / 20,
+                qPrintable(QStringLiteral("%1 -> %2 kB").arg(resident).arg(processinfo::resident())));
+        }
+    }
 
 private:
     RemoteHost &host = RemoteHost::instance();
 };
-
-void tst_RemoteShells::initTestCase()
-{
-    // Faults and statements log a lot.
-    disable_error_dump();
-    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
-        if (type != QtDebugMsg)
-            fprintf(stderr, "%s\n", qPrintable(text));
-    });
-}
-
-void tst_RemoteShells::oneCompletingPacket_data()
-{
-    QTest::addColumn<QByteArray>("statement");
-    QTest::addColumn<QByteArray>("key");
-    QTest::addColumn<QByteArray>("state");
-    QTest::addColumn<QByteArray>("printed");
-    QTest::addColumn<QByteArray>("value");
-    const auto row = [](const char *statement, const char *key, const char *state, const QByteArray &printed = {},
-                         const QByteArray &value = {}) {
-        QTest::newRow(statement) << QByteArray(statement) << QByteArray(key) << QByteArray(state) << printed << value;
-    };
-    row("text/ping#1", "text/ping#1", "EXECUTE_RESULT", "", "pong");
-    row("/text/echo#1 a  b", "/text/echo#1", "EXECUTE_COMPLETE", "a b\r\n");
-    row("jobs/count 2", "jobs/count", "EXECUTE_RESULT", "1\r\n2\r\n", "2");
-    row("cd#7 text", "cd#7", "EXECUTE_COMPLETE");
-    row("cd nowhere", "cd", "EXECUTE_ERROR");
-    row("terminal yes", "terminal", "EXECUTE_COMPLETE");
-    row("sys echo hi", "sys", "EXECUTE_COMPLETE", "hi\n\n");
-    row("42", "42", "EXECUTE_RESULT", "", "42");
-    row("$a = text/ping", "text/ping", "EXECUTE_RESULT", "", "pong");
-    row("$b = some text", "some", "EXECUTE_COMPLETE");
-    row("$unset", "$unset", "EXECUTE_RESULT");
-    row("ls", "ls", "EXECUTE_NOTFOUND");
-    row("text", "text", "EXECUTE_NOTFOUND");
-    row("foo#3", "foo#3", "EXECUTE_NOTFOUND");
-    row("fault/assert#4", "fault/assert#4", "EXECUTE_ERROR");
-    row("fault/throw", "fault/throw", "EXECUTE_ERROR");
-    row("fault/segv", "fault/segv", "EXECUTE_ERROR");
-    row("text/ping &", "text/ping", "EXECUTE_RESULT", "", "pong");
-    row("quit", "quit", "ZEL_SHELL_DISCONNECT");
-}
-
-void tst_RemoteShells::oneCompletingPacket()
-{
-    QFETCH(QByteArray, statement);
-    Packet packet, next;
-    QByteArray printed;
-    QVERIFY(host.run([&] {
-        Client client;
-        if (statement.endsWith('&'))
-            client.send(QByteArray(statement).replace(statement.size() - 1, 1, tag).trimmed() + " &\n");
-        else
-            client.ask(statement);
-        packet = client.answer(&printed);
-        client.ask("text/echo#next");
-        next = client.next(packet.state == "ZEL_SHELL_DISCONNECT" ? 500 : 20000);
-    }));
-    QTEST(packet.key, "key");
-    QTEST(packet.state, "state");
-    QTEST(printed, "printed");
-    if (statement != "$unset")
-        QTEST(packet.value, "value");
-    QCOMPARE(next.key, statement == "quit" ? QByteArray() : QByteArray("text/echo#next"));
-}
-
-void tst_RemoteShells::lockedAndInBackground()
-{
-    QByteArrayList states;
-    QVERIFY(host.run([&] {
-        Client one, other;
-        one.ask("jobs/alone#1 300");
-        QThread::msleep(100);
-        other.ask("jobs/alone#2 1");
-        states += other.answer().state;
-        states += one.answer().state;
-        // The foreground does not wait for the background.
-        one.send("jobs/sleep#slow 300" + tag.trimmed().prepend(' ') + " &;text/echo#quick x" + tag);
-        QByteArray printed;
-        states += one.answer(&printed).key;
-        states += one.answer().key;
-    }));
-    QCOMPARE(states, QByteArrayList({"EXECUTE_RUNNINGLOCK", "EXECUTE_COMPLETE", "text/echo#quick", "jobs/sleep#slow"}));
-}
-
-void tst_RemoteShells::manyAtOnce()
-{
-    // A fifth crashes all the time, a fifth vanishes; the rest must not notice.
-    const int count = sanitized ? 40 : 200, rounds = sanitized ? 5 : 10;
-    std::atomic<int> good{0}, wrong{0};
-    QVERIFY(host.run(
-        [&] {
-            std::vector<std::unique_ptr<Client>> clients;
-            for (int i = 0; i < count; ++i)
-                clients.emplace_back(new Client);
-            for (int i = 0; i < count; ++i) {
-                for (int n = 0; n < rounds; ++n) {
-                    if (i % 5 == 0)
-                        clients[i]->ask("fault/segv#" + QByteArray::number(n));
-                    else
-                        clients[i]->ask("jobs/count#" + QByteArray::number(n) + ' ' + QByteArray::number(n));
-                }
-                if (i % 5 == 1)
-                    clients[i]->reset();
-            }
-            for (int i = 0; i < count; ++i) {
-                for (int n = 0; n < rounds && i % 5 != 1; ++n) {
-                    QByteArray printed, expected;
-                    const Packet packet = clients[i]->answer(&printed);
-                    for (int k = 1; k <= n && i % 5; ++k)
-                        expected += QByteArray::number(k) + "\r\n";
-                    const bool right = packet.key.endsWith('#' + QByteArray::number(n)) && printed == expected
-                        && packet.state == (i % 5 ? "EXECUTE_RESULT" : "EXECUTE_ERROR");
-                    ++(right ? good : wrong);
-                }
-            }
-        },
-        110000));
-    QCOMPARE(wrong.load(), 0);
-    QCOMPARE(good.load(), count / 5 * 4 * rounds);
-    QVERIFY(host.isDeserted());
-}
-
-void tst_RemoteShells::whoeverEndsIt_data()
-{
-    QTest::addColumn<QString>("by");
-    for (const char *by : {"close", "reset", "quit", "reset in output", "close in a command", "no handshake"})
-        QTest::newRow(by) << by;
-}
-
-void tst_RemoteShells::whoeverEndsIt()
-{
-    QFETCH(QString, by);
-    QVERIFY(host.isDeserted());
-    const int threads = processinfo::threads(), descriptors = processinfo::descriptors();
-    QVERIFY(host.run([&] {
-        if (by == "no handshake") {
-            RawPeer peer(host.port());
-            peer.send("--nt");
-            return;
-        }
-        Client client;
-        if (by == "quit") {
-            client.send("quit\n");
-            client.atEnd();
-        } else if (by == "reset in output") {
-            client.ask("text/fill 1000 20000");
-            client.receive(100000);
-            client.reset();
-        } else if (by == "close in a command") {
-            client.ask("jobs/sleep 200");
-        } else if (by == "reset") {
-            client.reset();
-        }
-    }));
-    QVERIFY(host.isDeserted());
-    QTRY_VERIFY(processinfo::descriptors() <= descriptors);
-    if (!sanitized)
-        QTRY_VERIFY(processinfo::threads() <= threads);
-}
-
-void tst_RemoteShells::slowReader()
-{
-    // One does not read what would be 100 MB; the other is served meanwhile, and memory stays within the bound.
-    QVERIFY(host.isDeserted());
-    const int before = processinfo::resident();
-    int grown = 0, served = 0;
-    QVERIFY(host.run([&] {
-        Client slow(4096), quick;
-        slow.ask("text/fill#big 10000 10000");
-        for (int i = 0; i < 50; ++i) {
-            quick.ask("text/ping");
-            served += quick.answer().value == "pong";
-            QThread::msleep(10);
-        }
-        grown = processinfo::resident() - before;
-        slow.reset();
-    }));
-    QCOMPARE(served, 50);
-    if (!sanitized)
-        QVERIFY2(grown < 16 * 1024, qPrintable(QString::number(grown)));
-    QVERIFY(host.isDeserted());
-}
-
-void tst_RemoteShells::longLines()
-{
-    host.server.setLineLimit(100000);
-    QByteArrayList got;
-    QVERIFY(host.run([&] {
-        Client client;
-        client.ask("text/echo#fits " + QByteArray(90000, 'y'));
-        QByteArray printed;
-        const QByteArray key = client.answer(&printed).key;
-        got += key + QByteArray::number(printed.size());
-        client.ask("text/echo#long " + QByteArray(300000, 'y'));
-        const Packet packet = client.answer();
-        got += packet.state + packet.text;
-        client.ask("text/echo#after x");
-        got += client.answer().key;
-    }));
-    host.server.setLineLimit(0);
-    QCOMPARE(got.value(0), QByteArray("text/echo#fits90002"));
-    QCOMPARE(got.value(1), QByteArray("EXECUTE_ERRORError : input is longer than 100000 bytes\r\n"));
-    QCOMPARE(got.value(2), QByteArray("text/echo#after"));
-}
-
-void tst_RemoteShells::randomBytes()
-{
-    // ZEL_RANDOM_MB=100 for the long run. "sys" cannot come up by chance: each line is too short for a program's name.
-    const int megabytes = qEnvironmentVariableIntValue("ZEL_RANDOM_MB");
-    const int total = megabytes ? megabytes << 20 : sanitized ? 1 << 18 : 1 << 21;
-    host.server.setLineLimit(4096);
-    int before = 0, alive = 0;
-    QVERIFY(host.run(
-        [&] {
-            QRandomGenerator random(20);
-            for (int sent = 0, round = 0; sent < total; ++round) {
-                QByteArray bytes(65536, Qt::Uninitialized);
-                for (char &byte : bytes)
-                    byte = char(random.generate());
-                sent += bytes.size();
-                RawPeer peer(host.port());
-                // As handshake, as a person's lines, as a program's lines, and in the middle of a tagged line.
-                peer.send(round % 4 == 0 ? "" : round % 4 == 1 ? "\n" : "--nt\n");
-                if (round % 4 == 3)
-                    peer.send("text/echo \xff" + tag.trimmed() + '"');
-                std::thread reader([&] { peer.receiveAll(); });
-                peer.send(bytes);
-                peer.shutdownWriting();
-                reader.join();
-                if (round == 20)
-                    before = processinfo::resident();
-                if (round % 50 == 0) {
-                    Client client;
-                    client.ask("text/ping");
-                    alive += client.answer().value != "pong";
-                }
-            }
-        },
-        110000 + total / 1024));
-    host.server.setLineLimit(0);
-    QCOMPARE(alive, 0);
-    QVERIFY(host.isDeserted());
-    if (!sanitized)
-        QVERIFY2(processinfo::resident() < before + 8 * 1024,
-            qPrintable(QStringLiteral("%1 -> %2 kB").arg(before).arg(processinfo::resident())));
-}
-
-void tst_RemoteShells::leavesNothingBehind()
-{
-    const auto cycles = [&](int count) {
-        int answered = 0;
-        host.run([&] {
-            for (int i = 0; i < count; ++i) {
-                Client client;
-                client.ask("text/ping");
-                answered += client.answer().value == "pong";
-            }
-        });
-        return host.isDeserted() ? answered : -1;
-    };
-    const int count = sanitized ? 50 : 300;
-    QCOMPARE(cycles(count), count);
-    const int threads = processinfo::threads(), descriptors = processinfo::descriptors();
-    const int resident = processinfo::resident();
-    QCOMPARE(cycles(3 * count), 3 * count);
-    QTRY_VERIFY(processinfo::descriptors() <= descriptors);
-    if (!sanitized) {
-        QTRY_VERIFY(processinfo::threads() <= threads);
-        QVERIFY2(processinfo::resident() < resident + resident / 20,
-            qPrintable(QStringLiteral("%1 -> %2 kB").arg(resident).arg(processinfo::resident())));
-    }
-}
 
 QTEST_GUILESS_MAIN(tst_RemoteShells)
 #include "tst_remoteshells.moc"

@@ -3,6 +3,7 @@
 #include "keys.h"
 #include "ptyhost.h"
 #include "screen.h"
+#include "table.h"
 
 #include <QProcess>
 #include <QTemporaryFile>
@@ -83,267 +84,238 @@ class tst_Terminal : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
-    void transcript();
-    void directories();
-    void faults_data();
-    void faults();
-    void backgroundJob();
-    void keysOnScreen_data();
-    void keysOnScreen();
-    void completion_data();
-    void completion();
-    void ends_data();
-    void ends();
-    void signalsRestoreTheTerminal_data();
-    void signalsRestoreTheTerminal();
-    void hangUpInTheMiddleOfOutput();
-    void inputThatIsNoTerminal_data();
-    void inputThatIsNoTerminal();
-    void badInput();
+    void initTestCase()
+    {
+        // Abandoned commands do not run their destructors.
+        qputenv("ASAN_OPTIONS", qgetenv("ASAN_OPTIONS") + ":detect_leaks=0");
+    }
+
+    void transcript()
+    {
+        PlainHost host;
+        QVERIFY(host.ready);
+        QCOMPARE(host.answer("text/echo \"a b\" c"), QByteArray("\"a b\" c\r\n"));
+        QCOMPARE(host.answer("foo"), error("foo"));
+        QCOMPARE(host.answer("fault/assert"),
+            QByteArray("EXECUTE_ERROR :ASSERT failure fault: \"provoked\", file host, line 7\r\n"));
+        QCOMPARE(host.answer("$a = 5"), QByteArray("5\n"));
+        QCOMPARE(host.answer("$a"), QByteArray("5\r\n"));
+        QCOMPARE(host.answer("$b"), QByteArray("NULL\r\n"));
+        QCOMPARE(host.answer("text/echo \"v=$a\""), QByteArray("\"v=5\"\r\n"));
+        QCOMPARE(host.answer("text/ping"), QByteArray("pong\r\n"));
+        QCOMPARE(host.answer("a;b;;c"), error("a") + error("b") + error("c"));
+        QCOMPARE(host.answer(""), QByteArray());
+        QCOMPARE(host.answer("sys echo hi"), QByteArray("hi\n\n"));
+        QVERIFY(host.answer("sys ls /").contains("usr\n"));
+    }
+
+    void directories()
+    {
+        PlainHost host;
+        QVERIFY(host.ready);
+        QCOMPARE(
+            host.answer("ls"), QByteArray("fault      jobs       log        network    storage    system     text\n"));
+        QCOMPARE(host.answer("cd nowhere"), QByteArray("-Shell: cd: nowhere: No such file or directory\n"));
+        QCOMPARE(host.answer("cd text/", prompt("/Main/text")), QByteArray());
+        QCOMPARE(host.answer("ls", prompt("/Main/text")), QByteArray("\033[33mecho\033[0m    \033[33mping\033[0m\n"));
+        QCOMPARE(host.answer("ping", prompt("/Main/text")), QByteArray("pong\r\n"));
+        QCOMPARE(host.answer("/Main/text/ping", prompt("/Main/text")), QByteArray("pong\r\n"));
+        QCOMPARE(host.answer("cd ..;cd ..", prompt("")), QByteArray());
+        QCOMPARE(host.answer("ls", prompt("")), QByteArray("Main\n"));
+        QCOMPARE(host.answer("ping", prompt("")), error("ping"));
+        QCOMPARE(host.answer("cd", prompt()), QByteArray());
+    }
+
+    void faults_data()
+    {
+        Table<QByteArray, QByteArray> row("line", "said");
+        row("null write", "fault/segv", "Segmentation fault");
+        row("stack overflow", "fault/overflow", "Segmentation fault");
+        row("runtime_error", "fault/throw", "Aborted (core dumped)");
+    }
+
+    /// Whatever a command did, the prompt is back and everything works.
+    void faults()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(QByteArray, said);
+        PlainHost host;
+        QVERIFY(host.ready);
+        for (int i = 0; i < 2; ++i) {
+            const QByteArray answer = host.answer(line);
+            QVERIFY2(answer.contains("EXECUTE_ERROR :") && answer.contains(said), answer);
+            QVERIFY(host.isRaw());
+            QCOMPARE(host.answer("text/echo on"), QByteArray("on\r\n"));
+        }
+        host.type(keys("draft<up><up><down><bs>k<nl>"));
+        QVERIFY(host.waitFor("\nok\r\n" + prompt()));
+        host.type("quit\n");
+        QVERIFY(host.waitForEnd());
+        QCOMPARE(host.status(), 0);
+        QVERIFY(host.isRestored());
+    }
+
+    void backgroundJob()
+    {
+        PlainHost host;
+        QVERIFY(host.ready);
+        host.type("jobs/sleep 60000 &\n");
+        QVERIFY(host.waitFor("&\n" + prompt()));
+        host.takeAll();
+        QCOMPARE(host.answer("text/ping"), QByteArray("pong\r\n"));
+        host.type("text/echo from a job &\n");
+        QVERIFY(host.waitFor("from a job\r\n"));
+    }
+
+    void keysOnScreen_data()
+    {
+        Table<QByteArray, QString, int> row("typed", "shown", "column");
+        // The history holds "$x = 1" and "$y = 2".
+        row("ab<left>X", "aXb", 2);
+        row("abc<left><bs>", "ac", 1);
+        row("abc<left><del>", "ac", 1);
+        row("abc<left><left><right>Y", "abYc", 3);
+        row("draft<up><up>", "$x = 1", 6);
+        row("draft<up><up><down><down>!", "draft!", 6);
+        row("\u00e4\u00f6<left><bs>o", "o\u00f6", 1);
+    }
+
+    void keysOnScreen()
+    {
+        QFETCH(QByteArray, typed);
+        QFETCH(QString, shown);
+        QFETCH(int, column);
+        ScreenHost host(80);
+        host.type("$x = 1\n$y = 2\n");
+        QVERIFY(
+            host.shows([&] { return host.screen.row(3) == "2" && host.screen.cursor() == QPoint(typedAt.size(), 4); }));
+        host.type(keys(typed));
+        QVERIFY2(host.shows([&] {
+            return host.screen.row(4) == typedAt + shown && host.screen.cursor().x() == typedAt.size() + column;
+        }),
+            qPrintable(host.screen.rows().join('\n')));
+    }
+
+    void completion_data()
+    {
+        Table<int, QByteArray, QStringList> row("columns", "typed", "rows");
+        row("one", 80, "te<tab>e<tab>!", QStringList(typedAt + "text/echo!"));
+        row("several", 80, "fault/<tab>!",
+            {typedAt + "fault/", "assert      hang        overflow    segv        throw", typedAt + "fault/!"});
+        row("in common", 80, "/s<tab>!", {typedAt + "/s", "storage    system", typedAt + "/s!"});
+        row("narrow", 20, "fault/<tab>!",
+            {"ZELShell@ZEL:~/Main", "$ fault/", "assert", "hang", "overflow", "segv", "throw", "ZELShell@ZEL:~/Main",
+                "$ fault/!"});
+        row("none", 80, "nowhere/<tab>!", QStringList(typedAt + "nowhere/!"));
+    }
+
+    void completion()
+    {
+        QFETCH(int, columns);
+        QFETCH(QByteArray, typed);
+        QFETCH(QStringList, rows);
+        ScreenHost host(columns);
+        host.type(keys(typed));
+        QVERIFY2(host.shows([&] { return host.screen.rows() == rows; }), qPrintable(host.screen.rows().join('\n')));
+    }
+
+    void ends_data()
+    {
+        Table<QByteArray, int> row("line", "status");
+        row("quit", "quit\n", 0);
+        row("exit", "exit\n", 0);
+        row("restart", "reinit\n", 184);
+    }
+
+    void ends()
+    {
+        QFETCH(QByteArray, line);
+        PlainHost host;
+        QVERIFY(host.ready);
+        host.type(line);
+        QVERIFY(host.waitForEnd());
+        QTEST(host.status(), "status");
+        QVERIFY(host.isRestored());
+    }
+
+    void signalsRestoreTheTerminal_data()
+    {
+        Table<int> row("signal");
+        row("SIGTERM", SIGTERM);
+        row("SIGHUP", SIGHUP);
+        row("a crash of the host itself", SIGSEGV);
+    }
+
+    void signalsRestoreTheTerminal()
+    {
+        QFETCH(int, signal);
+        PlainHost host;
+        QVERIFY(host.ready);
+        QCOMPARE(kill(host.pid(), signal), 0);
+        QVERIFY(host.waitForEnd());
+        QCOMPARE(host.status(), -signal);
+        QVERIFY(host.isRestored());
+    }
+
+    /// Nobody reads, the terminal is full, and then it is gone.
+    void hangUpInTheMiddleOfOutput()
+    {
+        PlainHost host;
+        QVERIFY(host.ready);
+        host.type("jobs/count 2000000\n");
+        QVERIFY(host.waitForSize(4000));
+        host.hangUp();
+        QVERIFY(host.waitForEnd());
+    }
+
+    void inputThatIsNoTerminal_data()
+    {
+        Table<QByteArray, int> row("input", "status");
+        row("nothing", "", 0);
+        row("a line", "text/ping\n", 0);
+        row("an unfinished line", "exit", 0);
+        row("restart", "text/ping\nreinit\n", 184);
+        row("bytes", QByteArray("\0\377\033[\t\177\n", 7), 0);
+    }
+
+    void inputThatIsNoTerminal()
+    {
+        QFETCH(QByteArray, input);
+        QTemporaryFile file;
+        QVERIFY(file.open() && file.write(input) == input.size() && file.flush());
+        const QString command = hostCommand().join(' ');
+        for (const QString way : {"exec %1 <%2", "cat %2 | %1", "exec %1 <%2 >&- 2>&-"}) {
+            QProcess shell;
+            shell.start("/bin/sh", {"-c", way.arg(command, file.fileName())});
+            QVERIFY(shell.waitForFinished(PtyHost::patience));
+            QCOMPARE(shell.exitStatus(), QProcess::NormalExit);
+            QTEST(shell.exitCode(), "status");
+        }
+    }
+
+    void badInput()
+    {
+        PlainHost host;
+        QVERIFY(host.ready);
+        QByteArray noise;
+        for (int value = 0; value < 256; ++value)
+            if (value != '\n' && value != '\r' && value != 27)
+                noise += char(value);
+        host.type(noise + "\n");
+        QVERIFY(host.waitFor(prompt()));
+        host.takeAll();
+        QCOMPARE(host.answer("text/ping"), QByteArray("pong\r\n"));
+
+        host.type("text/echo " + QByteArray(200000, '(') + "\n");
+        QVERIFY(host.waitFor("\r\n" + prompt()));
+        host.takeAll();
+        const QByteArray megabyte(1 << 20, 'm');
+        host.type("text/echo " + megabyte + "\n");
+        QVERIFY(host.waitFor("\n" + megabyte + "\r\n" + prompt()));
+        host.takeAll();
+        QCOMPARE(host.answer("text/ping"), QByteArray("pong\r\n"));
+    }
 };
-
-void tst_Terminal::initTestCase()
-{
-    // Abandoned commands do not run their destructors.
-    qputenv("ASAN_OPTIONS", qgetenv("ASAN_OPTIONS") + ":detect_leaks=0");
-}
-
-void tst_Terminal::transcript()
-{
-    PlainHost host;
-    QVERIFY(host.ready);
-    QCOMPARE(host.answer("text/echo \"a b\" c"), QByteArray("\"a b\" c\r\n"));
-    QCOMPARE(host.answer("foo"), error("foo"));
-    QCOMPARE(host.answer("fault/assert"),
-        QByteArray("EXECUTE_ERROR :ASSERT failure fault: \"provoked\", file host, line 7\r\n"));
-    QCOMPARE(host.answer("$a = 5"), QByteArray("5\n"));
-    QCOMPARE(host.answer("$a"), QByteArray("5\r\n"));
-    QCOMPARE(host.answer("$b"), QByteArray("NULL\r\n"));
-    QCOMPARE(host.answer("text/echo \"v=$a\""), QByteArray("\"v=5\"\r\n"));
-    QCOMPARE(host.answer("text/ping"), QByteArray("pong\r\n"));
-    QCOMPARE(host.answer("a;b;;c"), error("a") + error("b") + error("c"));
-    QCOMPARE(host.answer(""), QByteArray());
-    QCOMPARE(host.answer("sys echo hi"), QByteArray("hi\n\n"));
-    QVERIFY(host.answer("sys ls /").contains("usr\n"));
-}
-
-void tst_Terminal::directories()
-{
-    PlainHost host;
-    QVERIFY(host.ready);
-    QCOMPARE(host.answer("ls"), QByteArray("fault      jobs       log        network    storage    system     text\n"));
-    QCOMPARE(host.answer("cd nowhere"), QByteArray("-Shell: cd: nowhere: No such file or directory\n"));
-    QCOMPARE(host.answer("cd text/", prompt("/Main/text")), QByteArray());
-    QCOMPARE(host.answer("ls", prompt("/Main/text")), QByteArray("\033[33mecho\033[0m    \033[33mping\033[0m\n"));
-    QCOMPARE(host.answer("ping", prompt("/Main/text")), QByteArray("pong\r\n"));
-    QCOMPARE(host.answer("/Main/text/ping", prompt("/Main/text")), QByteArray("pong\r\n"));
-    QCOMPARE(host.answer("cd ..;cd ..", prompt("")), QByteArray());
-    QCOMPARE(host.answer("ls", prompt("")), QByteArray("Main\n"));
-    QCOMPARE(host.answer("ping", prompt("")), error("ping"));
-    QCOMPARE(host.answer("cd", prompt()), QByteArray());
-}
-
-void tst_Terminal::faults_data()
-{
-    QTest::addColumn<QByteArray>("line");
-    QTest::addColumn<QByteArray>("said");
-    QTest::newRow("null write") << QByteArray("fault/segv") << QByteArray("Segmentation fault");
-    QTest::newRow("stack overflow") << QByteArray("fault/overflow") << QByteArray("Segmentation fault");
-    QTest::newRow("runtime_error") << QByteArray("fault/throw") << QByteArray("Aborted (core dumped)");
-}
-
-/// Whatever a command did, the prompt is back and everything works.
-void tst_Terminal::faults()
-{
-    QFETCH(QByteArray, line);
-    QFETCH(QByteArray, said);
-    PlainHost host;
-    QVERIFY(host.ready);
-    for (int i = 0; i < 2; ++i) {
-        const QByteArray answer = host.answer(line);
-        QVERIFY2(answer.contains("EXECUTE_ERROR :") && answer.contains(said), answer);
-        QVERIFY(host.isRaw());
-        QCOMPARE(host.answer("text/echo on"), QByteArray("on\r\n"));
-    }
-    host.type(keys("draft<up><up><down><bs>k<nl>"));
-    QVERIFY(host.waitFor("\nok\r\n" + prompt()));
-    host.type("quit\n");
-    QVERIFY(host.waitForEnd());
-    QCOMPARE(host.status(), 0);
-    QVERIFY(host.isRestored());
-}
-
-void tst_Terminal::backgroundJob()
-{
-    PlainHost host;
-    QVERIFY(host.ready);
-    host.type("jobs/sleep 60000 &\n");
-    QVERIFY(host.waitFor("&\n" + prompt()));
-    host.takeAll();
-    QCOMPARE(host.answer("text/ping"), QByteArray("pong\r\n"));
-    host.type("text/echo from a job &\n");
-    QVERIFY(host.waitFor("from a job\r\n"));
-}
-
-void tst_Terminal::keysOnScreen_data()
-{
-    QTest::addColumn<QByteArray>("typed");
-    QTest::addColumn<QString>("shown");
-    QTest::addColumn<int>("column");
-
-    // The history holds "$x = 1" and "$y = 2".
-    const auto row = [](const char *typed, const char *shown, int column) {
-        QTest::newRow(typed) << QByteArray(typed) << typedAt + shown << typedAt.size() + column;
-    };
-    row("ab<left>X", "aXb", 2);
-    row("abc<left><bs>", "ac", 1);
-    row("abc<left><del>", "ac", 1);
-    row("abc<left><left><right>Y", "abYc", 3);
-    row("draft<up><up>", "$x = 1", 6);
-    row("draft<up><up><down><down>!", "draft!", 6);
-    row("\u00e4\u00f6<left><bs>o", "o\u00f6", 1);
-}
-
-void tst_Terminal::keysOnScreen()
-{
-    QFETCH(QByteArray, typed);
-    QFETCH(QString, shown);
-    QFETCH(int, column);
-    ScreenHost host(80);
-    host.type("$x = 1\n$y = 2\n");
-    QVERIFY(host.shows([&] { return host.screen.row(3) == "2" && host.screen.cursor() == QPoint(typedAt.size(), 4); }));
-    host.type(keys(typed));
-    QVERIFY2(host.shows([&] { return host.screen.row(4) == shown && host.screen.cursor().x() == column; }),
-        qPrintable(host.screen.rows().join('\n')));
-}
-
-void tst_Terminal::completion_data()
-{
-    QTest::addColumn<int>("columns");
-    QTest::addColumn<QByteArray>("typed");
-    QTest::addColumn<QStringList>("rows");
-
-    QTest::newRow("one") << 80 << QByteArray("te<tab>e<tab>!") << QStringList(typedAt + "text/echo!");
-    QTest::newRow("several") << 80 << QByteArray("fault/<tab>!")
-                             << QStringList({typedAt + "fault/",
-                                    "assert      hang        overflow    segv        throw", typedAt + "fault/!"});
-    QTest::newRow("in common") << 80 << QByteArray("/s<tab>!")
-                               << QStringList({typedAt + "/s", "storage    system", typedAt + "/s!"});
-    QTest::newRow("narrow") << 20 << QByteArray("fault/<tab>!")
-                            << QStringList({"ZELShell@ZEL:~/Main", "$ fault/", "assert", "hang", "overflow", "segv",
-                                   "throw", "ZELShell@ZEL:~/Main", "$ fault/!"});
-    QTest::newRow("none") << 80 << QByteArray("nowhere/<tab>!") << QStringList(typedAt + "nowhere/!");
-}
-
-void tst_Terminal::completion()
-{
-    QFETCH(int, columns);
-    QFETCH(QByteArray, typed);
-    QFETCH(QStringList, rows);
-    ScreenHost host(columns);
-    host.type(keys(typed));
-    QVERIFY2(host.shows([&] { return host.screen.rows() == rows; }), qPrintable(host.screen.rows().join('\n')));
-}
-
-void tst_Terminal::ends_data()
-{
-    QTest::addColumn<QByteArray>("line");
-    QTest::addColumn<int>("status");
-    QTest::newRow("quit") << QByteArray("quit\n") << 0;
-    QTest::newRow("exit") << QByteArray("exit\n") << 0;
-    QTest::newRow("restart") << QByteArray("reinit\n") << 184;
-}
-
-void tst_Terminal::ends()
-{
-    QFETCH(QByteArray, line);
-    PlainHost host;
-    QVERIFY(host.ready);
-    host.type(line);
-    QVERIFY(host.waitForEnd());
-    QTEST(host.status(), "status");
-    QVERIFY(host.isRestored());
-}
-
-void tst_Terminal::signalsRestoreTheTerminal_data()
-{
-    QTest::addColumn<int>("signal");
-    QTest::newRow("SIGTERM") << SIGTERM;
-    QTest::newRow("SIGHUP") << SIGHUP;
-    QTest::newRow("a crash of the host itself") << SIGSEGV;
-}
-
-void tst_Terminal::signalsRestoreTheTerminal()
-{
-    QFETCH(int, signal);
-    PlainHost host;
-    QVERIFY(host.ready);
-    QCOMPARE(kill(host.pid(), signal), 0);
-    QVERIFY(host.waitForEnd());
-    QCOMPARE(host.status(), -signal);
-    QVERIFY(host.isRestored());
-}
-
-/// Nobody reads, the terminal is full, and then it is gone.
-void tst_Terminal::hangUpInTheMiddleOfOutput()
-{
-    PlainHost host;
-    QVERIFY(host.ready);
-    host.type("jobs/count 2000000\n");
-    QVERIFY(host.waitForSize(4000));
-    host.hangUp();
-    QVERIFY(host.waitForEnd());
-}
-
-void tst_Terminal::inputThatIsNoTerminal_data()
-{
-    QTest::addColumn<QByteArray>("input");
-    QTest::addColumn<int>("status");
-    QTest::newRow("nothing") << QByteArray() << 0;
-    QTest::newRow("a line") << QByteArray("text/ping\n") << 0;
-    QTest::newRow("an unfinished line") << QByteArray("exit") << 0;
-    QTest::newRow("restart") << QByteArray("text/ping\nreinit\n") << 184;
-    QTest::newRow("bytes") << QByteArray("\0\377\033[\t\177\n", 7) << 0;
-}
-
-void tst_Terminal::inputThatIsNoTerminal()
-{
-    QFETCH(QByteArray, input);
-    QTemporaryFile file;
-    QVERIFY(file.open() && file.write(input) == input.size() && file.flush());
-    const QString command = hostCommand().join(' ');
-    for (const QString way : {"exec %1 <%2", "cat %2 | %1", "exec %1 <%2 >&- 2>&-"}) {
-        QProcess shell;
-        shell.start("/bin/sh", {"-c", way.arg(command, file.fileName())});
-        QVERIFY(shell.waitForFinished(PtyHost::patience));
-        QCOMPARE(shell.exitStatus(), QProcess::NormalExit);
-        QTEST(shell.exitCode(), "status");
-    }
-}
-
-void tst_Terminal::badInput()
-{
-    PlainHost host;
-    QVERIFY(host.ready);
-    QByteArray noise;
-    for (int value = 0; value < 256; ++value)
-        if (value != '\n' && value != '\r' && value != 27)
-            noise += char(value);
-    host.type(noise + "\n");
-    QVERIFY(host.waitFor(prompt()));
-    host.takeAll();
-    QCOMPARE(host.answer("text/ping"), QByteArray("pong\r\n"));
-
-    host.type("text/echo " + QByteArray(200000, '(') + "\n");
-    QVERIFY(host.waitFor("\r\n" + prompt()));
-    host.takeAll();
-    const QByteArray megabyte(1 << 20, 'm');
-    host.type("text/echo " + megabyte + "\n");
-    QVERIFY(host.waitFor("\n" + megabyte + "\r\n" + prompt()));
-    host.takeAll();
-    QCOMPARE(host.answer("text/ping"), QByteArray("pong\r\n"));
-}
 
 QTEST_GUILESS_MAIN(tst_Terminal)
 #include "tst_terminal.moc"

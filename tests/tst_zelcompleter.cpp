@@ -1,24 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "table.h"
 #include "zelcompleter_p.h"
 
 #include <QHash>
 #include <QtTest>
 
 Q_DECLARE_METATYPE(ZELShellCommandEntry)
-
-class tst_ZELCompleter : public QObject
-{
-    Q_OBJECT
-private Q_SLOTS:
-    void completes_data();
-    void completes();
-    void dispatcherDecidesTheColour();
-    void mainMayBeAnotherDirectory();
-    void readsTrees();
-    void paints_data();
-    void paints();
-    void everyWidthKeepsAllNames();
-};
 
 namespace {
 
@@ -59,155 +46,151 @@ QStringList namesOf(QString listing)
 
 } // namespace
 
-void tst_ZELCompleter::completes_data()
+class tst_ZELCompleter : public QObject
 {
-    QTest::addColumn<QString>("directory");
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<QString>("insertion");
-    QTest::addColumn<QStringList>("listed");
-
-    const auto row
-        = [](const char *directory, const char *line, const char *insertion, const QStringList &listed = {}) {
-              QTest::addRow("%s in %s", line, directory ? directory : "nothing")
-                  << QString(directory) << QString(line) << QString(insertion) << listed;
-          };
-    row("", "reb", "oot");
-    row("", "reboot", "");
-    row("", "d", "emo/");
-    row("", "demo", "/");
-    row("", "re", "", {"reboot", "reinit"});
-    row("", "l", "s", {"ls", "lsusb"});
-    row("", "v", "ersion");
-    row("", "x", "");
-    row("", "cd re", "boot");
-    row("", "cd l", "susb");
-    row("", "cd v", "ersion");
-    row("", "demo/h", "el", {"hello", "help"});
-    row("", "demo/hell", "o");
-    row("", "demo//deep/o", "nly/");
-    row("", "demo/", "", {"deep", "hello", "help"});
-    row("", "demo\\hell", "o");
-    row("", "./demo/hell", "o");
-    row("", "./reb", "oot");
-    row("", "net/", "");
-    row("", "nowhere/h", "");
-    row("", "reboot/h", "");
-    row("demo", "hel", "", {"hello", "help"});
-    row("demo", "/reb", "oot");
-    row("demo", "\\demo\\hell", "o");
-    row("demo", "cd /n", "et/");
-    row("demo", "/demo/hello reb", "oot");
-    row("demo", "/Main/demo/hell", "o");
-    row("demo", "/Main", "");
-    row("demo", "$x = hell", "o");
-    row("demo", "$x = e", "xit");
-    row("demo", "$x=/re", "boot");
-    row("demo", "hello;quit;hell", "o");
-    row("demo", "e", "xit");
-    row("demo", "echo \"hell", "o");
-    row("demo", "echo \"hell\"", "");
-    row("demo", "echo hell,", "");
-    row("demo", "echo h\u00e9ll", "");
-    row("demo", "$x =", "");
-    row("demo", ";", "");
-    row("demo", "deep/\"\u00e4", "");
-    row(nullptr, "M", "ain/");
-    row(nullptr, "q", "uit");
-    row(nullptr, "reb", "");
-    row(nullptr, "Main/reb", "oot");
-    row(nullptr, "cd Main/demo/d", "eep/");
-    row(nullptr, "demo/h", "");
-    row(nullptr, "/reb", "oot");
-}
-
-void tst_ZELCompleter::completes()
-{
-    QFETCH(QString, directory);
-    QFETCH(QString, line);
-    QFETCH(QStringList, listed);
-    const ZELCompletion found = zelComplete(line, scopeIn(directory), 80);
-    QTEST(found.insertion, "insertion");
-    QCOMPARE(namesOf(found.listing), listed);
-}
-
-/// What the dispatcher would find first decides how a name is shown.
-void tst_ZELCompleter::dispatcherDecidesTheColour()
-{
-    const ZELCompletion found = zelComplete("h", scopeIn("demo"), 80);
-    QCOMPARE(found.listing, QString("\033[33mhello\033[0m    \033[33mhelp\033[0m\n"));
-}
-
-void tst_ZELCompleter::mainMayBeAnotherDirectory()
-{
-    ZELCompletionScope scope = scopeIn("");
-    scope.fromRoot = [](const QStringList &pieces) -> std::optional<ZELListing> {
-        if (pieces == QStringList("Main"))
-            return ZELListing{{"inner", Tree::Execute}};
-        return pieces.isEmpty() ? std::make_optional(ZELListing{{"Main", Tree::Directory}}) : std::nullopt;
-    };
-    QCOMPARE(zelComplete("/Main/", scope, 80).insertion, QString("inner"));
-    QCOMPARE(zelComplete("/Main/Main/", scope, 80).insertion, QString());
-}
-
-void tst_ZELCompleter::readsTrees()
-{
-    Tree root("Main", nullptr, nullptr), system("Sys", nullptr, nullptr);
-    auto *demo = new Tree("demo", nullptr, &root);
-    root.insert(demo);
-    demo->insert(new Tree("inner", nullptr, demo));
-    ZELCompletionScope scope = ZELCompletionScope::ofTrees(&root, &root, &system);
-    QCOMPARE(zelComplete("demo/i", scope, 80).insertion, QString("nner/"));
-    QCOMPARE(zelComplete("nowhere/i", scope, 80).insertion, QString());
-    scope = ZELCompletionScope::ofTrees(&root, nullptr, &system);
-    QCOMPARE(zelComplete("M", scope, 80).insertion, QString("ain/"));
-    QCOMPARE(zelComplete("/d", scope, 80).insertion, QString("emo/"));
-}
-
-void tst_ZELCompleter::paints_data()
-{
-    QTest::addColumn<ZELListing>("entries");
-    QTest::addColumn<int>("width");
-    QTest::addColumn<QString>("text");
-
-    const ZELListing three = {{"a", Tree::Directory}, {"bb", Tree::Execute}, {"c", Tree::File}};
-    const QString a = "a", bb = "\033[33mbb\033[0m", c = "\033[34mc\033[0m";
-    QTest::newRow("nothing") << ZELListing() << 80 << "\n";
-    QTest::newRow("one row") << three << 18 << a + "     " + bb + "    " + c + "\n";
-    QTest::newRow("two columns") << three << 17 << a + "     " + bb + "\n" + c + "\n";
-    QTest::newRow("full rows") << three.mid(0, 2) << 12 << a + "     " + bb + "\n";
-    QTest::newRow("too narrow") << three << 3 << a + "\n" + bb + "\n" + c + "\n";
-    QTest::newRow("unknown") << ZELListing(22, {"ab", Tree::Directory}) << 0
-                             << QString("ab    ").repeated(20) + "ab\nab\n";
-    QTest::newRow("negative") << three << -1 << a + "     " + bb + "    " + c + "\n";
-    QTest::newRow("placeholder") << ZELListing{{"%1", Tree::Execute}} << 80 << "\033[33m%1\033[0m\n";
-}
-
-void tst_ZELCompleter::paints()
-{
-    QFETCH(ZELListing, entries);
-    QFETCH(int, width);
-    QTEST(zelPaintColumns(entries, width), "text");
-}
-
-void tst_ZELCompleter::everyWidthKeepsAllNames()
-{
-    ZELListing entries;
-    QStringList names;
-    for (int i = 0; i < 25; ++i) {
-        names += "n" + QString::number(i * i);
-        entries.append({names.last(), i % 2 ? Tree::Execute : Tree::Directory});
+    Q_OBJECT
+private Q_SLOTS:
+    void completes_data()
+    {
+        Table<QString, QString, QString, QStringList> table("directory", "line", "insertion", "listed");
+        const auto row
+            = [&](const char *directory, const char *line, const char *insertion, const QStringList &listed = {}) {
+                  table(line + QByteArray(" in ") + directory, directory, line, insertion, listed);
+              };
+        row("", "reb", "oot");
+        row("", "reboot", "");
+        row("", "d", "emo/");
+        row("", "demo", "/");
+        row("", "re", "", {"reboot", "reinit"});
+        row("", "l", "s", {"ls", "lsusb"});
+        row("", "v", "ersion");
+        row("", "x", "");
+        row("", "cd re", "boot");
+        row("", "cd l", "susb");
+        row("", "cd v", "ersion");
+        row("", "demo/h", "el", {"hello", "help"});
+        row("", "demo/hell", "o");
+        row("", "demo//deep/o", "nly/");
+        row("", "demo/", "", {"deep", "hello", "help"});
+        row("", "demo\\hell", "o");
+        row("", "./demo/hell", "o");
+        row("", "./reb", "oot");
+        row("", "net/", "");
+        row("", "nowhere/h", "");
+        row("", "reboot/h", "");
+        row("demo", "hel", "", {"hello", "help"});
+        row("demo", "/reb", "oot");
+        row("demo", "\\demo\\hell", "o");
+        row("demo", "cd /n", "et/");
+        row("demo", "/demo/hello reb", "oot");
+        row("demo", "/Main/demo/hell", "o");
+        row("demo", "/Main", "");
+        row("demo", "$x = hell", "o");
+        row("demo", "$x = e", "xit");
+        row("demo", "$x=/re", "boot");
+        row("demo", "hello;quit;hell", "o");
+        row("demo", "e", "xit");
+        row("demo", "echo \"hell", "o");
+        row("demo", "echo \"hell\"", "");
+        row("demo", "echo hell,", "");
+        row("demo", "echo h\u00e9ll", "");
+        row("demo", "$x =", "");
+        row("demo", ";", "");
+        row("demo", "deep/\"\u00e4", "");
+        row(nullptr, "M", "ain/");
+        row(nullptr, "q", "uit");
+        row(nullptr, "reb", "");
+        row(nullptr, "Main/reb", "oot");
+        row(nullptr, "cd Main/demo/d", "eep/");
+        row(nullptr, "demo/h", "");
+        row(nullptr, "/reb", "oot");
     }
-    for (int width = 0; width <= 300; ++width) {
-        const QString text = zelPaintColumns(entries, width);
-        QCOMPARE(namesOf(text), names);
-        const QStringList rows = QString(text).remove(QRegularExpression("\033\\[[0-9;]*m")).split('\n');
-        QVERIFY(rows.last().isEmpty());
-        for (const QString &row : rows) {
-            QVERIFY(!row.endsWith(' '));
-            QVERIFY(row.size() <= std::max(width ? width : 128, 4));
+
+    void completes()
+    {
+        QFETCH(QString, directory);
+        QFETCH(QString, line);
+        QFETCH(QStringList, listed);
+        const ZELCompletion found = zelComplete(line, scopeIn(directory), 80);
+        QTEST(found.insertion, "insertion");
+        QCOMPARE(namesOf(found.listing), listed);
+    }
+
+    /// What the dispatcher would find first decides how a name is shown.
+    void dispatcherDecidesTheColour()
+    {
+        const ZELCompletion found = zelComplete("h", scopeIn("demo"), 80);
+        QCOMPARE(found.listing, QString("\033[33mhello\033[0m    \033[33mhelp\033[0m\n"));
+    }
+
+    void mainMayBeAnotherDirectory()
+    {
+        ZELCompletionScope scope = scopeIn("");
+        scope.fromRoot = [](const QStringList &pieces) -> std::optional<ZELListing> {
+            if (pieces == QStringList("Main"))
+                return ZELListing{{"inner", Tree::Execute}};
+            return pieces.isEmpty() ? std::make_optional(ZELListing{{"Main", Tree::Directory}}) : std::nullopt;
+        };
+        QCOMPARE(zelComplete("/Main/", scope, 80).insertion, QString("inner"));
+        QCOMPARE(zelComplete("/Main/Main/", scope, 80).insertion, QString());
+    }
+
+    void readsTrees()
+    {
+        Tree root("Main", nullptr, nullptr), system("Sys", nullptr, nullptr);
+        auto *demo = new Tree("demo", nullptr, &root);
+        root.insert(demo);
+        demo->insert(new Tree("inner", nullptr, demo));
+        ZELCompletionScope scope = ZELCompletionScope::ofTrees(&root, &root, &system);
+        QCOMPARE(zelComplete("demo/i", scope, 80).insertion, QString("nner/"));
+        QCOMPARE(zelComplete("nowhere/i", scope, 80).insertion, QString());
+        scope = ZELCompletionScope::ofTrees(&root, nullptr, &system);
+        QCOMPARE(zelComplete("M", scope, 80).insertion, QString("ain/"));
+        QCOMPARE(zelComplete("/d", scope, 80).insertion, QString("emo/"));
+    }
+
+    void paints_data()
+    {
+        Table<ZELListing, int, QString> row("entries", "width", "text");
+        const ZELListing three = {{"a", Tree::Directory}, {"bb", Tree::Execute}, {"c", Tree::File}};
+        const QString a = "a", bb = "\033[33mbb\033[0m", c = "\033[34mc\033[0m";
+        row("nothing", {}, 80, "\n");
+        row("one row", three, 18, a + "     " + bb + "    " + c + "\n");
+        row("two columns", three, 17, a + "     " + bb + "\n" + c + "\n");
+        row("full rows", three.mid(0, 2), 12, a + "     " + bb + "\n");
+        row("too narrow", three, 3, a + "\n" + bb + "\n" + c + "\n");
+        row("unknown", ZELListing(22, {"ab", Tree::Directory}), 0, QString("ab    ").repeated(20) + "ab\nab\n");
+        row("negative", three, -1, a + "     " + bb + "    " + c + "\n");
+        row("placeholder", {{"%1", Tree::Execute}}, 80, "\033[33m%1\033[0m\n");
+    }
+
+    void paints()
+    {
+        QFETCH(ZELListing, entries);
+        QFETCH(int, width);
+        QTEST(zelPaintColumns(entries, width), "text");
+    }
+
+    void everyWidthKeepsAllNames()
+    {
+        ZELListing entries;
+        QStringList names;
+        for (int i = 0; i < 25; ++i) {
+            names += "n" + QString::number(i * i);
+            entries.append({names.last(), i % 2 ? Tree::Execute : Tree::Directory});
+        }
+        for (int width = 0; width <= 300; ++width) {
+            const QString text = zelPaintColumns(entries, width);
+            QCOMPARE(namesOf(text), names);
+            const QStringList rows = QString(text).remove(QRegularExpression("\033\\[[0-9;]*m")).split('\n');
+            QVERIFY(rows.last().isEmpty());
+            for (const QString &row : rows) {
+                QVERIFY(!row.endsWith(' '));
+                QVERIFY(row.size() <= std::max(width ? width : 128, 4));
+            }
         }
     }
-}
+};
 
 QTEST_APPLESS_MAIN(tst_ZELCompleter)
 #include "tst_zelcompleter.moc"

@@ -15,22 +15,6 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-class tst_ZELEventDispatcher : public QObject
-{
-    Q_OBJECT
-private Q_SLOTS:
-    void timers();
-    void nestedLoops();
-    void zeroTimerStarvesNobody();
-    void noPostIsLost();
-    void quitIsNeverMissed();
-    void notifiersMayDieInHandlers();
-    void invalidSocket();
-    void socketsBothWays();
-    void descriptors();
-    void withoutDescriptors();
-};
-
 namespace {
 
 /// A thread with the dispatcher under test; runs the function in it, with the loop behind.
@@ -87,257 +71,262 @@ int openDescriptors()
 
 } // namespace
 
-void tst_ZELEventDispatcher::timers()
+class tst_ZELEventDispatcher : public QObject
 {
-    QStringList order;
-    int remaining = -2, unknown = 0;
-    QElapsedTimer clock;
-    Thread thread([&] {
-        clock.start();
-        QTimer late, early, repeated, dropped;
-        const auto note = [&](const char *name) { return [&order, name] { order += QLatin1String(name); }; };
-        connect(&late, &QTimer::timeout, note("late"));
-        connect(&early, &QTimer::timeout, note("early"));
-        connect(&dropped, &QTimer::timeout, note("dropped"));
-        connect(&early, &QTimer::timeout, &dropped, &QTimer::stop);
-        int rounds = 0;
-        connect(&repeated, &QTimer::timeout, [&] {
-            if (++rounds == 5)
+    Q_OBJECT
+private Q_SLOTS:
+    void timers()
+    {
+        QStringList order;
+        int remaining = -2, unknown = 0;
+        QElapsedTimer clock;
+        Thread thread([&] {
+            clock.start();
+            QTimer late, early, repeated, dropped;
+            const auto note = [&](const char *name) { return [&order, name] { order += QLatin1String(name); }; };
+            connect(&late, &QTimer::timeout, note("late"));
+            connect(&early, &QTimer::timeout, note("early"));
+            connect(&dropped, &QTimer::timeout, note("dropped"));
+            connect(&early, &QTimer::timeout, &dropped, &QTimer::stop);
+            int rounds = 0;
+            connect(&repeated, &QTimer::timeout, [&] {
+                if (++rounds == 5)
+                    QThread::currentThread()->quit();
+            });
+            late.setSingleShot(true);
+            late.start(70);
+            early.setSingleShot(true);
+            early.start(30);
+            dropped.start(55);
+            repeated.start(30);
+            remaining = late.remainingTime();
+            unknown = QAbstractEventDispatcher::instance()->remainingTime(1 << 20);
+            QEventLoop().exec();
+        });
+        thread.start();
+        QVERIFY(thread.end(5000));
+        QCOMPARE(order, QStringList({"early", "late"}));
+        QVERIFY(remaining > 60 && remaining <= 70);
+        QCOMPARE(unknown, -1);
+        QVERIFY2(clock.elapsed() >= 150, "five rounds of 30 ms");
+    }
+
+    void nestedLoops()
+    {
+        int depth = 0, deepest = 0, others = 0;
+        Thread thread([&] {
+            QTimer outer, inner;
+            outer.setInterval(1);
+            connect(&outer, &QTimer::timeout, [&] {
+                deepest = qMax(deepest, ++depth);
+                QEventLoop loop;
+                QTimer::singleShot(20, &loop, &QEventLoop::quit);
+                loop.exec();
+                --depth;
                 QThread::currentThread()->quit();
+            });
+            connect(&inner, &QTimer::timeout, [&] { others += depth; });
+            inner.start(2);
+            outer.start();
+            QEventLoop().exec();
         });
-        late.setSingleShot(true);
-        late.start(70);
-        early.setSingleShot(true);
-        early.start(30);
-        dropped.start(55);
-        repeated.start(30);
-        remaining = late.remainingTime();
-        unknown = QAbstractEventDispatcher::instance()->remainingTime(1 << 20);
-        QEventLoop().exec();
-    });
-    thread.start();
-    QVERIFY(thread.end(5000));
-    QCOMPARE(order, QStringList({"early", "late"}));
-    QVERIFY(remaining > 60 && remaining <= 70);
-    QCOMPARE(unknown, -1);
-    QVERIFY2(clock.elapsed() >= 150, "five rounds of 30 ms");
-}
-
-void tst_ZELEventDispatcher::nestedLoops()
-{
-    int depth = 0, deepest = 0, others = 0;
-    Thread thread([&] {
-        QTimer outer, inner;
-        outer.setInterval(1);
-        connect(&outer, &QTimer::timeout, [&] {
-            deepest = qMax(deepest, ++depth);
-            QEventLoop loop;
-            QTimer::singleShot(20, &loop, &QEventLoop::quit);
-            loop.exec();
-            --depth;
-            QThread::currentThread()->quit();
-        });
-        connect(&inner, &QTimer::timeout, [&] { others += depth; });
-        inner.start(2);
-        outer.start();
-        QEventLoop().exec();
-    });
-    thread.start();
-    QVERIFY(thread.end(5000));
-    QCOMPARE(deepest, 1);
-    QVERIFY(others > 2);
-}
-
-void tst_ZELEventDispatcher::zeroTimerStarvesNobody()
-{
-    int zero = 0;
-    bool posted = false;
-    Thread thread([&] {
-        QTimer idle, end;
-        connect(&idle, &QTimer::timeout, [&] {
-            if (++zero == 10)
-                post(&end, [&] { posted = true; });
-        });
-        end.setSingleShot(true);
-        connect(&end, &QTimer::timeout, QThread::currentThread(), &QThread::quit, Qt::DirectConnection);
-        idle.start(0);
-        end.start(30);
-        QEventLoop().exec();
-    });
-    thread.start();
-    QVERIFY(thread.end(5000));
-    QVERIFY(zero > 10);
-    QVERIFY(posted);
-}
-
-void tst_ZELEventDispatcher::noPostIsLost()
-{
-#ifdef __SANITIZE_THREAD__
-    QSKIP("Qt hands blocking calls over in code that the race detector does not see");
-#endif
-    std::atomic<int> seen{0};
-    Thread target;
-    QObject receiver;
-    receiver.moveToThread(&target);
-    target.start();
-    const int each = 5000;
-    {
-        std::vector<std::unique_ptr<Thread>> posters;
-        for (int i = 0; i < 4; ++i)
-            posters.emplace_back(new Thread(
-                [&] {
-                    for (int n = 0; n < each; ++n)
-                        if (n % 8)
-                            post(&receiver, [&] { ++seen; });
-                        else
-                            QMetaObject::invokeMethod(
-                                &receiver, [&] { ++seen; }, Qt::BlockingQueuedConnection);
-                },
-                false));
-        for (auto &poster : posters)
-            poster->start();
-        for (auto &poster : posters)
-            QVERIFY(poster->end(60000));
-    }
-    QTRY_COMPARE(seen.load(), 4 * each);
-}
-
-void tst_ZELEventDispatcher::quitIsNeverMissed()
-{
-    for (int i = 0; i < 2000; ++i) {
-        Thread thread;
         thread.start();
-        for (int spin = 0; spin < i % 64 * 50; ++spin)
-            asm volatile("");
-        thread.quit();
-        QVERIFY2(thread.end(5000), "the loop sleeps although it was told to end");
+        QVERIFY(thread.end(5000));
+        QCOMPARE(deepest, 1);
+        QVERIFY(others > 2);
     }
-}
 
-void tst_ZELEventDispatcher::notifiersMayDieInHandlers()
-{
-    int fds[2][2];
-    QVERIFY(pipe2(fds[0], O_CLOEXEC) == 0 && pipe2(fds[1], O_CLOEXEC) == 0);
-    int called = 0;
-    Thread thread(
-        [&] {
-            std::unique_ptr<QSocketNotifier> notifiers[2];
-            for (int i = 0; i < 2; ++i) {
-                notifiers[i].reset(new QSocketNotifier(fds[i][0], QSocketNotifier::Read));
-                connect(notifiers[i].get(), &QSocketNotifier::activated, [&, i] {
-                    ++called;
-                    notifiers[1 - i].reset();
-                    notifiers[i]->setEnabled(false);
-                });
-            }
-            QEventLoop loop;
-            QTimer::singleShot(20, &loop, &QEventLoop::quit);
-            QVERIFY(write(fds[0][1], "x", 1) == 1 && write(fds[1][1], "x", 1) == 1);
-            loop.exec();
-        },
-        false);
-    thread.start();
-    QVERIFY(thread.end(5000));
-    QCOMPARE(called, 1);
-    for (auto &pair : fds)
-        close(pair[0]), close(pair[1]);
-}
-
-void tst_ZELEventDispatcher::invalidSocket()
-{
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("invalid socket \\d+, its notifier is disabled"));
-    bool enabled = true;
-    Thread thread(
-        [&] {
-            QCoreApplication::processEvents(); // or the loop's own descriptor takes the number
-            const int fd = dup(0);
-            QSocketNotifier notifier(fd, QSocketNotifier::Read);
-            close(fd);
-            QEventLoop loop;
-            QTimer::singleShot(20, &loop, &QEventLoop::quit);
-            loop.exec();
-            enabled = notifier.isEnabled();
-        },
-        false);
-    thread.start();
-    QVERIFY(thread.end(5000));
-    QVERIFY(!enabled);
-}
-
-void tst_ZELEventDispatcher::socketsBothWays()
-{
-    // More than the kernel's buffers hold, echoed: both ends wait for writing and reading in turn.
-    const QByteArray sent(8 << 20, 'z');
-    QByteArray received;
-    std::atomic<quint16> port{0};
-    Thread echo([&] {
-        QTcpServer server;
-        server.listen(QHostAddress::LocalHost);
-        port = server.serverPort();
-        QObject::connect(&server, &QTcpServer::newConnection, [&] {
-            QTcpSocket *peer = server.nextPendingConnection();
-            QObject::connect(peer, &QTcpSocket::readyRead, [peer] { peer->write(peer->readAll()); });
-        });
-        QEventLoop().exec();
-    });
-    echo.start();
-    QTRY_VERIFY(port > 0);
-    Thread client([&] {
-        QTcpSocket socket;
-        QObject::connect(&socket, &QTcpSocket::readyRead, [&] {
-            received += socket.readAll();
-            if (received.size() == sent.size())
-                socket.disconnectFromHost();
-        });
-        QObject::connect(
-            &socket, &QTcpSocket::disconnected, QThread::currentThread(), &QThread::quit, Qt::DirectConnection);
-        socket.connectToHost(QHostAddress::LocalHost, port);
-        socket.write(sent);
-        QEventLoop().exec();
-    });
-    client.start();
-    QVERIFY(client.end(30000));
-    QCOMPARE(received.size(), sent.size());
-}
-
-void tst_ZELEventDispatcher::descriptors()
-{
-    const int before = openDescriptors();
-    QSemaphore go;
-    Thread plain([&] { go.acquire(); }, false), loop;
-    plain.start();
-    QTest::qWait(20);
-    QCOMPARE(openDescriptors(), before);
-    loop.start();
-    QTRY_COMPARE(openDescriptors(), before + 1);
-    loop.quit();
-    QVERIFY(loop.end(5000));
-    QCOMPARE(openDescriptors(), before);
-    go.release();
-}
-
-void tst_ZELEventDispatcher::withoutDescriptors()
-{
-#ifdef __SANITIZE_THREAD__
-    QSKIP("Qt hands blocking calls over in code that the race detector does not see");
-#endif
-    rlimit old;
-    getrlimit(RLIMIT_NOFILE, &old);
-    const rlimit none{0, old.rlim_max};
-    QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
-    std::atomic<int> sum{0};
+    void zeroTimerStarvesNobody()
     {
-        Thread thread;
+        int zero = 0;
+        bool posted = false;
+        Thread thread([&] {
+            QTimer idle, end;
+            connect(&idle, &QTimer::timeout, [&] {
+                if (++zero == 10)
+                    post(&end, [&] { posted = true; });
+            });
+            end.setSingleShot(true);
+            connect(&end, &QTimer::timeout, QThread::currentThread(), &QThread::quit, Qt::DirectConnection);
+            idle.start(0);
+            end.start(30);
+            QEventLoop().exec();
+        });
+        thread.start();
+        QVERIFY(thread.end(5000));
+        QVERIFY(zero > 10);
+        QVERIFY(posted);
+    }
+
+    void noPostIsLost()
+    {
+#ifdef __SANITIZE_THREAD__
+        QSKIP("Qt hands blocking calls over in code that the race detector does not see");
+#endif
+        std::atomic<int> seen{0};
+        Thread target;
         QObject receiver;
-        receiver.moveToThread(&thread);
-        thread.start();
-        for (int i = 0; i < 5; ++i)
-            QMetaObject::invokeMethod(
-                &receiver, [&] { ++sum; }, Qt::BlockingQueuedConnection);
+        receiver.moveToThread(&target);
+        target.start();
+        const int each = 5000;
+        {
+            std::vector<std::unique_ptr<Thread>> posters;
+            for (int i = 0; i < 4; ++i)
+                posters.emplace_back(new Thread(
+                    [&] {
+                        for (int n = 0; n < each; ++n)
+                            if (n % 8)
+                                post(&receiver, [&] { ++seen; });
+                            else
+                                QMetaObject::invokeMethod(
+                                    &receiver, [&] { ++seen; }, Qt::BlockingQueuedConnection);
+                    },
+                    false));
+            for (auto &poster : posters)
+                poster->start();
+            for (auto &poster : posters)
+                QVERIFY(poster->end(60000));
+        }
+        QTRY_COMPARE(seen.load(), 4 * each);
     }
-    setrlimit(RLIMIT_NOFILE, &old);
-    QCOMPARE(sum.load(), 5);
-}
+
+    void quitIsNeverMissed()
+    {
+        for (int i = 0; i < 2000; ++i) {
+            Thread thread;
+            thread.start();
+            for (int spin = 0; spin < i % 64 * 50; ++spin)
+                asm volatile("");
+            thread.quit();
+            QVERIFY2(thread.end(5000), "the loop sleeps although it was told to end");
+        }
+    }
+
+    void notifiersMayDieInHandlers()
+    {
+        int fds[2][2];
+        QVERIFY(pipe2(fds[0], O_CLOEXEC) == 0 && pipe2(fds[1], O_CLOEXEC) == 0);
+        int called = 0;
+        Thread thread(
+            [&] {
+                std::unique_ptr<QSocketNotifier> notifiers[2];
+                for (int i = 0; i < 2; ++i) {
+                    notifiers[i].reset(new QSocketNotifier(fds[i][0], QSocketNotifier::Read));
+                    connect(notifiers[i].get(), &QSocketNotifier::activated, [&, i] {
+                        ++called;
+                        notifiers[1 - i].reset();
+                        notifiers[i]->setEnabled(false);
+                    });
+                }
+                QEventLoop loop;
+                QTimer::singleShot(20, &loop, &QEventLoop::quit);
+                QVERIFY(write(fds[0][1], "x", 1) == 1 && write(fds[1][1], "x", 1) == 1);
+                loop.exec();
+            },
+            false);
+        thread.start();
+        QVERIFY(thread.end(5000));
+        QCOMPARE(called, 1);
+        for (auto &pair : fds)
+            close(pair[0]), close(pair[1]);
+    }
+
+    void invalidSocket()
+    {
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("invalid socket \\d+, its notifier is disabled"));
+        bool enabled = true;
+        Thread thread(
+            [&] {
+                QCoreApplication::processEvents(); // or the loop's own descriptor takes the number
+                const int fd = dup(0);
+                QSocketNotifier notifier(fd, QSocketNotifier::Read);
+                close(fd);
+                QEventLoop loop;
+                QTimer::singleShot(20, &loop, &QEventLoop::quit);
+                loop.exec();
+                enabled = notifier.isEnabled();
+            },
+            false);
+        thread.start();
+        QVERIFY(thread.end(5000));
+        QVERIFY(!enabled);
+    }
+
+    void socketsBothWays()
+    {
+        // More than the kernel's buffers hold, echoed: both ends wait for writing and reading in turn.
+        const QByteArray sent(8 << 20, 'z');
+        QByteArray received;
+        std::atomic<quint16> port{0};
+        Thread echo([&] {
+            QTcpServer server;
+            server.listen(QHostAddress::LocalHost);
+            port = server.serverPort();
+            QObject::connect(&server, &QTcpServer::newConnection, [&] {
+                QTcpSocket *peer = server.nextPendingConnection();
+                QObject::connect(peer, &QTcpSocket::readyRead, [peer] { peer->write(peer->readAll()); });
+            });
+            QEventLoop().exec();
+        });
+        echo.start();
+        QTRY_VERIFY(port > 0);
+        Thread client([&] {
+            QTcpSocket socket;
+            QObject::connect(&socket, &QTcpSocket::readyRead, [&] {
+                received += socket.readAll();
+                if (received.size() == sent.size())
+                    socket.disconnectFromHost();
+            });
+            QObject::connect(
+                &socket, &QTcpSocket::disconnected, QThread::currentThread(), &QThread::quit, Qt::DirectConnection);
+            socket.connectToHost(QHostAddress::LocalHost, port);
+            socket.write(sent);
+            QEventLoop().exec();
+        });
+        client.start();
+        QVERIFY(client.end(30000));
+        QCOMPARE(received.size(), sent.size());
+    }
+
+    void descriptors()
+    {
+        const int before = openDescriptors();
+        QSemaphore go;
+        Thread plain([&] { go.acquire(); }, false), loop;
+        plain.start();
+        QTest::qWait(20);
+        QCOMPARE(openDescriptors(), before);
+        loop.start();
+        QTRY_COMPARE(openDescriptors(), before + 1);
+        loop.quit();
+        QVERIFY(loop.end(5000));
+        QCOMPARE(openDescriptors(), before);
+        go.release();
+    }
+
+    void withoutDescriptors()
+    {
+#ifdef __SANITIZE_THREAD__
+        QSKIP("Qt hands blocking calls over in code that the race detector does not see");
+#endif
+        rlimit old;
+        getrlimit(RLIMIT_NOFILE, &old);
+        const rlimit none{0, old.rlim_max};
+        QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
+        std::atomic<int> sum{0};
+        {
+            Thread thread;
+            QObject receiver;
+            receiver.moveToThread(&thread);
+            thread.start();
+            for (int i = 0; i < 5; ++i)
+                QMetaObject::invokeMethod(
+                    &receiver, [&] { ++sum; }, Qt::BlockingQueuedConnection);
+        }
+        setrlimit(RLIMIT_NOFILE, &old);
+        QCOMPARE(sum.load(), 5);
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_ZELEventDispatcher)
 #include "tst_zeleventdispatcher.moc"

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "table.h"
 #include "zelcatch.h"
 #include "zelfault.h"
 #include "zelthread.h"
@@ -25,96 +26,10 @@ static constexpr bool heldSignals = true; // until the next call that the saniti
 static constexpr bool heldSignals = false;
 #endif
 
-class tst_ZELFault : public QObject
-{
-    Q_OBJECT
-private Q_SLOTS:
-    void outcomes();
-    void countersAndLast();
-    void sectionHoldsTheLimitBack();
-    void sleepingInCriticalCodeOfTheHost();
-    void messageHandlerSurvivesKills();
-    void restartPolicy();
-    void report();
-    void reportOfSignals();
-    void withoutDirectory();
-    void resolver_data();
-    void resolver();
-};
-
 [[gnu::noinline]] void provokedFault()
 {
     volatile int *volatile nowhere = nullptr;
     *nowhere = 1;
-}
-
-void tst_ZELFault::outcomes()
-{
-    ZELFault::setReport(SIGSEGV, false);
-    ZELFault::setReport(SIGALRM, false);
-    QVERIFY(ZELFault::call([] {}));
-    QCOMPARE(ZELFault::call(provokedFault).text, QStringLiteral("Segmentation fault (core dumped)"));
-    const auto thrown = ZELFault::call([] { throw std::runtime_error("why"); });
-    QCOMPARE(thrown.state, 6);
-    QCOMPARE(thrown.where, QStringLiteral("why"));
-    const auto late = ZELFault::call(
-        [] {
-            for (;;) {
-                if (heldSignals)
-                    usleep(1);
-            }
-        },
-        20);
-    QCOMPARE(late.text, QStringLiteral("Application Timerout,Max time is 20"));
-}
-
-void tst_ZELFault::countersAndLast()
-{
-    const auto before = ZELFault::counters();
-    ZELFault::call(provokedFault);
-    ZELFault::call([] { throw 1; }); // an error like others, no fault
-    const auto after = ZELFault::counters();
-    QCOMPARE(after.faults, before.faults + 1);
-    QCOMPARE(ZELFault::last().state, int(SIGSEGV));
-    QCOMPARE(ZELFault::last().threadId, QThread::currentThreadId());
-    QVERIFY(!ZELFault::last().suspicious);
-    void *volatile nowhere = nullptr;
-    ZELFault::call([&] { memset(nowhere, 0, 100000); });
-    QVERIFY(ZELFault::last().suspicious); // in the middle of somebody else's code
-}
-
-void tst_ZELFault::sectionHoldsTheLimitBack()
-{
-    bool ended = false;
-    const auto outcome = ZELFault::call(
-        [&] {
-            ZELFaultSection section;
-            QTest::qSleep(60);
-            ended = true;
-        },
-        10);
-    QCOMPARE(outcome.state, int(SIGALRM));
-    QVERIFY(ended);
-}
-
-void tst_ZELFault::sleepingInCriticalCodeOfTheHost()
-{
-    // A blocked read() under a stdio lock: the walk sees who called it, and only force gets it out.
-    if (heldSignals)
-        QSKIP("jumps are not deferred here");
-    ZELFault::setGraceTime(50);
-    int ends[2];
-    QVERIFY(pipe(ends) == 0);
-    FILE *file = fdopen(ends[0], "r");
-    const auto before = ZELFault::counters();
-    QTest::ignoreMessage(
-        QtWarningMsg, "ZELFault: a thread was stopped in the middle of library code; the process may be damaged");
-    const auto outcome = ZELFault::call([&] { fgetc(file); }, 20);
-    ZELFault::setGraceTime(3000);
-    QCOMPARE(outcome.state, int(SIGALRM));
-    QCOMPARE(ZELFault::counters().forced, before.forced + 1);
-    QVERIFY(ZELFault::counters().deferred > before.deferred);
-    close(ends[1]);
 }
 
 static std::atomic<int> handled{0};
@@ -125,137 +40,11 @@ static void countingHandler(QtMsgType, const QMessageLogContext &, const QString
         ++handled;
 }
 
-void tst_ZELFault::messageHandlerSurvivesKills()
-{
-    if (heldSignals)
-        QSKIP("no limit arrives inside of the handler here");
-    const auto previous = qInstallMessageHandler(countingHandler);
-    int alive = 0;
-    for (int i = 0; i < 50; ++i) {
-        ZELFault::call(
-            [] {
-                for (;;)
-                    qDebug() << "message";
-            },
-            1);
-        const int before = handled;
-        qDebug() << "again";
-        alive += handled == before + 300;
-    }
-    qInstallMessageHandler(previous);
-    QCOMPARE(alive, 50);
-}
-
-void tst_ZELFault::restartPolicy()
-{
-    ZELFault::setRestartPolicy(int(ZELFault::counters().faults) + 2, false);
-    QTest::ignoreMessage(QtWarningMsg, "ZELFault: the restart policy asks for a restart after a fault");
-    QTest::ignoreMessage(QtDebugMsg, "System will restart now...");
-    ZELFault::call(provokedFault);
-    ZELFault::call(provokedFault);
-    ZELFault::call(provokedFault); // asked once
-    QTimer::singleShot(5000, [] { QCoreApplication::exit(1); });
-    QCOMPARE(QCoreApplication::exec(), 8888);
-    ZELFault::setRestartPolicy(0, false);
-}
-
 static QByteArray reportIn(const QTemporaryDir &dir)
 {
     const QString name = QStringLiteral("/error-%1.txt").arg(QDate::currentDate().toString(Qt::ISODate));
     QFile file(dir.path() + name);
     return file.open(QFile::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void tst_ZELFault::report()
-{
-    QTemporaryDir dir;
-    installErrorCatch(dir.path());
-    installErrorCatch(QStringLiteral("/nonexistent/dir")); // changes nothing
-    ZELFault::setReport(SIGSEGV, true);
-    ZELFault::call(provokedFault);
-    disable_error_dump();
-    ZELFault::call(provokedFault);
-    enable_error_dump();
-    ZELFault::setReport(SIGSEGV, false);
-    ZELFault::call(provokedFault);
-    const QByteArray text = reportIn(dir);
-    const QByteArray stars(54, '*');
-    QVERIFY(text.startsWith(
-        "\r\n\r\n" + stars + "\r\n                Dump Application Stack                \r\n   time :20"));
-    QCOMPARE(text.count("LibInfo :\r\nName | Address Start | Address End | Length\r\n"), 1);
-    QVERIFY(QRegularExpression(QStringLiteral("libQt5Core.so.5 [0-9a-f]+ [0-9a-f]+ [0-9a-f]+\r\n"))
-                .match(QString::fromLatin1(text))
-                .hasMatch());
-    const QByteArray first = text.mid(text.indexOf("[0]\t\r\nSymbol   :"));
-    QVERIFY2(first.left(first.indexOf("[1]")).contains("Address  :0x"), first.constData());
-    if (resolvesInTime && !QStandardPaths::findExecutable(QStringLiteral("addr2line")).isEmpty()) {
-        QVERIFY2(
-            first.left(first.indexOf("[1]")).contains("Function : in function :'provokedFault()'"), first.constData());
-        QVERIFY(first.left(first.indexOf("[1]")).contains("tst_zelfault.cpp:"));
-    }
-    QVERIFY(text.contains("Function :Extern Symbol\r\nLocation :Extern Symbol\r\n"));
-    QVERIFY(text.endsWith("\r\n"));
-}
-
-void tst_ZELFault::reportOfSignals()
-{
-    QTemporaryDir dir;
-    installErrorCatch(dir.path());
-    ZELFault::call([] { raise(SIGFPE); });
-    QVERIFY(reportIn(dir).isEmpty());
-    ZELFault::setReport(SIGFPE, true);
-    ZELFault::call([] { raise(SIGFPE); });
-    QCOMPARE(reportIn(dir).count("LibInfo :"), 1);
-    ZELFault::setReport(SIGALRM, true);
-    ZELFault::call([] { pause(); }, 10);
-    QCOMPARE(reportIn(dir).count("LibInfo :"), 2);
-    ZELFault::setReport(SIGFPE, false);
-}
-
-void tst_ZELFault::withoutDirectory()
-{
-    {
-        QTemporaryDir dir;
-        installErrorCatch(dir.path());
-    }
-    ZELFault::setReport(SIGSEGV, true);
-    QCOMPARE(ZELFault::call(provokedFault).state, int(SIGSEGV)); // the directory is gone: harmless
-}
-
-void tst_ZELFault::resolver_data()
-{
-    QTest::addColumn<QByteArray>("script");
-    QTest::newRow("missing") << QByteArray();
-    QTest::newRow("never ending") << QByteArray("#!/bin/sh\nexec /bin/sleep 100\n");
-    QTest::newRow("nonsense") << QByteArray("#!/bin/sh\nwhile :; do echo nonsense; done\n");
-}
-
-void tst_ZELFault::resolver()
-{
-    QFETCH(QByteArray, script);
-    QTemporaryDir dir;
-    QFile file(dir.filePath(QStringLiteral("addr2line")));
-    if (!script.isEmpty()) {
-        QVERIFY(file.open(QFile::WriteOnly));
-        file.write(script);
-        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        file.close();
-    }
-    QProcess child;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("PATH"), dir.path());
-    child.setProcessEnvironment(environment);
-    QStringList arguments{QCoreApplication::applicationFilePath(), QStringLiteral("--crash"), dir.path()};
-    const QString emulator = qEnvironmentVariable("ZEL_TEST_EMULATOR");
-    if (!emulator.isEmpty())
-        arguments.prepend(emulator);
-    child.start(arguments.takeFirst(), arguments);
-    QVERIFY(child.waitForFinished(40000));
-    QCOMPARE(child.exitCode(), 11);
-    const QByteArray text = reportIn(dir);
-    QCOMPARE(text.count("LibInfo :"), 2);
-    QVERIFY(text.count("Symbol   :") > 2 && text.endsWith("\r\n"));
-    QVERIFY(child.readAllStandardError().contains("Pelmora is in exiting process, sig 11\r\n[0]\r\n  Symbol:   "));
 }
 
 /// The child of resolver(): crashes twice at one place and says how.
@@ -268,6 +57,206 @@ static int crashTwice(const QString &dir)
         state = ZELFault::call(provokedFault).state;
     return state;
 }
+
+class tst_ZELFault : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void outcomes()
+    {
+        ZELFault::setReport(SIGSEGV, false);
+        ZELFault::setReport(SIGALRM, false);
+        QVERIFY(ZELFault::call([] {}));
+        QCOMPARE(ZELFault::call(provokedFault).text, QStringLiteral("Segmentation fault (core dumped)"));
+        const auto thrown = ZELFault::call([] { throw std::runtime_error("why"); });
+        QCOMPARE(thrown.state, 6);
+        QCOMPARE(thrown.where, QStringLiteral("why"));
+        const auto late = ZELFault::call(
+            [] {
+                for (;;) {
+                    if (heldSignals)
+                        usleep(1);
+                }
+            },
+            20);
+        QCOMPARE(late.text, QStringLiteral("Application Timerout,Max time is 20"));
+    }
+
+    void countersAndLast()
+    {
+        const auto before = ZELFault::counters();
+        ZELFault::call(provokedFault);
+        ZELFault::call([] { throw 1; }); // an error like others, no fault
+        const auto after = ZELFault::counters();
+        QCOMPARE(after.faults, before.faults + 1);
+        QCOMPARE(ZELFault::last().state, int(SIGSEGV));
+        QCOMPARE(ZELFault::last().threadId, QThread::currentThreadId());
+        QVERIFY(!ZELFault::last().suspicious);
+        void *volatile nowhere = nullptr;
+        ZELFault::call([&] { memset(nowhere, 0, 100000); });
+        QVERIFY(ZELFault::last().suspicious); // in the middle of somebody else's code
+    }
+
+    void sectionHoldsTheLimitBack()
+    {
+        bool ended = false;
+        const auto outcome = ZELFault::call(
+            [&] {
+                ZELFaultSection section;
+                QTest::qSleep(60);
+                ended = true;
+            },
+            10);
+        QCOMPARE(outcome.state, int(SIGALRM));
+        QVERIFY(ended);
+    }
+
+    void sleepingInCriticalCodeOfTheHost()
+    {
+        // A blocked read() under a stdio lock: the walk sees who called it, and only force gets it out.
+        if (heldSignals)
+            QSKIP("jumps are not deferred here");
+        ZELFault::setGraceTime(50);
+        int ends[2];
+        QVERIFY(pipe(ends) == 0);
+        FILE *file = fdopen(ends[0], "r");
+        const auto before = ZELFault::counters();
+        QTest::ignoreMessage(
+            QtWarningMsg, "ZELFault: a thread was stopped in the middle of library code; the process may be damaged");
+        const auto outcome = ZELFault::call([&] { fgetc(file); }, 20);
+        ZELFault::setGraceTime(3000);
+        QCOMPARE(outcome.state, int(SIGALRM));
+        QCOMPARE(ZELFault::counters().forced, before.forced + 1);
+        QVERIFY(ZELFault::counters().deferred > before.deferred);
+        close(ends[1]);
+    }
+
+    void messageHandlerSurvivesKills()
+    {
+        if (heldSignals)
+            QSKIP("no limit arrives inside of the handler here");
+        const auto previous = qInstallMessageHandler(countingHandler);
+        int alive = 0;
+        for (int i = 0; i < 50; ++i) {
+            ZELFault::call(
+                [] {
+                    for (;;)
+                        qDebug() << "message";
+                },
+                1);
+            const int before = handled;
+            qDebug() << "again";
+            alive += handled == before + 300;
+        }
+        qInstallMessageHandler(previous);
+        QCOMPARE(alive, 50);
+    }
+
+    void restartPolicy()
+    {
+        ZELFault::setRestartPolicy(int(ZELFault::counters().faults) + 2, false);
+        QTest::ignoreMessage(QtWarningMsg, "ZELFault: the restart policy asks for a restart after a fault");
+        QTest::ignoreMessage(QtDebugMsg, "System will restart now...");
+        ZELFault::call(provokedFault);
+        ZELFault::call(provokedFault);
+        ZELFault::call(provokedFault); // asked once
+        QTimer::singleShot(5000, [] { QCoreApplication::exit(1); });
+        QCOMPARE(QCoreApplication::exec(), 8888);
+        ZELFault::setRestartPolicy(0, false);
+    }
+
+    void report()
+    {
+        QTemporaryDir dir;
+        installErrorCatch(dir.path());
+        installErrorCatch(QStringLiteral("/nonexistent/dir")); // changes nothing
+        ZELFault::setReport(SIGSEGV, true);
+        ZELFault::call(provokedFault);
+        disable_error_dump();
+        ZELFault::call(provokedFault);
+        enable_error_dump();
+        ZELFault::setReport(SIGSEGV, false);
+        ZELFault::call(provokedFault);
+        const QByteArray text = reportIn(dir);
+        const QByteArray stars(54, '*');
+        QVERIFY(text.startsWith(
+            "\r\n\r\n" + stars + "\r\n                Dump Application Stack                \r\n   time :20"));
+        QCOMPARE(text.count("LibInfo :\r\nName | Address Start | Address End | Length\r\n"), 1);
+        QVERIFY(QRegularExpression(QStringLiteral("libQt5Core.so.5 [0-9a-f]+ [0-9a-f]+ [0-9a-f]+\r\n"))
+                    .match(QString::fromLatin1(text))
+                    .hasMatch());
+        const QByteArray first = text.mid(text.indexOf("[0]\t\r\nSymbol   :"));
+        QVERIFY2(first.left(first.indexOf("[1]")).contains("Address  :0x"), first.constData());
+        if (resolvesInTime && !QStandardPaths::findExecutable(QStringLiteral("addr2line")).isEmpty()) {
+            QVERIFY2(first.left(first.indexOf("[1]")).contains("Function : in function :'provokedFault()'"),
+                first.constData());
+            QVERIFY(first.left(first.indexOf("[1]")).contains("tst_zelfault.cpp:"));
+        }
+        QVERIFY(text.contains("Function :Extern Symbol\r\nLocation :Extern Symbol\r\n"));
+        QVERIFY(text.endsWith("\r\n"));
+    }
+
+    void reportOfSignals()
+    {
+        QTemporaryDir dir;
+        installErrorCatch(dir.path());
+        ZELFault::call([] { raise(SIGFPE); });
+        QVERIFY(reportIn(dir).isEmpty());
+        ZELFault::setReport(SIGFPE, true);
+        ZELFault::call([] { raise(SIGFPE); });
+        QCOMPARE(reportIn(dir).count("LibInfo :"), 1);
+        ZELFault::setReport(SIGALRM, true);
+        ZELFault::call([] { pause(); }, 10);
+        QCOMPARE(reportIn(dir).count("LibInfo :"), 2);
+        ZELFault::setReport(SIGFPE, false);
+    }
+
+    void withoutDirectory()
+    {
+        {
+            QTemporaryDir dir;
+            installErrorCatch(dir.path());
+        }
+        ZELFault::setReport(SIGSEGV, true);
+        QCOMPARE(ZELFault::call(provokedFault).state, int(SIGSEGV)); // the directory is gone: harmless
+    }
+
+    void resolver_data()
+    {
+        Table<QByteArray> row("script");
+        row("missing", "");
+        row("never ending", "#!/bin/sh\nexec /bin/sleep 100\n");
+        row("nonsense", "#!/bin/sh\nwhile :; do echo nonsense; done\n");
+    }
+
+    void resolver()
+    {
+        QFETCH(QByteArray, script);
+        QTemporaryDir dir;
+        QFile file(dir.filePath(QStringLiteral("addr2line")));
+        if (!script.isEmpty()) {
+            QVERIFY(file.open(QFile::WriteOnly));
+            file.write(script);
+            file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+            file.close();
+        }
+        QProcess child;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("PATH"), dir.path());
+        child.setProcessEnvironment(environment);
+        QStringList arguments{QCoreApplication::applicationFilePath(), QStringLiteral("--crash"), dir.path()};
+        const QString emulator = qEnvironmentVariable("ZEL_TEST_EMULATOR");
+        if (!emulator.isEmpty())
+            arguments.prepend(emulator);
+        child.start(arguments.takeFirst(), arguments);
+        QVERIFY(child.waitForFinished(40000));
+        QCOMPARE(child.exitCode(), 11);
+        const QByteArray text = reportIn(dir);
+        QCOMPARE(text.count("LibInfo :"), 2);
+        QVERIFY(text.count("Symbol   :") > 2 && text.endsWith("\r\n"));
+        QVERIFY(child.readAllStandardError().contains("Pelmora is in exiting process, sig 11\r\n[0]\r\n  Symbol:   "));
+    }
+};
 
 int main(int argc, char **argv)
 {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "table.h"
 #include "threadeddevice.h"
 #include "zelcatch.h"
 #include "zeliodevice.h"
@@ -79,375 +80,353 @@ class tst_ZELIODevice : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void table();
-    void rawWhileOpen();
-    void settingsFound();
-    void otherDescriptor();
-    void reenterRaw();
-    void restoredAtEnd_data();
-    void restoredAtEnd();
-    void forkedChildLeavesItAlone();
-    void allBytes();
-    void wholeBlocks();
-    void endOfInput_data();
-    void endOfInput();
-    void closeWakesReader();
-    void closeTwice();
-    void width();
-    void brokenPipe();
-    void slowReader();
-    void fullDescriptor();
-    void badDescriptors();
-    void standardInputForReading();
-    void standardInputClosed();
-};
-
-void tst_ZELIODevice::table()
-{
-    const int before = ZELIODevice::Device_Table().size();
+    void table()
     {
-        ThreadedDevice device(nullptr);
-        QVERIFY(ZELIODevice::Device_Table().contains(&device));
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.emplace_back([] {
-                for (int j = 0; j < 500; ++j) {
-                    ThreadedDevice other(nullptr);
-                    ZELIODevice::Device_Table();
-                }
-            });
+        const int before = ZELIODevice::Device_Table().size();
+        {
+            ThreadedDevice device(nullptr);
+            QVERIFY(ZELIODevice::Device_Table().contains(&device));
+            std::vector<std::thread> threads;
+            for (int i = 0; i < 4; ++i) {
+                threads.emplace_back([] {
+                    for (int j = 0; j < 500; ++j) {
+                        ThreadedDevice other(nullptr);
+                        ZELIODevice::Device_Table();
+                    }
+                });
+            }
+            for (std::thread &thread : threads)
+                thread.join();
         }
-        for (std::thread &thread : threads)
-            thread.join();
+        QCOMPARE(ZELIODevice::Device_Table().size(), before);
     }
-    QCOMPARE(ZELIODevice::Device_Table().size(), before);
-}
 
-void tst_ZELIODevice::rawWhileOpen()
-{
-    Pty pty;
-    const termios found = pty.settings();
-    const int fd = dup(pty.slave);
-    ZELStdDevice device(fd);
-    QVERIFY(pty.isRaw());
-    termios expected = found;
-    expected.c_lflag &= ~tcflag_t(ICANON | ECHO | ISIG);
-    expected.c_cc[VMIN] = 1;
-    expected.c_cc[VTIME] = 0;
-    QVERIFY(pty.is(expected));
-    pty.type("\x03\x1a\x1c");
-    QCOMPARE(device.readAll(), QByteArray("\x03\x1a\x1c"));
-    device.CloseRawInputMode();
-    QVERIFY(pty.is(found));
-    device.SetRawInputMode();
-    QVERIFY(pty.isRaw());
-    device.Close();
-    QVERIFY(pty.is(found));
-    QVERIFY(!isOpen(fd));
-}
-
-void tst_ZELIODevice::settingsFound()
-{
-    Pty pty;
-    const termios found = pty.settings();
-    ZELStdDevice device(dup(pty.slave));
-    device.Start(); // finds its own raw settings
-    device.CloseRawInputMode();
-    QVERIFY(pty.is(found));
-    device.Start();
-    termios changed = found;
-    changed.c_cc[VERASE] = 8;
-    tcsetattr(pty.slave, TCSANOW, &changed);
-    device.Start(); // finds what somebody else set meanwhile
-    device.Close();
-    QVERIFY(pty.is(changed));
-}
-
-void tst_ZELIODevice::otherDescriptor()
-{
-    Pty pty;
-    const termios found = pty.settings();
-    ZELStdDevice first(dup(pty.slave));
-    ZELStdDevice second(dup(pty.slave));
-    first.Close();
-    second.SetRawInputMode();
-    QVERIFY(pty.isRaw());
-    second.Close();
-    QVERIFY(pty.is(found));
-}
-
-void tst_ZELIODevice::reenterRaw()
-{
-    Pty pty;
-    const termios found = pty.settings();
-    const int fd = dup(pty.slave);
-    ZELStdDevice device(fd);
-    termios left = found;
-    left.c_lflag &= ~tcflag_t(ECHO);
-    tcsetattr(fd, TCSANOW, &left);
-    zelTerminalReenterRaw(fd);
-    QVERIFY(pty.isRaw());
-    device.Close();
-    QVERIFY(pty.is(found));
-}
-
-void tst_ZELIODevice::restoredAtEnd_data()
-{
-    QTest::addColumn<int>("signal");
-    QTest::newRow("exit") << 0;
-    QTest::newRow("SIGTERM") << SIGTERM;
-    QTest::newRow("SIGHUP") << SIGHUP;
-    QTest::newRow("SIGINT") << SIGINT;
-    QTest::newRow("fault") << SIGSEGV;
-}
-
-void tst_ZELIODevice::restoredAtEnd()
-{
-    QFETCH(int, signal);
-#ifdef __SANITIZE_THREAD__
-    if (signal)
-        QSKIP("no signals in a forked child of a program with threads");
-#endif
-    Pty pty;
-    const termios found = pty.settings();
-    int ready[2];
-    QCOMPARE(pipe(ready), 0);
-    const int status = inChild([&] {
-        installUnixSignal();
-        new ZELStdDevice(dup(pty.slave));
-        const char raw = pty.isRaw();
-        if (::write(ready[1], &raw, 1) != 1)
-            _exit(98);
-        if (!signal)
-            exit(3);
-        kill(getpid(), signal);
-    });
-    char wasRaw = 0;
-    QCOMPARE(read(ready[0], &wasRaw, 1), ssize_t(1));
-    close(ready[0]);
-    close(ready[1]);
-    QVERIFY(wasRaw);
-    QVERIFY(pty.is(found));
-    if (signal)
-        QVERIFY(WIFSIGNALED(status) && WTERMSIG(status) == signal);
-    else
-        QVERIFY(WIFEXITED(status)); // a leak checker has its own opinion of the status
-}
-
-void tst_ZELIODevice::forkedChildLeavesItAlone()
-{
-    Pty pty;
-    ZELStdDevice device(dup(pty.slave));
-    inChild([] {
-        zelRestoreTerminals();
-        _exit(0);
-    });
-    QVERIFY(pty.isRaw());
-}
-
-void tst_ZELIODevice::allBytes()
-{
-    Pty pty;
-    termios transparent = pty.settings();
-    cfmakeraw(&transparent);
-    tcsetattr(pty.slave, TCSANOW, &transparent);
-    ZELStdDevice device(dup(pty.slave));
-    QByteArray all;
-    for (int i = 0; i < 256; ++i)
-        all.append(char(i));
-    pty.type(all);
-    QCOMPARE(device.readAll(), all);
-    device.write(all);
-    QCOMPARE(pty.shown(), all);
-    device.write(QString::fromLatin1(all.constData(), all.size()));
-    QCOMPARE(pty.shown(), all);
-    device.write(QStringLiteral("\u20ac\u00e9"));
-    QVERIFY(pty.shown().endsWith('\xe9'));
-}
-
-void tst_ZELIODevice::wholeBlocks()
-{
-    int ends[2];
-    QCOMPARE(pipe(ends), 0);
-    ZELStdDevice device(ends[0]);
-    const QByteArray block(2048, 'a');
-    QCOMPARE(::write(ends[1], block.constData(), size_t(block.size())), ssize_t(block.size()));
-    QCOMPARE(device.readAll(), block); // does not wait for a byte more
-    close(ends[1]);
-    QCOMPARE(device.readAll(), QByteArray());
-}
-
-void tst_ZELIODevice::endOfInput_data()
-{
-    QTest::addColumn<QString>("kind");
-    for (const char *kind : {"null", "file", "hung up", "directory", "closed", "negative"})
-        QTest::newRow(kind) << QString(kind);
-}
-
-void tst_ZELIODevice::endOfInput()
-{
-    QFETCH(QString, kind);
-    QTemporaryFile file;
-    QVERIFY(file.open());
-    QVERIFY(file.write("ls\n") == 3 && file.flush());
-    int fd = -1;
-    if (kind == "null")
-        fd = ::open("/dev/null", O_RDONLY);
-    else if (kind == "file")
-        fd = ::open(qPrintable(file.fileName()), O_RDONLY);
-    else if (kind == "directory")
-        fd = ::open("/", O_RDONLY);
-    else if (kind == "hung up")
-        fd = dup(Pty().slave);
-    else if (kind == "closed")
-        close(fd = dup(0));
-    ZELStdDevice device(fd);
-    if (kind == "file")
-        QCOMPARE(device.readAll(), QByteArray("ls\n"));
-    QCOMPARE(device.readAll(), QByteArray());
-    device.Close();
-    QCOMPARE(device.readAll(), QByteArray());
-    device.write(QByteArray("x"));
-}
-
-void tst_ZELIODevice::closeWakesReader()
-{
-    Pty pty;
-    ZELStdDevice device(dup(pty.slave));
-    std::atomic<bool> back{false};
-    std::thread reader([&] { back = device.readAll().isEmpty(); });
-    QTest::qWait(20);
-    QVERIFY(!back);
-    device.Close();
-    QTRY_VERIFY(back);
-    reader.join();
-}
-
-void tst_ZELIODevice::closeTwice()
-{
-    Pty pty;
-    const int fd = dup(pty.slave);
-    ZELStdDevice device(fd);
-    int closes = 0;
-    device.setCloseHook([&] { ++closes; });
-    device.Close();
-    QCOMPARE(dup2(pty.slave, fd), fd); // the number is somebody else's now
-    const termios theirs = pty.settings();
-    device.Close();
-    device.CloseRawInputMode();
-    device.SetRawInputMode();
-    QCOMPARE(closes, 1);
-    QVERIFY(isOpen(fd) && pty.is(theirs));
-    close(fd);
-}
-
-void tst_ZELIODevice::width()
-{
-    Pty pty;
-    ZELStdDevice terminal(dup(pty.slave)), file(::open("/dev/null", O_RDWR)), none(-1);
-    QCOMPARE(get_screen_width(&terminal), 77);
-    QCOMPARE(get_screen_width(&file), -1);
-    QCOMPARE(get_screen_width(&none), -1);
-    QCOMPARE(get_screen_width(nullptr), -1);
-    terminal.Close();
-    QCOMPARE(get_screen_width(&terminal), -1);
-}
-
-void tst_ZELIODevice::brokenPipe()
-{
-    const int status = inChild([] {
-        int ends[2];
-        if (pipe(ends) != 0)
-            _exit(98);
-        ZELStdDevice device(ends[1]);
-        close(ends[0]);
-        device.write(QByteArray(1 << 20, 'a'));
-        _exit(0);
-    });
-    QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-}
-
-void tst_ZELIODevice::slowReader()
-{
-    int ends[2];
-    QCOMPARE(pipe2(ends, O_NONBLOCK), 0);
-    ZELStdDevice device(ends[1]);
-    QByteArray sent;
-    for (int i = 0; i < 100000; ++i)
-        sent += QByteArray::number(i) + ' ';
-    std::thread writer([&] { device.write(sent); });
-    QByteArray received;
-    char block[3000];
-    while (received.size() < sent.size()) {
-        const ssize_t count = read(ends[0], block, sizeof block);
-        if (count > 0)
-            received.append(block, int(count));
-        else
-            std::this_thread::yield();
-    }
-    writer.join();
-    close(ends[0]);
-    QVERIFY(received == sent);
-}
-
-void tst_ZELIODevice::fullDescriptor()
-{
-    ZELStdDevice full(::open("/dev/full", O_WRONLY));
-    full.write(QByteArray("x"));
-    int ends[2];
-    QCOMPARE(pipe2(ends, O_NONBLOCK), 0);
-    ZELStdDevice stuck(ends[1]);
-    std::thread writer([&] { stuck.write(QByteArray(1 << 20, 'a')); });
-    QTest::qWait(20);
-    stuck.Close(); // lets the writer go long before its time is up
-    QElapsedTimer timer;
-    timer.start();
-    writer.join();
-    QVERIFY(timer.elapsed() < 5000);
-    close(ends[0]);
-}
-
-void tst_ZELIODevice::badDescriptors()
-{
-    ZELStdDevice none(-1);
-    int closes = 0;
-    none.setCloseHook([&] { ++closes; });
-    none.write(QString("x"));
-    none.Start();
-    none.Close();
-    QCOMPARE(closes, 1);
-    QVERIFY(none.readValid() && none.writeValid() && !none.innerThread());
-}
-
-void tst_ZELIODevice::standardInputForReading()
-{
-    int in[2], out[2];
-    QVERIFY(pipe(in) == 0 && pipe(out) == 0);
-    const int status = inChild([&] {
-        dup2(in[0], 0);
-        dup2(out[1], 1);
-        ZELStdDevice device(0);
-        device.write(QByteArray("x"));
+    void rawWhileOpen()
+    {
+        Pty pty;
+        const termios found = pty.settings();
+        const int fd = dup(pty.slave);
+        ZELStdDevice device(fd);
+        QVERIFY(pty.isRaw());
+        termios expected = found;
+        expected.c_lflag &= ~tcflag_t(ICANON | ECHO | ISIG);
+        expected.c_cc[VMIN] = 1;
+        expected.c_cc[VTIME] = 0;
+        QVERIFY(pty.is(expected));
+        pty.type("\x03\x1a\x1c");
+        QCOMPARE(device.readAll(), QByteArray("\x03\x1a\x1c"));
+        device.CloseRawInputMode();
+        QVERIFY(pty.is(found));
+        device.SetRawInputMode();
+        QVERIFY(pty.isRaw());
         device.Close();
-        // The next file must not become standard input.
-        _exit(::open("/", O_RDONLY) > 2 ? 0 : 1);
-    });
-    QCOMPARE(WEXITSTATUS(status), 0);
-    char x = 0;
-    QVERIFY(read(out[0], &x, 1) == 1 && x == 'x');
-    for (int fd : {in[0], in[1], out[0], out[1]})
-        close(fd);
-}
+        QVERIFY(pty.is(found));
+        QVERIFY(!isOpen(fd));
+    }
 
-void tst_ZELIODevice::standardInputClosed()
-{
-    const int status = inChild([] {
-        close(0);
-        zelKeepStandardDescriptors();
-        _exit(::open("/", O_RDONLY) > 2 && ZELStdDevice(0).readAll().isEmpty() ? 0 : 1);
-    });
-    QCOMPARE(WEXITSTATUS(status), 0);
-}
+    void settingsFound()
+    {
+        Pty pty;
+        const termios found = pty.settings();
+        ZELStdDevice device(dup(pty.slave));
+        device.Start(); // finds its own raw settings
+        device.CloseRawInputMode();
+        QVERIFY(pty.is(found));
+        device.Start();
+        termios changed = found;
+        changed.c_cc[VERASE] = 8;
+        tcsetattr(pty.slave, TCSANOW, &changed);
+        device.Start(); // finds what somebody else set meanwhile
+        device.Close();
+        QVERIFY(pty.is(changed));
+    }
+
+    void otherDescriptor()
+    {
+        Pty pty;
+        const termios found = pty.settings();
+        ZELStdDevice first(dup(pty.slave));
+        ZELStdDevice second(dup(pty.slave));
+        first.Close();
+        second.SetRawInputMode();
+        QVERIFY(pty.isRaw());
+        second.Close();
+        QVERIFY(pty.is(found));
+    }
+
+    void reenterRaw()
+    {
+        Pty pty;
+        const termios found = pty.settings();
+        const int fd = dup(pty.slave);
+        ZELStdDevice device(fd);
+        termios left = found;
+        left.c_lflag &= ~tcflag_t(ECHO);
+        tcsetattr(fd, TCSANOW, &left);
+        zelTerminalReenterRaw(fd);
+        QVERIFY(pty.isRaw());
+        device.Close();
+        QVERIFY(pty.is(found));
+    }
+
+    void restoredAtEnd_data()
+    {
+        Table<int> row("signal");
+        row("exit", 0);
+        row("SIGTERM", SIGTERM);
+        row("SIGHUP", SIGHUP);
+        row("SIGINT", SIGINT);
+        row("fault", SIGSEGV);
+    }
+
+    void restoredAtEnd()
+    {
+        QFETCH(int, signal);
+#ifdef __SANITIZE_THREAD__
+        if (signal)
+            QSKIP("no signals in a forked child of a program with threads");
+#endif
+        Pty pty;
+        const termios found = pty.settings();
+        int ready[2];
+        QCOMPARE(pipe(ready), 0);
+        const int status = inChild([&] {
+            installUnixSignal();
+            new ZELStdDevice(dup(pty.slave));
+            const char raw = pty.isRaw();
+            if (::write(ready[1], &raw, 1) != 1)
+                _exit(98);
+            if (!signal)
+                exit(3);
+            kill(getpid(), signal);
+        });
+        char wasRaw = 0;
+        QCOMPARE(read(ready[0], &wasRaw, 1), ssize_t(1));
+        close(ready[0]);
+        close(ready[1]);
+        QVERIFY(wasRaw);
+        QVERIFY(pty.is(found));
+        if (signal)
+            QVERIFY(WIFSIGNALED(status) && WTERMSIG(status) == signal);
+        else
+            QVERIFY(WIFEXITED(status)); // a leak checker has its own opinion of the status
+    }
+
+    void forkedChildLeavesItAlone()
+    {
+        Pty pty;
+        ZELStdDevice device(dup(pty.slave));
+        inChild([] {
+            zelRestoreTerminals();
+            _exit(0);
+        });
+        QVERIFY(pty.isRaw());
+    }
+
+    void allBytes()
+    {
+        Pty pty;
+        termios transparent = pty.settings();
+        cfmakeraw(&transparent);
+        tcsetattr(pty.slave, TCSANOW, &transparent);
+        ZELStdDevice device(dup(pty.slave));
+        QByteArray all;
+        for (int i = 0; i < 256; ++i)
+            all.append(char(i));
+        pty.type(all);
+        QCOMPARE(device.readAll(), all);
+        device.write(all);
+        QCOMPARE(pty.shown(), all);
+        device.write(QString::fromLatin1(all.constData(), all.size()));
+        QCOMPARE(pty.shown(), all);
+        device.write(QStringLiteral("\u20ac\u00e9"));
+        QVERIFY(pty.shown().endsWith('\xe9'));
+    }
+
+    void wholeBlocks()
+    {
+        int ends[2];
+        QCOMPARE(pipe(ends), 0);
+        ZELStdDevice device(ends[0]);
+        const QByteArray block(2048, 'a');
+        QCOMPARE(::write(ends[1], block.constData(), size_t(block.size())), ssize_t(block.size()));
+        QCOMPARE(device.readAll(), block); // does not wait for a byte more
+        close(ends[1]);
+        QCOMPARE(device.readAll(), QByteArray());
+    }
+
+    void endOfInput_data()
+    {
+        Table<QString> row("kind");
+        for (const char *kind : {"null", "file", "hung up", "directory", "closed", "negative"})
+            row(kind, QString(kind));
+    }
+
+    void endOfInput()
+    {
+        QFETCH(QString, kind);
+        QTemporaryFile file;
+        QVERIFY(file.open());
+        QVERIFY(file.write("ls\n") == 3 && file.flush());
+        int fd = -1;
+        if (kind == "null")
+            fd = ::open("/dev/null", O_RDONLY);
+        else if (kind == "file")
+            fd = ::open(qPrintable(file.fileName()), O_RDONLY);
+        else if (kind == "directory")
+            fd = ::open("/", O_RDONLY);
+        else if (kind == "hung up")
+            fd = dup(Pty().slave);
+        else if (kind == "closed")
+            close(fd = dup(0));
+        ZELStdDevice device(fd);
+        if (kind == "file")
+            QCOMPARE(device.readAll(), QByteArray("ls\n"));
+        QCOMPARE(device.readAll(), QByteArray());
+        device.Close();
+        QCOMPARE(device.readAll(), QByteArray());
+        device.write(QByteArray("x"));
+    }
+
+    void closeWakesReader()
+    {
+        Pty pty;
+        ZELStdDevice device(dup(pty.slave));
+        std::atomic<bool> back{false};
+        std::thread reader([&] { back = device.readAll().isEmpty(); });
+        QTest::qWait(20);
+        QVERIFY(!back);
+        device.Close();
+        QTRY_VERIFY(back);
+        reader.join();
+    }
+
+    void closeTwice()
+    {
+        Pty pty;
+        const int fd = dup(pty.slave);
+        ZELStdDevice device(fd);
+        int closes = 0;
+        device.setCloseHook([&] { ++closes; });
+        device.Close();
+        QCOMPARE(dup2(pty.slave, fd), fd); // the number is somebody else's now
+        const termios theirs = pty.settings();
+        device.Close();
+        device.CloseRawInputMode();
+        device.SetRawInputMode();
+        QCOMPARE(closes, 1);
+        QVERIFY(isOpen(fd) && pty.is(theirs));
+        close(fd);
+    }
+
+    void width()
+    {
+        Pty pty;
+        ZELStdDevice terminal(dup(pty.slave)), file(::open("/dev/null", O_RDWR)), none(-1);
+        QCOMPARE(get_screen_width(&terminal), 77);
+        QCOMPARE(get_screen_width(&file), -1);
+        QCOMPARE(get_screen_width(&none), -1);
+        QCOMPARE(get_screen_width(nullptr), -1);
+        terminal.Close();
+        QCOMPARE(get_screen_width(&terminal), -1);
+    }
+
+    void brokenPipe()
+    {
+        const int status = inChild([] {
+            int ends[2];
+            if (pipe(ends) != 0)
+                _exit(98);
+            ZELStdDevice device(ends[1]);
+            close(ends[0]);
+            device.write(QByteArray(1 << 20, 'a'));
+            _exit(0);
+        });
+        QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+
+    void slowReader()
+    {
+        int ends[2];
+        QCOMPARE(pipe2(ends, O_NONBLOCK), 0);
+        ZELStdDevice device(ends[1]);
+        QByteArray sent;
+        for (int i = 0; i < 100000; ++i)
+            sent += QByteArray::number(i) + ' ';
+        std::thread writer([&] { device.write(sent); });
+        QByteArray received;
+        char block[3000];
+        while (received.size() < sent.size()) {
+            const ssize_t count = read(ends[0], block, sizeof block);
+            if (count > 0)
+                received.append(block, int(count));
+            else
+                std::this_thread::yield();
+        }
+        writer.join();
+        close(ends[0]);
+        QVERIFY(received == sent);
+    }
+
+    void fullDescriptor()
+    {
+        ZELStdDevice full(::open("/dev/full", O_WRONLY));
+        full.write(QByteArray("x"));
+        int ends[2];
+        QCOMPARE(pipe2(ends, O_NONBLOCK), 0);
+        ZELStdDevice stuck(ends[1]);
+        std::thread writer([&] { stuck.write(QByteArray(1 << 20, 'a')); });
+        QTest::qWait(20);
+        stuck.Close(); // lets the writer go long before its time is up
+        QElapsedTimer timer;
+        timer.start();
+        writer.join();
+        QVERIFY(timer.elapsed() < 5000);
+        close(ends[0]);
+    }
+
+    void badDescriptors()
+    {
+        ZELStdDevice none(-1);
+        int closes = 0;
+        none.setCloseHook([&] { ++closes; });
+        none.write(QString("x"));
+        none.Start();
+        none.Close();
+        QCOMPARE(closes, 1);
+        QVERIFY(none.readValid() && none.writeValid() && !none.innerThread());
+    }
+
+    void standardInputForReading()
+    {
+        int in[2], out[2];
+        QVERIFY(pipe(in) == 0 && pipe(out) == 0);
+        const int status = inChild([&] {
+            dup2(in[0], 0);
+            dup2(out[1], 1);
+            ZELStdDevice device(0);
+            device.write(QByteArray("x"));
+            device.Close();
+            // The next file must not become standard input.
+            _exit(::open("/", O_RDONLY) > 2 ? 0 : 1);
+        });
+        QCOMPARE(WEXITSTATUS(status), 0);
+        char x = 0;
+        QVERIFY(read(out[0], &x, 1) == 1 && x == 'x');
+        for (int fd : {in[0], in[1], out[0], out[1]})
+            close(fd);
+    }
+
+    void standardInputClosed()
+    {
+        const int status = inChild([] {
+            close(0);
+            zelKeepStandardDescriptors();
+            _exit(::open("/", O_RDONLY) > 2 && ZELStdDevice(0).readAll().isEmpty() ? 0 : 1);
+        });
+        QCOMPARE(WEXITSTATUS(status), 0);
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_ZELIODevice)
 #include "tst_zeliodevice.moc"

@@ -4,7 +4,8 @@
 #include <QtTest>
 #include <atomic>
 
-class tst_ZELLife : public QObject {
+class tst_ZELLife : public QObject
+{
     Q_OBJECT
 private Q_SLOTS:
     void useAfterEnd();

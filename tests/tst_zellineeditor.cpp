@@ -1,36 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "keys.h"
 #include "screen.h"
+#include "table.h"
 #include "zellineeditor_p.h"
 
 #include <QRandomGenerator>
 #include <QtTest>
 #include <thread>
-
-class tst_ZELLineEditor : public QObject
-{
-    Q_OBJECT
-private Q_SLOTS:
-    void edits_data();
-    void edits();
-    void utf8_data();
-    void utf8();
-    void swallowed_data();
-    void swallowed();
-    void history_data();
-    void history();
-    void historyKeepsOneOfEach();
-    void historyChangesWhileBrowsing();
-    void historyFromManyThreads();
-    void tabOnlyWhereItHelps();
-    void everyByte();
-    void withoutTerminal();
-    void linesComeOneByOne();
-    void appendAndRedraw();
-    void screenShowsTheLine_data();
-    void screenShowsTheLine();
-    void longLine();
-};
 
 namespace {
 
@@ -49,311 +25,294 @@ QByteArray type(ZELLineEditor &editor, const QByteArray &bytes)
 
 } // namespace
 
-void tst_ZELLineEditor::edits_data()
+class tst_ZELLineEditor : public QObject
 {
-    QTest::addColumn<QByteArray>("typed");
-    QTest::addColumn<QByteArray>("written");
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<int>("cursor");
-
-    const auto row = [](const char *typed, const char *written, const char *line, int cursor) {
-        QTest::newRow(typed) << QByteArray(typed) << QByteArray(written) << QString(line) << cursor;
-    };
-    row("ab", "ab", "ab", 2);
-    row("ab<left>X", "ab<left>Xb<left>", "aXb", 2);
-    row("ab<left><left>XY", "ab<left><left>Xab<left><left>Yab<left><left>", "XYab", 2);
-    row("ab<left><right>", "ab<left><right>", "ab", 2);
-    row("a<left><left><left>", "a<left>", "a", 0);
-    row("a<right>", "a", "a", 1);
-    row("<bs>", "", "", 0);
-    row("a<left><bs>", "a<left>", "a", 0);
-    row("ab<bs>", "ab<back> <left>", "a", 1);
-    row("ab<ctrl-h><bs><bs>", "ab<back> <left><back> <left>", "", 0);
-    row("abc<left><bs>", "abc<left><back>c <left><left>", "ac", 1);
-    row("abcd<left><left><del>", "abcd<left><left><back>cd <left><left><left>", "acd", 1);
-    row("<del>", "", "", 0);
-    row("a<left><del>", "a<left>", "a", 0);
-    row("ab<nl>c", "ab<nl>c", "c", 1);
-    row("ab<left><nl>c", "ab<left><nl>c", "c", 1);
-    row("<nl>", "<nl>", "", 0);
-}
-
-void tst_ZELLineEditor::edits()
-{
-    QFETCH(QByteArray, typed);
-    QFETCH(QByteArray, written);
-    ZELLineEditor editor;
-    QCOMPARE(type(editor, keys(typed)), keys(written));
-    QTEST(editor.line(), "line");
-    QTEST(editor.cursor(), "cursor");
-}
-
-void tst_ZELLineEditor::utf8_data()
-{
-    QTest::addColumn<QByteArray>("typed");
-    QTest::addColumn<QByteArray>("written");
-    QTest::addColumn<QByteArray>("line");
-
-    const auto row = [](const char *name, const char *typed, const char *written, const char *line) {
-        QTest::newRow(name) << QByteArray(typed) << QByteArray(written) << QByteArray(line);
-    };
-    row("two bytes, one step", "\u00e4b<left><left>X", "\u00e4b<left><left>X\u00e4b<left><left>", "X\u00e4b");
-    row("backspace takes all bytes", "a\u20ac<bs>", "a\u20ac<back> <left>", "a");
-    row("insert before", "\u20ac<left>\u00e4", "\u20ac<left>\u00e4\u20ac<left>", "\u00e4\u20ac");
-    row("wide character", "\u4e2d<left><right><bs>", "\u4e2d<left><left><right><right><back><back>  <left><left>", "");
-    row("combining mark", "e\u0301<left>", "e\u0301", "e\u0301");
-    row("four bytes", "\U0001f600<bs>x", "\U0001f600<back><back>  <left><left>x", "x");
-    row("incomplete stays out", "a\xe2\x82", "a", "a");
-    row("incomplete, then text", "\xe2\x82x", "\xe2\x82x", "\xe2\x82x");
-    row("incomplete, then another", "\xe2\xc3\xa4<bs>", "\xe2\xc3\xa4<back> <left>", "\xe2");
-    row("incomplete, then a key", "\xe2\x82<bs>", "\xe2\x82<back> <left>", "\xe2");
-    row("no lead byte", "\x82<bs>", "\x82<back> <left>", "");
-    row("overlong", "\xc0\x80<bs>", "\xc0\x80<back> <left>", "\xc0");
-    row("surrogate", "\xed\xa0\x80<bs><bs>", "\xed\xa0\x80<back> <left><back> <left>", "\xed");
-    row("beyond Unicode", "\xf4\x90\x80\x80<left>", "\xf4\x90\x80\x80<left>", "\xf4\x90\x80\x80");
-}
-
-void tst_ZELLineEditor::utf8()
-{
-    QFETCH(QByteArray, typed);
-    QFETCH(QByteArray, written);
-    ZELLineEditor editor;
-    editor.setUtf8(true);
-    QCOMPARE(type(editor, keys(typed)), keys(written));
-    QTEST(editor.line().toLatin1(), "line");
-}
-
-void tst_ZELLineEditor::swallowed_data()
-{
-    QTest::addColumn<QByteArray>("typed");
-    QTest::addColumn<QString>("line");
-
-    const auto row
-        = [](const char *typed, const char *line) { QTest::newRow(typed) << QByteArray(typed) << QString(line); };
-    row("a<esc>xb", "ab");
-    row("a<esc><nl>b", "ab");
-    row("a<esc><esc>[Db", "a[Db");
-    row("a<esc>[Hb", "ab");
-    row("a<esc>[1~b", "ab");
-    row("a<esc>[3xb", "ab");
-    row("a<esc>[3;5~b", "ab");
-    row("a<esc>[1;5Db", "ab");
-    row("a<esc>[200~b<esc>[201~", "ab");
-    row("a<esc>[?25hb", "ab");
-    row("a<esc>[1<nl>b", "b");
-    row("a<esc>[1<esc>[Db", "ba");
-    row("a<esc>OPb", "ab");
-    row("a<esc>O<nl>b", "b");
-}
-
-void tst_ZELLineEditor::swallowed()
-{
-    QFETCH(QByteArray, typed);
-    ZELLineEditor editor;
-    type(editor, keys(typed));
-    QTEST(editor.line(), "line");
-}
-
-void tst_ZELLineEditor::history_data()
-{
-    QTest::addColumn<QByteArray>("typed");
-    QTest::addColumn<QByteArray>("written");
-    QTest::addColumn<QString>("line");
-
-    // The history holds "one" and "two".
-    const auto row = [](const char *typed, const char *written, const char *line) {
-        QTest::newRow(typed) << QByteArray(typed) << QByteArray(written) << QString(line);
-    };
-    row("<up>", "two", "two");
-    row("<up><up>", "two<back><back><back>one", "one");
-    row("<up><up><up>", "two<back><back><back>one", "one");
-    row("<down>", "", "");
-    row("ab<up><down>", "ab<back><back>two<back><back><back>ab", "ab");
-    row("ab<left><up>", "ab<left><right><back><back>two", "two");
-    row("<up><down>", "two<back><back><back>", "");
-    row("<up>x<up><down>", "twox<back><back><back><back>one<back><back><back>two", "two");
-    row("<up><down><down>", "two<back><back><back>", "");
-}
-
-void tst_ZELLineEditor::history()
-{
-    QFETCH(QByteArray, typed);
-    QFETCH(QByteArray, written);
-    ZELHistory history;
-    history.add("one");
-    history.add("two");
-    ZELLineEditor editor(&history);
-    QCOMPARE(type(editor, keys(typed)), keys(written));
-    QTEST(editor.line(), "line");
-    QCOMPARE(editor.cursor(), editor.line().size());
-}
-
-void tst_ZELLineEditor::historyKeepsOneOfEach()
-{
-    ZELHistory history;
-    ZELLineEditor editor(&history);
-    QCOMPARE(type(editor, keys("<up><down>")), QByteArray());
-    for (const char *line : {"a", "b", "a", "a", "c"})
-        history.add(line);
-    QCOMPARE(history.entries(), QStringList({"b", "a", "c"}));
-    history.setLimit(2);
-    history.add("d");
-    QCOMPARE(history.entries(), QStringList({"c", "d"}));
-    history.setLimit(0);
-    history.add("e");
-    QCOMPARE(history.entries(), QStringList());
-    QCOMPARE(type(editor, keys("<up>")), QByteArray());
-}
-
-void tst_ZELLineEditor::historyChangesWhileBrowsing()
-{
-    ZELHistory history;
-    for (const char *line : {"a", "b", "c"})
-        history.add(line);
-    ZELLineEditor editor(&history);
-    type(editor, keys("draft<up><up>"));
-    QCOMPARE(editor.line(), QString("b"));
-    history.add("b");
-    type(editor, keys("<down>"));
-    QCOMPARE(editor.line(), QString("b"));
-    type(editor, keys("x<up><up><down><down>"));
-    QCOMPARE(editor.line(), QString("bx"));
-}
-
-void tst_ZELLineEditor::historyFromManyThreads()
-{
-    ZELHistory history;
-    history.setLimit(50);
-    std::vector<std::thread> jobs;
-    for (int job = 0; job < 3; ++job)
-        jobs.emplace_back([&history, job] {
-            for (int i = 0; i < 2000; ++i)
-                history.add(QString::number((i * 7 + job) % 80));
-        });
-    ZELLineEditor editor(&history);
-    for (int i = 0; i < 2000; ++i)
-        type(editor, keys("<up><up><down>"));
-    for (std::thread &job : jobs)
-        job.join();
-    QStringList entries = history.entries();
-    QCOMPARE(entries.size(), 50);
-    QCOMPARE(entries.removeDuplicates(), 0);
-}
-
-void tst_ZELLineEditor::tabOnlyWhereItHelps()
-{
-    ZELLineEditor editor;
-    QCOMPARE(editor.feed('\t'), ZELLineEditor::None);
-    editor.feed('a');
-    QCOMPARE(editor.feed('\t'), ZELLineEditor::Tab);
-    editor.feed(' ');
-    QCOMPARE(editor.feed('\t'), ZELLineEditor::None);
-    QCOMPARE(editor.line(), QString("a "));
-}
-
-void tst_ZELLineEditor::everyByte()
-{
-    const QByteArray special = keys("<nl><tab><esc><bs><ctrl-h>");
-    for (int value = 0; value < 256; ++value) {
-        const char byte = static_cast<char>(value);
-        ZELLineEditor editor;
-        editor.feed('a');
-        editor.feed(byte);
-        if (special.contains(byte))
-            continue;
-        QCOMPARE(editor.line(), QString("a") + QChar(value));
-        QCOMPARE(editor.takeOutput(), QByteArray("a") + byte);
+    Q_OBJECT
+private Q_SLOTS:
+    void edits_data()
+    {
+        Table<QByteArray, QByteArray, QString, int> row("typed", "written", "line", "cursor");
+        row("ab", "ab", "ab", 2);
+        row("ab<left>X", "ab<left>Xb<left>", "aXb", 2);
+        row("ab<left><left>XY", "ab<left><left>Xab<left><left>Yab<left><left>", "XYab", 2);
+        row("ab<left><right>", "ab<left><right>", "ab", 2);
+        row("a<left><left><left>", "a<left>", "a", 0);
+        row("a<right>", "a", "a", 1);
+        row("<bs>", "", "", 0);
+        row("a<left><bs>", "a<left>", "a", 0);
+        row("ab<bs>", "ab<back> <left>", "a", 1);
+        row("ab<ctrl-h><bs><bs>", "ab<back> <left><back> <left>", "", 0);
+        row("abc<left><bs>", "abc<left><back>c <left><left>", "ac", 1);
+        row("abcd<left><left><del>", "abcd<left><left><back>cd <left><left><left>", "acd", 1);
+        row("<del>", "", "", 0);
+        row("a<left><del>", "a<left>", "a", 0);
+        row("ab<nl>c", "ab<nl>c", "c", 1);
+        row("ab<left><nl>c", "ab<left><nl>c", "c", 1);
+        row("<nl>", "<nl>", "", 0);
     }
-}
 
-void tst_ZELLineEditor::withoutTerminal()
-{
-    ZELHistory history;
-    history.add("earlier");
-    ZELLineEditor editor(&history);
-    editor.setTerminal(false);
-    editor.setUtf8(true);
-    for (const char byte : keys("a<tab><bs><ctrl-h><up>\xe2"))
-        QCOMPARE(editor.feed(byte), ZELLineEditor::None);
-    QCOMPARE(editor.line(), QString("a[A") + QChar(0xe2));
-    editor.append("x");
-    editor.redraw();
-    QCOMPARE(editor.feed('\n'), ZELLineEditor::Line);
-    QCOMPARE(editor.takeOutput(), QByteArray());
-}
+    void edits()
+    {
+        QFETCH(QByteArray, typed);
+        QFETCH(QByteArray, written);
+        ZELLineEditor editor;
+        QCOMPARE(type(editor, keys(typed)), keys(written));
+        QTEST(editor.line(), "line");
+        QTEST(editor.cursor(), "cursor");
+    }
 
-void tst_ZELLineEditor::linesComeOneByOne()
-{
-    ZELLineEditor editor;
-    QStringList lines;
-    for (const char byte : keys("one<nl><nl>two<left>"))
-        if (editor.feed(byte) == ZELLineEditor::Line)
-            lines += editor.takeLine();
-    QCOMPARE(lines, QStringList({"one", ""}));
-    QCOMPARE(editor.line(), QString("two"));
-    QCOMPARE(editor.takeOutput(), keys("one<nl><nl>two<left>"));
-}
+    void utf8_data()
+    {
+        Table<QByteArray, QByteArray, QByteArray> row("typed", "written", "line");
+        row("two bytes, one step", "\u00e4b<left><left>X", "\u00e4b<left><left>X\u00e4b<left><left>", "X\u00e4b");
+        row("backspace takes all bytes", "a\u20ac<bs>", "a\u20ac<back> <left>", "a");
+        row("insert before", "\u20ac<left>\u00e4", "\u20ac<left>\u00e4\u20ac<left>", "\u00e4\u20ac");
+        row("wide character", "\u4e2d<left><right><bs>", "\u4e2d<left><left><right><right><back><back>  <left><left>",
+            "");
+        row("combining mark", "e\u0301<left>", "e\u0301", "e\u0301");
+        row("four bytes", "\U0001f600<bs>x", "\U0001f600<back><back>  <left><left>x", "x");
+        row("incomplete stays out", "a\xe2\x82", "a", "a");
+        row("incomplete, then text", "\xe2\x82x", "\xe2\x82x", "\xe2\x82x");
+        row("incomplete, then another", "\xe2\xc3\xa4<bs>", "\xe2\xc3\xa4<back> <left>", "\xe2");
+        row("incomplete, then a key", "\xe2\x82<bs>", "\xe2\x82<back> <left>", "\xe2");
+        row("no lead byte", "\x82<bs>", "\x82<back> <left>", "");
+        row("overlong", "\xc0\x80<bs>", "\xc0\x80<back> <left>", "\xc0");
+        row("surrogate", "\xed\xa0\x80<bs><bs>", "\xed\xa0\x80<back> <left><back> <left>", "\xed");
+        row("beyond Unicode", "\xf4\x90\x80\x80<left>", "\xf4\x90\x80\x80<left>", "\xf4\x90\x80\x80");
+    }
 
-void tst_ZELLineEditor::appendAndRedraw()
-{
-    ZELLineEditor editor;
-    type(editor, keys("demo/h<left>"));
-    editor.append("ello");
-    QCOMPARE(editor.takeOutput(), keys("<right>ello"));
-    QCOMPARE(editor.line(), QString("demo/hello"));
-    type(editor, keys("<left><left>"));
-    editor.redraw();
-    QCOMPARE(editor.takeOutput(), keys("demo/hello<left><left>"));
-    editor.setUtf8(true);
-    editor.append(QString::fromUtf8("\u00e4"));
-    QCOMPARE(editor.text(), QString::fromUtf8("demo/hello\u00e4"));
-    QCOMPARE(editor.line().size(), 12);
-}
+    void utf8()
+    {
+        QFETCH(QByteArray, typed);
+        QFETCH(QByteArray, written);
+        ZELLineEditor editor;
+        editor.setUtf8(true);
+        QCOMPARE(type(editor, keys(typed)), keys(written));
+        QTEST(editor.line().toLatin1(), "line");
+    }
 
-void tst_ZELLineEditor::screenShowsTheLine_data()
-{
-    QTest::addColumn<bool>("utf8");
-    QTest::newRow("bytes") << false;
-    QTest::newRow("utf-8") << true;
-}
+    void swallowed_data()
+    {
+        Table<QByteArray, QString> row("typed", "line");
+        row("a<esc>xb", "ab");
+        row("a<esc><nl>b", "ab");
+        row("a<esc><esc>[Db", "a[Db");
+        row("a<esc>[Hb", "ab");
+        row("a<esc>[1~b", "ab");
+        row("a<esc>[3xb", "ab");
+        row("a<esc>[3;5~b", "ab");
+        row("a<esc>[1;5Db", "ab");
+        row("a<esc>[200~b<esc>[201~", "ab");
+        row("a<esc>[?25hb", "ab");
+        row("a<esc>[1<nl>b", "b");
+        row("a<esc>[1<esc>[Db", "ba");
+        row("a<esc>OPb", "ab");
+        row("a<esc>O<nl>b", "b");
+    }
 
-/// After any keys the screen holds the line, and the cursor stands where the next character goes.
-void tst_ZELLineEditor::screenShowsTheLine()
-{
-    QFETCH(bool, utf8);
-    const QList<QByteArray> pressed = {"a", "b", "/", " ", "<left>", "<left>", "<right>", "<bs>", "<del>", "<up>",
-        "<down>", "<esc>[H", utf8 ? "\u00e4" : "c", utf8 ? "\u4e2d" : "d"};
-    QRandomGenerator random(20);
-    for (int round = 0; round < 60; ++round) {
+    void swallowed()
+    {
+        QFETCH(QByteArray, typed);
+        ZELLineEditor editor;
+        type(editor, keys(typed));
+        QTEST(editor.line(), "line");
+    }
+
+    void history_data()
+    {
+        Table<QByteArray, QByteArray, QString> row("typed", "written", "line");
+        // The history holds "one" and "two".
+        row("<up>", "two", "two");
+        row("<up><up>", "two<back><back><back>one", "one");
+        row("<up><up><up>", "two<back><back><back>one", "one");
+        row("<down>", "", "");
+        row("ab<up><down>", "ab<back><back>two<back><back><back>ab", "ab");
+        row("ab<left><up>", "ab<left><right><back><back>two", "two");
+        row("<up><down>", "two<back><back><back>", "");
+        row("<up>x<up><down>", "twox<back><back><back><back>one<back><back><back>two", "two");
+        row("<up><down><down>", "two<back><back><back>", "");
+    }
+
+    void history()
+    {
+        QFETCH(QByteArray, typed);
+        QFETCH(QByteArray, written);
         ZELHistory history;
-        history.add("short");
-        history.add("a longer line");
+        history.add("one");
+        history.add("two");
         ZELLineEditor editor(&history);
-        editor.setUtf8(utf8);
-        Screen screen(300, 1, utf8);
-        for (int i = 0; i < 60; ++i) {
-            screen.feed(type(editor, keys(pressed.at(random.bounded(pressed.size())))));
-            const QString left = QString::fromUtf8(editor.line().left(editor.cursor()).toLatin1());
-            QString shown = editor.text();
-            while (shown.endsWith(' '))
-                shown.chop(1);
-            QCOMPARE(screen.row(0), shown);
-            QCOMPARE(screen.cursor().x(), left.size() + left.count(QString::fromUtf8("\u4e2d")));
+        QCOMPARE(type(editor, keys(typed)), keys(written));
+        QTEST(editor.line(), "line");
+        QCOMPARE(editor.cursor(), editor.line().size());
+    }
+
+    void historyKeepsOneOfEach()
+    {
+        ZELHistory history;
+        ZELLineEditor editor(&history);
+        QCOMPARE(type(editor, keys("<up><down>")), QByteArray());
+        for (const char *line : {"a", "b", "a", "a", "c"})
+            history.add(line);
+        QCOMPARE(history.entries(), QStringList({"b", "a", "c"}));
+        history.setLimit(2);
+        history.add("d");
+        QCOMPARE(history.entries(), QStringList({"c", "d"}));
+        history.setLimit(0);
+        history.add("e");
+        QCOMPARE(history.entries(), QStringList());
+        QCOMPARE(type(editor, keys("<up>")), QByteArray());
+    }
+
+    void historyChangesWhileBrowsing()
+    {
+        ZELHistory history;
+        for (const char *line : {"a", "b", "c"})
+            history.add(line);
+        ZELLineEditor editor(&history);
+        type(editor, keys("draft<up><up>"));
+        QCOMPARE(editor.line(), QString("b"));
+        history.add("b");
+        type(editor, keys("<down>"));
+        QCOMPARE(editor.line(), QString("b"));
+        type(editor, keys("x<up><up><down><down>"));
+        QCOMPARE(editor.line(), QString("bx"));
+    }
+
+    void historyFromManyThreads()
+    {
+        ZELHistory history;
+        history.setLimit(50);
+        std::vector<std::thread> jobs;
+        for (int job = 0; job < 3; ++job)
+            jobs.emplace_back([&history, job] {
+                for (int i = 0; i < 2000; ++i)
+                    history.add(QString::number((i * 7 + job) % 80));
+            });
+        ZELLineEditor editor(&history);
+        for (int i = 0; i < 2000; ++i)
+            type(editor, keys("<up><up><down>"));
+        for (std::thread &job : jobs)
+            job.join();
+        QStringList entries = history.entries();
+        QCOMPARE(entries.size(), 50);
+        QCOMPARE(entries.removeDuplicates(), 0);
+    }
+
+    void tabOnlyWhereItHelps()
+    {
+        ZELLineEditor editor;
+        QCOMPARE(editor.feed('\t'), ZELLineEditor::None);
+        editor.feed('a');
+        QCOMPARE(editor.feed('\t'), ZELLineEditor::Tab);
+        editor.feed(' ');
+        QCOMPARE(editor.feed('\t'), ZELLineEditor::None);
+        QCOMPARE(editor.line(), QString("a "));
+    }
+
+    void everyByte()
+    {
+        const QByteArray special = keys("<nl><tab><esc><bs><ctrl-h>");
+        for (int value = 0; value < 256; ++value) {
+            const char byte = static_cast<char>(value);
+            ZELLineEditor editor;
+            editor.feed('a');
+            editor.feed(byte);
+            if (special.contains(byte))
+                continue;
+            QCOMPARE(editor.line(), QString("a") + QChar(value));
+            QCOMPARE(editor.takeOutput(), QByteArray("a") + byte);
         }
     }
-}
 
-void tst_ZELLineEditor::longLine()
-{
-    ZELLineEditor editor;
-    for (int i = 0; i < 1 << 20; ++i)
-        editor.feed(static_cast<char>('a' + i % 26));
-    QCOMPARE(editor.takeOutput().size(), 1 << 20);
-    for (int i = 0; i < 1000; ++i)
-        editor.feed('\177');
-    QCOMPARE(editor.line().size(), (1 << 20) - 1000);
-    QCOMPARE(editor.takeOutput().size(), 1000 * 7);
-}
+    void withoutTerminal()
+    {
+        ZELHistory history;
+        history.add("earlier");
+        ZELLineEditor editor(&history);
+        editor.setTerminal(false);
+        editor.setUtf8(true);
+        for (const char byte : keys("a<tab><bs><ctrl-h><up>\xe2"))
+            QCOMPARE(editor.feed(byte), ZELLineEditor::None);
+        QCOMPARE(editor.line(), QString("a[A") + QChar(0xe2));
+        editor.append("x");
+        editor.redraw();
+        QCOMPARE(editor.feed('\n'), ZELLineEditor::Line);
+        QCOMPARE(editor.takeOutput(), QByteArray());
+    }
+
+    void linesComeOneByOne()
+    {
+        ZELLineEditor editor;
+        QStringList lines;
+        for (const char byte : keys("one<nl><nl>two<left>"))
+            if (editor.feed(byte) == ZELLineEditor::Line)
+                lines += editor.takeLine();
+        QCOMPARE(lines, QStringList({"one", ""}));
+        QCOMPARE(editor.line(), QString("two"));
+        QCOMPARE(editor.takeOutput(), keys("one<nl><nl>two<left>"));
+    }
+
+    void appendAndRedraw()
+    {
+        ZELLineEditor editor;
+        type(editor, keys("demo/h<left>"));
+        editor.append("ello");
+        QCOMPARE(editor.takeOutput(), keys("<right>ello"));
+        QCOMPARE(editor.line(), QString("demo/hello"));
+        type(editor, keys("<left><left>"));
+        editor.redraw();
+        QCOMPARE(editor.takeOutput(), keys("demo/hello<left><left>"));
+        editor.setUtf8(true);
+        editor.append(QString::fromUtf8("\u00e4"));
+        QCOMPARE(editor.text(), QString::fromUtf8("demo/hello\u00e4"));
+        QCOMPARE(editor.line().size(), 12);
+    }
+
+    void screenShowsTheLine_data()
+    {
+        Table<bool> row("utf8");
+        row("bytes", false);
+        row("utf-8", true);
+    }
+
+    /// After any keys the screen holds the line, and the cursor stands where the next character goes.
+    void screenShowsTheLine()
+    {
+        QFETCH(bool, utf8);
+        const QList<QByteArray> pressed = {"a", "b", "/", " ", "<left>", "<left>", "<right>", "<bs>", "<del>", "<up>",
+            "<down>", "<esc>[H", utf8 ? "\u00e4" : "c", utf8 ? "\u4e2d" : "d"};
+        QRandomGenerator random(20);
+        for (int round = 0; round < 60; ++round) {
+            ZELHistory history;
+            history.add("short");
+            history.add("a longer line");
+            ZELLineEditor editor(&history);
+            editor.setUtf8(utf8);
+            Screen screen(300, 1, utf8);
+            for (int i = 0; i < 60; ++i) {
+                screen.feed(type(editor, keys(pressed.at(random.bounded(pressed.size())))));
+                const QString left = QString::fromUtf8(editor.line().left(editor.cursor()).toLatin1());
+                QString shown = editor.text();
+                while (shown.endsWith(' '))
+                    shown.chop(1);
+                QCOMPARE(screen.row(0), shown);
+                QCOMPARE(screen.cursor().x(), left.size() + left.count(QString::fromUtf8("\u4e2d")));
+            }
+        }
+    }
+
+    void longLine()
+    {
+        ZELLineEditor editor;
+        for (int i = 0; i < 1 << 20; ++i)
+            editor.feed(static_cast<char>('a' + i % 26));
+        QCOMPARE(editor.takeOutput().size(), 1 << 20);
+        for (int i = 0; i < 1000; ++i)
+            editor.feed('\177');
+        QCOMPARE(editor.line().size(), (1 << 20) - 1000);
+        QCOMPARE(editor.takeOutput().size(), 1000 * 7);
+    }
+};
 
 QTEST_APPLESS_MAIN(tst_ZELLineEditor)
 #include "tst_zellineeditor.moc"

@@ -23,41 +23,38 @@ public Q_SLOTS:
 Q_SIGNALS:
     void fired();
 private Q_SLOTS:
-    void breaksEveryKindOfConnection();
-    void survivesTheDeathOfEitherEnd();
+    void breaksEveryKindOfConnection()
+    {
+        tst_ZELMethodConnectSaver sender, receiver;
+        const QMetaObject *meta = sender.metaObject();
+        auto saver = std::make_unique<CountingSaver>();
+        *saver << QObject::connect(&sender, &tst_ZELMethodConnectSaver::fired, [&] { receiver.hit(); })
+               << QMetaObject::Connection();
+        QVERIFY(saver->connect(&sender, SIGNAL(fired()), &receiver, SLOT(hit()), Qt::DirectConnection));
+        QVERIFY(saver->connect(&sender, meta->method(meta->indexOfSignal("fired()")), &receiver,
+            meta->method(meta->indexOfSlot("hit()")), Qt::DirectConnection));
+        QVERIFY(saver->connect(&sender, SIGNAL(fired()), SLOT(hit()), Qt::DirectConnection));
+        Q_EMIT sender.fired();
+        QCOMPARE(receiver.hits, 3);
+        QCOMPARE(saver->count, 1);
+        saver.reset();
+        Q_EMIT sender.fired();
+        QCOMPARE(receiver.hits, 3);
+    }
+
+    void survivesTheDeathOfEitherEnd()
+    {
+        ZELMethodConnectSaver saver;
+        auto sender = std::make_unique<tst_ZELMethodConnectSaver>();
+        auto receiver = std::make_unique<tst_ZELMethodConnectSaver>();
+        const auto connection
+            = saver.connect(sender.get(), SIGNAL(fired()), receiver.get(), SLOT(hit()), Qt::DirectConnection);
+        receiver.reset();
+        Q_EMIT sender->fired();
+        QVERIFY(!connection);
+        sender.reset();
+    }
 };
-
-void tst_ZELMethodConnectSaver::breaksEveryKindOfConnection()
-{
-    tst_ZELMethodConnectSaver sender, receiver;
-    const QMetaObject *meta = sender.metaObject();
-    auto saver = std::make_unique<CountingSaver>();
-    *saver << QObject::connect(&sender, &tst_ZELMethodConnectSaver::fired, [&] { receiver.hit(); })
-           << QMetaObject::Connection();
-    QVERIFY(saver->connect(&sender, SIGNAL(fired()), &receiver, SLOT(hit()), Qt::DirectConnection));
-    QVERIFY(saver->connect(&sender, meta->method(meta->indexOfSignal("fired()")), &receiver,
-        meta->method(meta->indexOfSlot("hit()")), Qt::DirectConnection));
-    QVERIFY(saver->connect(&sender, SIGNAL(fired()), SLOT(hit()), Qt::DirectConnection));
-    Q_EMIT sender.fired();
-    QCOMPARE(receiver.hits, 3);
-    QCOMPARE(saver->count, 1);
-    saver.reset();
-    Q_EMIT sender.fired();
-    QCOMPARE(receiver.hits, 3);
-}
-
-void tst_ZELMethodConnectSaver::survivesTheDeathOfEitherEnd()
-{
-    ZELMethodConnectSaver saver;
-    auto sender = std::make_unique<tst_ZELMethodConnectSaver>();
-    auto receiver = std::make_unique<tst_ZELMethodConnectSaver>();
-    const auto connection
-        = saver.connect(sender.get(), SIGNAL(fired()), receiver.get(), SLOT(hit()), Qt::DirectConnection);
-    receiver.reset();
-    Q_EMIT sender->fired();
-    QVERIFY(!connection);
-    sender.reset();
-}
 
 QTEST_GUILESS_MAIN(tst_ZELMethodConnectSaver)
 #include "tst_zelmethodconnectsaver.moc"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "fakedevice.h"
+#include "table.h"
 #include "zelarguments.h"
 #include "zelshell.h"
 #include "zelshellserver.h"
@@ -96,345 +97,319 @@ private Q_SLOTS:
     void initTestCase() { qInstallMessageHandler(keepLog); }
     void init() { logged.clear(); }
 
-    void identity();
-    void typedLine();
-    void bytesAreEchoedTogether();
-    void handshakeAndBanner();
-    void remoteTerminal();
-    void oneLineSession();
-    void lineOfSeveralStatements();
-    void longStatementIsCutInTheLog();
-    void completion();
-    void recoveryAfterAFault();
-    void lineLimit_data();
-    void lineLimit();
-    void backgroundJobs();
-    void jobOutlivesItsSession();
-    void idleLimit();
-    void interrupt();
-    void interruptIsForTerminals();
-    void stopFromAnotherThread();
-    void killedSessionEnds();
-    void endedInput_data();
-    void endedInput();
-    void hostileBytes();
-    void nullStream();
+    void identity()
+    {
+        ZELShellServer server;
+        ZELShellCollection list;
+        FakeDevice device;
+        ZELStream stream(&device, false);
+        {
+            ZELShell shell(&stream);
+            list.append(&shell);
+            shell.setShellName("Test");
+            QVERIFY(shell.shellLicence().startsWith("Test@{"));
+            QCOMPARE(shell.connectionDescription(),
+                QString("Stream=StdStream;PeerName=*;PeerAddress=loaclhost;PeerPort=*;"));
+            QVERIFY(!shell.IsMain());
+            QVERIFY(!shell.getUuid().isNull());
+            QCOMPARE(list.length(), 1);
+            QCOMPARE(shell.parentContainer(), &list);
+            for (const char *name : {"$?", "$@", "$*", "$none"})
+                QCOMPARE(shell.getEnvironment(name), QString("NULL"));
+        }
+        QCOMPARE(list.length(), 0);
+    }
+
+    void typedLine()
+    {
+        Session session(&board);
+        session.start(true, false);
+        QTRY_COMPARE(session.device.text(), prompt);
+        session.device.take();
+        session.device.type("demo/value\n");
+        QTRY_COMPARE(session.device.text(), "demo/value\n7\r\n" + prompt);
+        QTRY_COMPARE(session.shell->getEnvironment("$?"), QString("7"));
+        QVERIFY(session.shell->IsMain());
+        QVERIFY(session.shell->isRunning());
+        session.device.take();
+        session.device.type("$a = 5\n$a\n\n");
+        QTRY_COMPARE(session.device.text(), "$a = 5\n5\n" + prompt + "$a\n5\r\n" + prompt + "\n" + prompt);
+    }
+
+    void bytesAreEchoedTogether()
+    {
+        Session session(&board);
+        session.start(true, false);
+        QTRY_COMPARE(session.device.text(), prompt);
+        session.device.take();
+        session.device.type("ab\033[DX");
+        QTRY_VERIFY(session.device.text().contains('X'));
+        QCOMPARE(session.device.writes().size(), 1);
+    }
+
+    void handshakeAndBanner()
+    {
+        Session session(&board);
+        session.shell->setVersionId("v1");
+        session.start(false, false, "--nt --user \"a b\"\n");
+        const QString id = session.shell->getUuid().toString();
+        QTRY_COMPARE(session.device.text(), "ZELShell Start\nZELShell\nv1\nConnectId = " + id + "\n");
+        QTRY_VERIFY(session.shell->isNoTerminal());
+        QVERIFY(log().contains("================ get input =[ZELShell --nt --user \"a b\"]"));
+        session.device.take();
+        session.device.type("demo/value\t\033[A\177" + tag.toLatin1() + "\ndemo/value#1 " + tag.toLatin1() + "\r\n");
+        QTRY_VERIFY(session.device.text().contains("PACKET_END"));
+        QVERIFY(!session.device.text().contains("ZEL:~"));
+    }
+
+    void remoteTerminal()
+    {
+        Session session(&board);
+        session.shell->setProductId("Board");
+        session.start(false, false, "\n42\n");
+        QTRY_VERIFY(session.device.text().endsWith("\n42\n" + prompt));
+        QVERIFY(session.device.text().startsWith("Board\nConnectId = {"));
+    }
+
+    void oneLineSession()
+    {
+        Session session(&board);
+        QSignalSpy stopped(session.shell, &ZELShellBase::Stoped);
+        session.start(true, true, "42;demo/value\nnever\n");
+        QTRY_VERIFY(!session.shell);
+        QVERIFY(session.device.text().endsWith("}\n42\n7\r\n"));
+        QCOMPARE(stopped.count(), 1);
+        QVERIFY(!session.device.released);
+        QVERIFY(log().contains("ZELShell Closed!"));
+    }
+
+    void lineOfSeveralStatements()
+    {
+        Session session(&board);
+        session.start(true, false);
+        session.device.type("1;2;;3 ;\n");
+        QTRY_VERIFY(session.device.text().endsWith("\n1\n2\n3\n" + prompt));
+        QCOMPARE(session.shell->pendingStatements(), 0);
+        QCOMPARE(session.shell->history(), QStringList({"1", "2", "3 "}));
+    }
+
+    void longStatementIsCutInTheLog()
+    {
+        Session session(&board);
+        session.shell->setConnectionDescription("Stream=TcpStream;PeerName=n;PeerAddress=1.2.3.4;PeerPort=5;");
+        session.start(true, false, QByteArray(600, 'x') + '\n');
+        QTRY_VERIFY(session.device.text().endsWith("execate\n" + prompt));
+        QVERIFY(log().contains("[n:1.2.3.4] input command [" + QString(500, 'x') + "...]"));
+    }
+
+    void completion()
+    {
+        Session session(&board);
+        session.start(true, false, "demo/v\t");
+        QTRY_COMPARE(session.device.text(), prompt + "demo/value");
+        session.device.take();
+        session.device.type("\n");
+        QTRY_COMPARE(session.device.text(), "\n7\r\n" + prompt);
+        session.device.take();
+        session.device.type("demo/\t");
+        QTRY_VERIFY(session.device.text().endsWith(prompt + "demo/"));
+        QVERIFY(session.device.text().contains("crash"));
+    }
+
+    void recoveryAfterAFault()
+    {
+        Session session(&board);
+        session.start(true, false, "demo/crash\n");
+        const QString expected = "EXECUTE_ERROR :Segmentation fault (core dumped)\r\n" + prompt;
+        QTRY_VERIFY(session.device.text().endsWith(expected));
+        session.device.take();
+        session.device.type("42\n");
+        QTRY_COMPARE(session.device.text(), "42\n42\n" + prompt);
+    }
+
+    void lineLimit_data()
+    {
+        Table<QByteArray, QString> row("line", "answer");
+        const QByteArray filling(20000, 'x');
+        row("plain", "foo " + filling, "Error : input is longer than 100 bytes\n");
+        row("tag at the end", "foo#7 " + filling + " " + tag.toLatin1(), "PACKET_START foo#7\r\n");
+        row("tag in front", "foo#7 " + tag.toLatin1() + filling, "PACKET_START foo#7\r\n");
+    }
+
+    void lineLimit()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(QString, answer);
+        Session session(&board);
+        session.shell->setLineLimit(100);
+        session.start(false, false, "--nt\n" + line + "\n" + QByteArray(99, '5') + "\n7\n");
+        QTRY_VERIFY(session.device.text().endsWith("\n" + QString(99, '5') + "\n7\n"));
+        QCOMPARE(session.device.text().count(answer), 1);
+    }
+
+    void backgroundJobs()
+    {
+        Session session(&board);
+        session.start(true, false, "demo/wait 1 &\n$x = 3\n");
+        QVERIFY(board.entered.tryAcquire(1, 5000));
+        QTRY_COMPARE(session.shell->getEnvironment("$x"), QString("3"));
+        const auto jobs = session.shell->getRunnings();
+        QCOMPARE(jobs.size(), 1);
+        QCOMPARE(jobs.first()->getLabel(), QString("ZELShell Cammand (demo/wait 1 )"));
+        session.device.type("demo/wait &; demo/wait &\n");
+        QVERIFY(board.entered.tryAcquire(2, 5000));
+        board.proceed.release(3);
+        QTRY_VERIFY(session.shell->getRunnings().isEmpty());
+        QTRY_COMPARE(session.shell->getEnvironment("$?"), QString("3"));
+    }
+
+    void jobOutlivesItsSession()
+    {
+        {
+            Session session(&board);
+            session.start(false, false, "--nt\n$a = demo/wait &\n");
+            QVERIFY(board.entered.tryAcquire(1, 5000));
+            session.device.end();
+            QTRY_VERIFY_WITH_TIMEOUT(!session.shell, 10000);
+            QVERIFY(session.device.released);
+        }
+        QVERIFY(log().contains("Waring: \"ZELShell Cammand ($a = demo/wait )\" is not closed while of shell closing."));
+        QCOMPARE(log().filter("Thread exit failed").size(), 1);
+        board.proceed.release();
+        QTRY_VERIFY(!board.proceed.available());
+    }
+
+    void idleLimit()
+    {
+        Session quiet(&board);
+        quiet.shell->setIdleLimit(100);
+        quiet.start(false, false, "--nt\n");
+        QTRY_VERIFY(!quiet.shell);
+
+        Session busy(&board);
+        busy.shell->setIdleLimit(100);
+        busy.start(false, false, "--nt\ndemo/wait &\ndemo/wait\n");
+        QVERIFY(board.entered.tryAcquire(2, 5000));
+        QTest::qWait(300);
+        board.proceed.release();
+        QTest::qWait(300);
+        QVERIFY(busy.shell->isRunning());
+        board.proceed.release();
+        QTRY_VERIFY(!busy.shell);
+    }
+
+    void interrupt()
+    {
+        const QString interrupted = "EXECUTE_ERROR :Interrupted\r\n";
+        Session session(&board);
+        session.shell->setInterruptible(true);
+        session.start(false, false, "\ndemo/sleep\n");
+        QVERIFY(board.entered.tryAcquire(1, 5000));
+        session.device.type("4");
+        session.device.type("\003");
+        QTRY_VERIFY(session.device.text().endsWith("\n" + interrupted + prompt + "4"));
+        session.device.take();
+        session.device.type("2\n");
+        QTRY_COMPARE(session.device.text(), "2\n42\n" + prompt);
+        QVERIFY(session.shell->runningNames().isEmpty());
+        // Together with the line; then in front of one, where it is a byte of it.
+        session.device.type("demo/sleep\n\003");
+        QTRY_VERIFY(session.device.text().endsWith(interrupted + prompt));
+        session.device.type("\003");
+        session.device.type("43\n");
+        QTRY_VERIFY(session.device.text().endsWith("43\n43\n" + prompt));
+        board.entered.tryAcquire(board.entered.available());
+    }
+
+    void interruptIsForTerminals()
+    {
+        for (const QByteArray &start : {QByteArray("--nt\ndemo/wait\n"), "\ndemo/wait " + tag.toLatin1() + "\n"}) {
+            Session session(&board);
+            session.shell->setInterruptible(true);
+            session.start(false, false, start);
+            QVERIFY(board.entered.tryAcquire(1, 5000));
+            session.device.type("\003");
+            QTest::qWait(50);
+            board.proceed.release();
+            session.device.type("\n42\n");
+            QTRY_VERIFY(session.device.text().contains("42\n"));
+            QVERIFY(!session.device.text().contains("Interrupted"));
+        }
+    }
+
+    void stopFromAnotherThread()
+    {
+        for (int i = 0; i < 20; ++i) {
+            Session session(&board);
+            session.start(i % 2, false, "\n");
+            std::unique_ptr<QThread> other(QThread::create([&] { session.shell->Stop(); }));
+            other->start();
+            other->wait();
+            session.device.type("x");
+            QTRY_VERIFY(!session.shell);
+        }
+    }
+
+    void killedSessionEnds()
+    {
+        Session session(&board);
+        QSignalSpy stopped(session.shell, &ZELShellBase::Stoped);
+        session.start(false, false, "--nt\ndemo/wait#1 " + tag.toLatin1() + "\n");
+        QVERIFY(board.entered.tryAcquire(1, 5000));
+        QTRY_VERIFY(session.shell->coreThread());
+        session.shell->coreThread()->Kill();
+        QTRY_VERIFY(!session.shell);
+        QCOMPARE(stopped.count(), 1);
+        QCOMPARE(session.device.text().count("State: EXECUTE_ERROR"), 1);
+        QVERIFY(log().contains("ZELShell Closed!"));
+        board.proceed.release();
+    }
+
+    void endedInput_data()
+    {
+        Table<QByteArray, bool> row("typed", "ismain");
+        row("at once", "", false);
+        row("at once, main", "", true);
+        row("in the handshake", "--n", false);
+        row("in a line", "--nt\ndemo/va", false);
+        row("in an escape sequence", "\nab\033[", false);
+    }
+
+    void endedInput()
+    {
+        QFETCH(QByteArray, typed);
+        QFETCH(bool, ismain);
+        Session session(&board);
+        session.device.end();
+        session.start(ismain, false, typed);
+        QTRY_VERIFY(!session.shell);
+        QCOMPARE(bool(session.device.released), !ismain);
+    }
+
+    void hostileBytes()
+    {
+        Session session(&board);
+        QByteArray all;
+        for (int i = 0; i < 256; ++i)
+            all += char(i);
+        session.start(false, false, all + '\n' + all.mid(11) + "\n" + QByteArray(100000, '(') + "\n;;;\n& ;&\n42\n");
+        QTRY_VERIFY_WITH_TIMEOUT(session.device.text().endsWith("42\n42\n" + prompt), 20000);
+    }
+
+    void nullStream()
+    {
+        ZELShellServer server;
+        QPointer<ZELShell> shell = new ZELShell(nullptr);
+        shell->PrintCurVirtualDir();
+        shell->PrintDir(nullptr, false);
+        QCOMPARE(shell->Execute("cd nowhere", false), QVariant());
+        shell->Start(false, false);
+        QTRY_VERIFY(!shell);
+    }
 
 private:
     Board board;
 };
-
-void tst_ZELShell::identity()
-{
-    ZELShellServer server;
-    ZELShellCollection list;
-    FakeDevice device;
-    ZELStream stream(&device, false);
-    {
-        ZELShell shell(&stream);
-        list.append(&shell);
-        shell.setShellName("Test");
-        QVERIFY(shell.shellLicence().startsWith("Test@{"));
-        QCOMPARE(
-            shell.connectionDescription(), QString("Stream=StdStream;PeerName=*;PeerAddress=loaclhost;PeerPort=*;"));
-        QVERIFY(!shell.IsMain());
-        QVERIFY(!shell.getUuid().isNull());
-        QCOMPARE(list.length(), 1);
-        QCOMPARE(shell.parentContainer(), &list);
-        for (const char *name : {"$?", "$@", "$*", "$none"})
-            QCOMPARE(shell.getEnvironment(name), QString("NULL"));
-    }
-    QCOMPARE(list.length(), 0);
-}
-
-void tst_ZELShell::typedLine()
-{
-    Session session(&board);
-    session.start(true, false);
-    QTRY_COMPARE(session.device.text(), prompt);
-    session.device.take();
-    session.device.type("demo/value\n");
-    QTRY_COMPARE(session.device.text(), "demo/value\n7\r\n" + prompt);
-    QTRY_COMPARE(session.shell->getEnvironment("$?"), QString("7"));
-    QVERIFY(session.shell->IsMain());
-    QVERIFY(session.shell->isRunning());
-    session.device.take();
-    session.device.type("$a = 5\n$a\n\n");
-    QTRY_COMPARE(session.device.text(), "$a = 5\n5\n" + prompt + "$a\n5\r\n" + prompt + "\n" + prompt);
-}
-
-void tst_ZELShell::bytesAreEchoedTogether()
-{
-    Session session(&board);
-    session.start(true, false);
-    QTRY_COMPARE(session.device.text(), prompt);
-    session.device.take();
-    session.device.type("ab\033[DX");
-    QTRY_VERIFY(session.device.text().contains('X'));
-    QCOMPARE(session.device.writes().size(), 1);
-}
-
-void tst_ZELShell::handshakeAndBanner()
-{
-    Session session(&board);
-    session.shell->setVersionId("v1");
-    session.start(false, false, "--nt --user \"a b\"\n");
-    const QString id = session.shell->getUuid().toString();
-    QTRY_COMPARE(session.device.text(), "ZELShell Start\nZELShell\nv1\nConnectId = " + id + "\n");
-    QTRY_VERIFY(session.shell->isNoTerminal());
-    QVERIFY(log().contains("================ get input =[ZELShell --nt --user \"a b\"]"));
-    session.device.take();
-    session.device.type("demo/value\t\033[A\177" + tag.toLatin1() + "\ndemo/value#1 " + tag.toLatin1() + "\r\n");
-    QTRY_VERIFY(session.device.text().contains("PACKET_END"));
-    QVERIFY(!session.device.text().contains("ZEL:~"));
-}
-
-void tst_ZELShell::remoteTerminal()
-{
-    Session session(&board);
-    session.shell->setProductId("Board");
-    session.start(false, false, "\n42\n");
-    QTRY_VERIFY(session.device.text().endsWith("\n42\n" + prompt));
-    QVERIFY(session.device.text().startsWith("Board\nConnectId = {"));
-}
-
-void tst_ZELShell::oneLineSession()
-{
-    Session session(&board);
-    QSignalSpy stopped(session.shell, &ZELShellBase::Stoped);
-    session.start(true, true, "42;demo/value\nnever\n");
-    QTRY_VERIFY(!session.shell);
-    QVERIFY(session.device.text().endsWith("}\n42\n7\r\n"));
-    QCOMPARE(stopped.count(), 1);
-    QVERIFY(!session.device.released);
-    QVERIFY(log().contains("ZELShell Closed!"));
-}
-
-void tst_ZELShell::lineOfSeveralStatements()
-{
-    Session session(&board);
-    session.start(true, false);
-    session.device.type("1;2;;3 ;\n");
-    QTRY_VERIFY(session.device.text().endsWith("\n1\n2\n3\n" + prompt));
-    QCOMPARE(session.shell->pendingStatements(), 0);
-    QCOMPARE(session.shell->history(), QStringList({"1", "2", "3 "}));
-}
-
-void tst_ZELShell::longStatementIsCutInTheLog()
-{
-    Session session(&board);
-    session.shell->setConnectionDescription("Stream=TcpStream;PeerName=n;PeerAddress=1.2.3.4;PeerPort=5;");
-    session.start(true, false, QByteArray(600, 'x') + '\n');
-    QTRY_VERIFY(session.device.text().endsWith("execate\n" + prompt));
-    QVERIFY(log().contains("[n:1.2.3.4] input command [" + QString(500, 'x') + "...]"));
-}
-
-void tst_ZELShell::completion()
-{
-    Session session(&board);
-    session.start(true, false, "demo/v\t");
-    QTRY_COMPARE(session.device.text(), prompt + "demo/value");
-    session.device.take();
-    session.device.type("\n");
-    QTRY_COMPARE(session.device.text(), "\n7\r\n" + prompt);
-    session.device.take();
-    session.device.type("demo/\t");
-    QTRY_VERIFY(session.device.text().endsWith(prompt + "demo/"));
-    QVERIFY(session.device.text().contains("crash"));
-}
-
-void tst_ZELShell::recoveryAfterAFault()
-{
-    Session session(&board);
-    session.start(true, false, "demo/crash\n");
-    const QString expected = "EXECUTE_ERROR :Segmentation fault (core dumped)\r\n" + prompt;
-    QTRY_VERIFY(session.device.text().endsWith(expected));
-    session.device.take();
-    session.device.type("42\n");
-    QTRY_COMPARE(session.device.text(), "42\n42\n" + prompt);
-}
-
-void tst_ZELShell::lineLimit_data()
-{
-    QTest::addColumn<QByteArray>("line");
-    QTest::addColumn<QString>("answer");
-    const QByteArray filling(20000, 'x');
-    QTest::newRow("plain") << "foo " + filling << "Error : input is longer than 100 bytes\n";
-    QTest::newRow("tag at the end") << "foo#7 " + filling + " " + tag.toLatin1() << "PACKET_START foo#7\r\n";
-    QTest::newRow("tag in front") << "foo#7 " + tag.toLatin1() + filling << "PACKET_START foo#7\r\n";
-}
-
-void tst_ZELShell::lineLimit()
-{
-    QFETCH(QByteArray, line);
-    QFETCH(QString, answer);
-    Session session(&board);
-    session.shell->setLineLimit(100);
-    session.start(false, false, "--nt\n" + line + "\n" + QByteArray(99, '5') + "\n7\n");
-    QTRY_VERIFY(session.device.text().endsWith("\n" + QString(99, '5') + "\n7\n"));
-    QCOMPARE(session.device.text().count(answer), 1);
-}
-
-void tst_ZELShell::backgroundJobs()
-{
-    Session session(&board);
-    session.start(true, false, "demo/wait 1 &\n$x = 3\n");
-    QVERIFY(board.entered.tryAcquire(1, 5000));
-    QTRY_COMPARE(session.shell->getEnvironment("$x"), QString("3"));
-    const auto jobs = session.shell->getRunnings();
-    QCOMPARE(jobs.size(), 1);
-    QCOMPARE(jobs.first()->getLabel(), QString("ZELShell Cammand (demo/wait 1 )"));
-    session.device.type("demo/wait &; demo/wait &\n");
-    QVERIFY(board.entered.tryAcquire(2, 5000));
-    board.proceed.release(3);
-    QTRY_VERIFY(session.shell->getRunnings().isEmpty());
-    QTRY_COMPARE(session.shell->getEnvironment("$?"), QString("3"));
-}
-
-void tst_ZELShell::jobOutlivesItsSession()
-{
-    {
-        Session session(&board);
-        session.start(false, false, "--nt\n$a = demo/wait &\n");
-        QVERIFY(board.entered.tryAcquire(1, 5000));
-        session.device.end();
-        QTRY_VERIFY_WITH_TIMEOUT(!session.shell, 10000);
-        QVERIFY(session.device.released);
-    }
-    QVERIFY(log().contains("Waring: \"ZELShell Cammand ($a = demo/wait )\" is not closed while of shell closing."));
-    QCOMPARE(log().filter("Thread exit failed").size(), 1);
-    board.proceed.release();
-    QTRY_VERIFY(!board.proceed.available());
-}
-
-void tst_ZELShell::idleLimit()
-{
-    Session quiet(&board);
-    quiet.shell->setIdleLimit(100);
-    quiet.start(false, false, "--nt\n");
-    QTRY_VERIFY(!quiet.shell);
-
-    Session busy(&board);
-    busy.shell->setIdleLimit(100);
-    busy.start(false, false, "--nt\ndemo/wait &\ndemo/wait\n");
-    QVERIFY(board.entered.tryAcquire(2, 5000));
-    QTest::qWait(300);
-    board.proceed.release();
-    QTest::qWait(300);
-    QVERIFY(busy.shell->isRunning());
-    board.proceed.release();
-    QTRY_VERIFY(!busy.shell);
-}
-
-void tst_ZELShell::interrupt()
-{
-    const QString interrupted = "EXECUTE_ERROR :Interrupted\r\n";
-    Session session(&board);
-    session.shell->setInterruptible(true);
-    session.start(false, false, "\ndemo/sleep\n");
-    QVERIFY(board.entered.tryAcquire(1, 5000));
-    session.device.type("4");
-    session.device.type("\003");
-    QTRY_VERIFY(session.device.text().endsWith("\n" + interrupted + prompt + "4"));
-    session.device.take();
-    session.device.type("2\n");
-    QTRY_COMPARE(session.device.text(), "2\n42\n" + prompt);
-    QVERIFY(session.shell->runningNames().isEmpty());
-    // Together with the line; then in front of one, where it is a byte of it.
-    session.device.type("demo/sleep\n\003");
-    QTRY_VERIFY(session.device.text().endsWith(interrupted + prompt));
-    session.device.type("\003");
-    session.device.type("43\n");
-    QTRY_VERIFY(session.device.text().endsWith("43\n43\n" + prompt));
-    board.entered.tryAcquire(board.entered.available());
-}
-
-void tst_ZELShell::interruptIsForTerminals()
-{
-    for (const QByteArray &start : {QByteArray("--nt\ndemo/wait\n"), "\ndemo/wait " + tag.toLatin1() + "\n"}) {
-        Session session(&board);
-        session.shell->setInterruptible(true);
-        session.start(false, false, start);
-        QVERIFY(board.entered.tryAcquire(1, 5000));
-        session.device.type("\003");
-        QTest::qWait(50);
-        board.proceed.release();
-        session.device.type("\n42\n");
-        QTRY_VERIFY(session.device.text().contains("42\n"));
-        QVERIFY(!session.device.text().contains("Interrupted"));
-    }
-}
-
-void tst_ZELShell::stopFromAnotherThread()
-{
-    for (int i = 0; i < 20; ++i) {
-        Session session(&board);
-        session.start(i % 2, false, "\n");
-        std::unique_ptr<QThread> other(QThread::create([&] { session.shell->Stop(); }));
-        other->start();
-        other->wait();
-        session.device.type("x");
-        QTRY_VERIFY(!session.shell);
-    }
-}
-
-void tst_ZELShell::killedSessionEnds()
-{
-    Session session(&board);
-    QSignalSpy stopped(session.shell, &ZELShellBase::Stoped);
-    session.start(false, false, "--nt\ndemo/wait#1 " + tag.toLatin1() + "\n");
-    QVERIFY(board.entered.tryAcquire(1, 5000));
-    QTRY_VERIFY(session.shell->coreThread());
-    session.shell->coreThread()->Kill();
-    QTRY_VERIFY(!session.shell);
-    QCOMPARE(stopped.count(), 1);
-    QCOMPARE(session.device.text().count("State: EXECUTE_ERROR"), 1);
-    QVERIFY(log().contains("ZELShell Closed!"));
-    board.proceed.release();
-}
-
-void tst_ZELShell::endedInput_data()
-{
-    QTest::addColumn<QByteArray>("typed");
-    QTest::addColumn<bool>("ismain");
-    QTest::newRow("at once") << QByteArray() << false;
-    QTest::newRow("at once, main") << QByteArray() << true;
-    QTest::newRow("in the handshake") << QByteArray("--n") << false;
-    QTest::newRow("in a line") << QByteArray("--nt\ndemo/va") << false;
-    QTest::newRow("in an escape sequence") << QByteArray("\nab\033[") << false;
-}
-
-void tst_ZELShell::endedInput()
-{
-    QFETCH(QByteArray, typed);
-    QFETCH(bool, ismain);
-    Session session(&board);
-    session.device.end();
-    session.start(ismain, false, typed);
-    QTRY_VERIFY(!session.shell);
-    QCOMPARE(bool(session.device.released), !ismain);
-}
-
-void tst_ZELShell::hostileBytes()
-{
-    Session session(&board);
-    QByteArray all;
-    for (int i = 0; i < 256; ++i)
-        all += char(i);
-    session.start(false, false, all + '\n' + all.mid(11) + "\n" + QByteArray(100000, '(') + "\n;;;\n& ;&\n42\n");
-    QTRY_VERIFY_WITH_TIMEOUT(session.device.text().endsWith("42\n42\n" + prompt), 20000);
-}
-
-void tst_ZELShell::nullStream()
-{
-    ZELShellServer server;
-    QPointer<ZELShell> shell = new ZELShell(nullptr);
-    shell->PrintCurVirtualDir();
-    shell->PrintDir(nullptr, false);
-    QCOMPARE(shell->Execute("cd nowhere", false), QVariant());
-    shell->Start(false, false);
-    QTRY_VERIFY(!shell);
-}
 
 QTEST_GUILESS_MAIN(tst_ZELShell)
 #include "tst_zelshell.moc"

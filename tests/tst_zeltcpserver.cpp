@@ -74,180 +74,173 @@ class tst_ZELTcpServer : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void limit();
-    void burst();
-    void reusedDescriptor();
-    void clearClosesAll();
-    void withoutCallback();
-    void peersThatVanish();
-    void descriptorsRunOut();
-    void leavesNothingBehind();
-};
-
-void tst_ZELTcpServer::limit()
-{
-    EchoServer &server = EchoServer::instance(2);
-    std::vector<std::unique_ptr<RawPeer>> peers;
-    std::atomic<bool> done{false};
-    bool served[3] = {}, refused = false;
-    std::thread clients([&] {
-        for (int i = 0; i < 3; ++i) {
-            peers.emplace_back(new RawPeer(server.port()));
-            served[i] = echoes(*peers.back());
-        }
-        RawPeer fourth(server.port());
-        refused = fourth.atEnd();
-        done = true;
-    });
-    QTest::ignoreMessage(QtDebugMsg, "RPC connections use out, current client size=[ 3 ] maxPendingConnections=[ 2 ]");
-    QTRY_VERIFY_WITH_TIMEOUT(done, 20000);
-    clients.join();
-    QVERIFY(served[0] && served[1] && served[2] && refused);
-    peers.pop_back();
-    QTRY_COMPARE(server.server.clientCount(), 2);
-}
-
-void tst_ZELTcpServer::burst()
-{
-    // While nobody accepts, the kernel must keep a thousand connects; Qt's own backlog drops most for a second or more.
-    EchoServer &server = EchoServer::instance(1000);
-    QElapsedTimer timer;
-    timer.start();
-    std::vector<std::unique_ptr<RawPeer>> peers;
-    for (int i = 0; i < 500; ++i)
-        peers.emplace_back(new RawPeer(server.port()));
-    QVERIFY(timer.elapsed() < 1000);
-    QTRY_COMPARE_WITH_TIMEOUT(server.server.clientCount(), 500, 30000);
-    for (auto &peer : peers)
-        QVERIFY(echoes(*peer));
-}
-
-void tst_ZELTcpServer::reusedDescriptor()
-{
-    // The notice of each old connection is still on its way to this thread when the next gets its descriptor.
-    EchoServer &server = EchoServer::instance(10);
-    for (int i = 0; i < 200; ++i) {
-        auto first = std::make_unique<RawPeer>(server.port());
-        QTRY_COMPARE(server.server.clientCount(), 1);
-        first.reset();
-        while (server.running > 0)
-            std::this_thread::yield(); // without the event loop: the notice waits
-        RawPeer second(server.port());
-        QTRY_VERIFY(server.running == 1);
-        QTest::qWait(1);
-        QCOMPARE(server.server.clientCount(), 1);
-    }
-}
-
-void tst_ZELTcpServer::clearClosesAll()
-{
-    EchoServer &server = EchoServer::instance(10);
-    std::vector<std::unique_ptr<RawPeer>> peers;
-    for (int i = 0; i < 5; ++i)
-        peers.emplace_back(new RawPeer(server.port()));
-    QTRY_COMPARE(server.server.clientCount(), 5);
-    server.server.clear();
-    QCOMPARE(server.server.clientCount(), 0);
-    for (auto &peer : peers) {
-        QVERIFY(peer->atEnd());
-        peer.reset();
-    }
-    QTRY_COMPARE(server.running.load(), 0);
-    peers.emplace_back(new RawPeer(server.port()));
-    QTRY_COMPARE(server.server.clientCount(), 1);
-    QVERIFY(echoes(*peers.back()));
-}
-
-void tst_ZELTcpServer::withoutCallback()
-{
-    ZELTcpServer server(nullptr, 10);
-    QVERIFY(server.listen(QHostAddress::LocalHost, 0));
-    QTest::ignoreMessage(QtWarningMsg, "ZELTcpServer::incomingConnection: no connect callback");
-    RawPeer peer(server.serverPort());
-    QTest::qWait(50);
-    QVERIFY(peer.atEnd());
-}
-
-void tst_ZELTcpServer::peersThatVanish()
-{
-    EchoServer &server = EchoServer::instance(1000);
-    for (int i = 0; i < 100; ++i) {
-        RawPeer peer(server.port());
-        peer.send("x");
-        if (i % 2)
-            peer.reset();
-    }
-    QTRY_COMPARE(server.running.load(), 0);
-    QTRY_COMPARE(server.server.clientCount(), 0);
-}
-
-void tst_ZELTcpServer::descriptorsRunOut()
-{
-    EchoServer &server = EchoServer::instance(1000);
-    RawPeer early(server.port());
-    QTRY_COMPARE(server.server.clientCount(), 1);
-    rlimit old;
-    getrlimit(RLIMIT_NOFILE, &old);
-    const int room = 120;
-    const rlimit few{rlim_t(processinfo::descriptors() + room), old.rlim_max};
-    const auto handler = qInstallMessageHandler(countRefusals);
-    refusals = 0;
-    std::vector<std::unique_ptr<RawPeer>> peers;
-    setrlimit(RLIMIT_NOFILE, &few);
-    // Each costs three here: the peer's own, the accepted one, the worker's.
-    for (int i = 0; i < room; ++i) {
-        peers.emplace_back(new RawPeer(server.port()));
-        QTest::qWait(1);
-    }
-    QTest::qWait(300);
-    qInstallMessageHandler(handler);
-    const int served = server.server.clientCount();
-    const int refused = refusals;
-    setrlimit(RLIMIT_NOFILE, &old);
-    QVERIFY2(served > 20 && refused > 0, qPrintable(QStringLiteral("%1 %2").arg(served).arg(refused)));
-    QVERIFY(echoes(early));
-    peers.clear();
-    QTRY_COMPARE(server.server.clientCount(), 1);
-    RawPeer late(server.port());
-    QTRY_COMPARE_WITH_TIMEOUT(server.server.clientCount(), 2, 2000);
-    QVERIFY(echoes(late));
-}
-
-void tst_ZELTcpServer::leavesNothingBehind()
-{
-    EchoServer &server = EchoServer::instance(100);
-    const auto handler = qInstallMessageHandler(countRefusals);
-    std::atomic<bool> done{false};
-    int served = 0;
-    const auto cycles = [&](int count) {
-        done = false;
+    void limit()
+    {
+        EchoServer &server = EchoServer::instance(2);
+        std::vector<std::unique_ptr<RawPeer>> peers;
+        std::atomic<bool> done{false};
+        bool served[3] = {}, refused = false;
         std::thread clients([&] {
-            for (int i = 0; i < count; ++i) {
-                RawPeer peer(server.port());
-                served += echoes(peer);
+            for (int i = 0; i < 3; ++i) {
+                peers.emplace_back(new RawPeer(server.port()));
+                served[i] = echoes(*peers.back());
             }
+            RawPeer fourth(server.port());
+            refused = fourth.atEnd();
             done = true;
         });
-        while (!done || server.running > 0 || server.server.clientCount() > 0)
-            QTest::qWait(1);
+        QTest::ignoreMessage(
+            QtDebugMsg, "RPC connections use out, current client size=[ 3 ] maxPendingConnections=[ 2 ]");
+        QTRY_VERIFY_WITH_TIMEOUT(done, 20000);
         clients.join();
-        QTest::qWait(20);
-    };
-    cycles(300);
-    const int descriptors = processinfo::descriptors(), threads = processinfo::threads();
-    const int resident = processinfo::resident();
-    cycles(700);
-    qInstallMessageHandler(handler);
-    QCOMPARE(served, 1000);
-    QTRY_COMPARE(processinfo::descriptors(), descriptors);
-    QTRY_COMPARE(processinfo::threads(), threads);
+        QVERIFY(served[0] && served[1] && served[2] && refused);
+        peers.pop_back();
+        QTRY_COMPARE(server.server.clientCount(), 2);
+    }
+
+    void burst()
+    {
+        // While nobody accepts, the kernel must keep a thousand connects; Qt's own backlog drops most for a second or
+        // more.
+        EchoServer &server = EchoServer::instance(1000);
+        QElapsedTimer timer;
+        timer.start();
+        std::vector<std::unique_ptr<RawPeer>> peers;
+        for (int i = 0; i < 500; ++i)
+            peers.emplace_back(new RawPeer(server.port()));
+        QVERIFY(timer.elapsed() < 1000);
+        QTRY_COMPARE_WITH_TIMEOUT(server.server.clientCount(), 500, 30000);
+        for (auto &peer : peers)
+            QVERIFY(echoes(*peer));
+    }
+
+    void reusedDescriptor()
+    {
+        // The notice of each old connection is still on its way to this thread when the next gets its descriptor.
+        EchoServer &server = EchoServer::instance(10);
+        for (int i = 0; i < 200; ++i) {
+            auto first = std::make_unique<RawPeer>(server.port());
+            QTRY_COMPARE(server.server.clientCount(), 1);
+            first.reset();
+            while (server.running > 0)
+                std::this_thread::yield(); // without the event loop: the notice waits
+            RawPeer second(server.port());
+            QTRY_VERIFY(server.running == 1);
+            QTest::qWait(1);
+            QCOMPARE(server.server.clientCount(), 1);
+        }
+    }
+
+    void clearClosesAll()
+    {
+        EchoServer &server = EchoServer::instance(10);
+        std::vector<std::unique_ptr<RawPeer>> peers;
+        for (int i = 0; i < 5; ++i)
+            peers.emplace_back(new RawPeer(server.port()));
+        QTRY_COMPARE(server.server.clientCount(), 5);
+        server.server.clear();
+        QCOMPARE(server.server.clientCount(), 0);
+        for (auto &peer : peers) {
+            QVERIFY(peer->atEnd());
+            peer.reset();
+        }
+        QTRY_COMPARE(server.running.load(), 0);
+        peers.emplace_back(new RawPeer(server.port()));
+        QTRY_COMPARE(server.server.clientCount(), 1);
+        QVERIFY(echoes(*peers.back()));
+    }
+
+    void withoutCallback()
+    {
+        ZELTcpServer server(nullptr, 10);
+        QVERIFY(server.listen(QHostAddress::LocalHost, 0));
+        QTest::ignoreMessage(QtWarningMsg, "ZELTcpServer::incomingConnection: no connect callback");
+        RawPeer peer(server.serverPort());
+        QTest::qWait(50);
+        QVERIFY(peer.atEnd());
+    }
+
+    void peersThatVanish()
+    {
+        EchoServer &server = EchoServer::instance(1000);
+        for (int i = 0; i < 100; ++i) {
+            RawPeer peer(server.port());
+            peer.send("x");
+            if (i % 2)
+                peer.reset();
+        }
+        QTRY_COMPARE(server.running.load(), 0);
+        QTRY_COMPARE(server.server.clientCount(), 0);
+    }
+
+    void descriptorsRunOut()
+    {
+        EchoServer &server = EchoServer::instance(1000);
+        RawPeer early(server.port());
+        QTRY_COMPARE(server.server.clientCount(), 1);
+        rlimit old;
+        getrlimit(RLIMIT_NOFILE, &old);
+        const int room = 120;
+        const rlimit few{rlim_t(processinfo::descriptors() + room), old.rlim_max};
+        const auto handler = qInstallMessageHandler(countRefusals);
+        refusals = 0;
+        std::vector<std::unique_ptr<RawPeer>> peers;
+        setrlimit(RLIMIT_NOFILE, &few);
+        // Each costs three here: the peer's own, the accepted one, the worker's.
+        for (int i = 0; i < room; ++i) {
+            peers.emplace_back(new RawPeer(server.port()));
+            QTest::qWait(1);
+        }
+        QTest::qWait(300);
+        qInstallMessageHandler(handler);
+        const int served = server.server.clientCount();
+        const int refused = refusals;
+        setrlimit(RLIMIT_NOFILE, &old);
+        QVERIFY2(served > 20 && refused > 0, qPrintable(QStringLiteral("%1 %2").arg(served).arg(refused)));
+        QVERIFY(echoes(early));
+        peers.clear();
+        QTRY_COMPARE(server.server.clientCount(), 1);
+        RawPeer late(server.port());
+        QTRY_COMPARE_WITH_TIMEOUT(server.server.clientCount(), 2, 2000);
+        QVERIFY(echoes(late));
+    }
+
+    void leavesNothingBehind()
+    {
+        EchoServer &server = EchoServer::instance(100);
+        const auto handler = qInstallMessageHandler(countRefusals);
+        std::atomic<bool> done{false};
+        int served = 0;
+        const auto cycles = [&](int count) {
+            done = false;
+            std::thread clients([&] {
+                for (int i = 0; i < count; ++i) {
+                    RawPeer peer(server.port());
+                    served += echoes(peer);
+                }
+                done = true;
+            });
+            while (!done || server.running > 0 || server.server.clientCount() > 0)
+                QTest::qWait(1);
+            clients.join();
+            QTest::qWait(20);
+        };
+        cycles(300);
+        const int descriptors = processinfo::descriptors(), threads = processinfo::threads();
+        const int resident = processinfo::resident();
+        cycles(700);
+        qInstallMessageHandler(handler);
+        QCOMPARE(served, 1000);
+        QTRY_COMPARE(processinfo::descriptors(), descriptors);
+        QTRY_COMPARE(processinfo::threads(), threads);
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    QVERIFY2(processinfo::resident() < resident + resident / 10,
-        qPrintable(QStringLiteral("%1 -> %2 kB").arg(resident).arg(processinfo::resident())));
+        QVERIFY2(processinfo::resident() < resident + resident / 10,
+            qPrintable(QStringLiteral("%1 -> %2 kB").arg(resident).arg(processinfo::resident())));
 #else
-    Q_UNUSED(resident)
+        Q_UNUSED(resident)
 #endif
-}
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_ZELTcpServer)
 #include "tst_zeltcpserver.moc"

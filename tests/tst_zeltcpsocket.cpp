@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "rawpeer.h"
+#include "table.h"
 #include "zelstream.h"
 #include "zeltcpsocket.h"
 #include "zelthread.h"
@@ -52,273 +53,257 @@ class tst_ZELTcpSocket : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void carriesBothWays();
-    void earlyBytesAreDelivered();
-    void blockedReaderIsLetGo_data();
-    void blockedReaderIsLetGo();
-    void closesOnce();
-    void disConTcp();
-    void sendsTheRestBeforeItCloses();
-    void answersOneWriteWithOneSegment();
-    void slowPeerBlocksItsWriterOnly();
-    void floodIsHeldBack();
-    void releaseLeavesNothing();
-    void connects();
-    void connectsToNobody();
-    void releaseWhileConnecting();
-    void survivesAnythingAtOnce();
-};
-
-void tst_ZELTcpSocket::carriesBothWays()
-{
-    Pair pair;
-    QVERIFY(pair.socket->readValid() && pair.socket->writeValid());
-    QCOMPARE(pair.socket->peerAddress(), QHostAddress(QHostAddress::LocalHost));
-    const Count ready(pair.socket->GetStream(), &ZELStream::readyRead);
-    pair.peer->send("ab");
-    QTRY_COMPARE(ready.count(), 1);
-    pair.peer->send("cd");
-    QTRY_COMPARE(ready.count(), 2);
-    QCOMPARE(pair.socket->readAll(), QByteArray("abcd"));
-    pair.socket->GetStream()->write(QByteArray("one"));
-    pair.socket->GetStream()->write(QStringLiteral("tw\u00f6"));
-    QCOMPARE(pair.peer->receive(6), QByteArray("onetw\xf6"));
-}
-
-void tst_ZELTcpSocket::earlyBytesAreDelivered()
-{
-    for (int i = 0; i < 200; ++i) {
-        Pair pair(0, "first line\n");
-        QCOMPARE(pair.socket->readAll(), QByteArray("first line\n"));
-    }
-}
-
-void tst_ZELTcpSocket::blockedReaderIsLetGo_data()
-{
-    QTest::addColumn<QString>("by");
-    for (const char *by : {"peer closes", "peer resets", "Close", "disConTcp", "release"})
-        QTest::newRow(by) << by;
-}
-
-void tst_ZELTcpSocket::blockedReaderIsLetGo()
-{
-    QFETCH(QString, by);
-    Pair pair;
-    ZELTcpSocket *socket = pair.socket;
-    const Count notices(socket, &ZELTcpSocket::sockDisConnect);
-    std::atomic<bool> empty{false};
-    std::thread reader([&] { empty = socket->readAll().isEmpty(); });
-    QTest::qWait(20);
-    if (by == "peer closes")
-        pair.peer.reset();
-    else if (by == "peer resets")
-        pair.peer->reset();
-    else if (by == "Close")
-        QMetaObject::invokeMethod(
-            socket, [=] { socket->Close(); }, Qt::QueuedConnection);
-    else if (by == "disConTcp")
-        QMetaObject::invokeMethod(
-            socket, [=] { socket->disConTcp(-1); }, Qt::QueuedConnection);
-    else
-        socket->release();
-    reader.join();
-    QVERIFY(empty);
-    pair.peer.reset();
-    QTRY_COMPARE(notices.count(), 1);
-}
-
-void tst_ZELTcpSocket::closesOnce()
-{
-    Pair pair;
-    ZELStream *stream = pair.socket->GetStream();
-    const Count closed(stream, &ZELStream::DeviceClose);
-    pair.peer->send("rest");
-    QElapsedTimer timer;
-    timer.start();
-    pair.peer->shutdownWriting();
-    pair.socket->Close();
-    pair.socket->Close();
-    QVERIFY(timer.elapsed() < 900);
-    QVERIFY(pair.socket->innerThread()->isFinished());
-    QVERIFY(!stream->IsOpen() && !pair.socket->readValid());
-    QTRY_COMPARE(closed.count(), 1);
-    QCOMPARE(pair.peer->receive(1), QByteArray());
-    QTest::ignoreMessage(QtDebugMsg, "connect is already closed!");
-    pair.socket->write(QByteArray("late"));
-}
-
-void tst_ZELTcpSocket::disConTcp()
-{
-    Pair pair;
-    pair.socket->disConTcp(1 << 20);
-    pair.socket->GetStream()->write(QByteArray("open"));
-    QCOMPARE(pair.peer->receive(4), QByteArray("open"));
-    pair.peer->shutdownWriting();
-    pair.socket->disConTcp(-1);
-    QCOMPARE(pair.peer->receive(1), QByteArray());
-}
-
-void tst_ZELTcpSocket::sendsTheRestBeforeItCloses()
-{
-    // A peer that starts reading only later, and has sent what nobody takes: neither may cost it the answer.
-    Pair pair(4096);
-    const QByteArray answer(512 * 1024, 'a');
-    pair.peer->send("unread");
-    pair.socket->GetStream()->write(answer);
-    QByteArray received;
-    std::thread late([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        received = pair.peer->receiveAll();
-    });
-    pair.socket->Close();
-    late.join();
-    QCOMPARE(received.size(), answer.size());
-}
-
-void tst_ZELTcpSocket::answersOneWriteWithOneSegment()
-{
-    Pair pair;
-    QElapsedTimer timer;
-    timer.start();
-    for (int i = 0; i < 20; ++i) {
-        pair.socket->GetStream()->write(QByteArray("one"));
-        pair.socket->GetStream()->write(QByteArray("two"));
-        QCOMPARE(pair.peer->receive(6), QByteArray("onetwo"));
-    }
-    QVERIFY2(timer.elapsed() < 20 * 40, "small segments wait for acknowledgements");
-}
-
-void tst_ZELTcpSocket::slowPeerBlocksItsWriterOnly()
-{
-    Pair slow(4096), other;
-    std::atomic<int> written{0};
-    ZELStream *stream = slow.socket->GetStream();
-    std::thread writer([&] {
-        for (int i = 0; i < 400 && stream->IsOpen(); ++i) {
-            stream->write(QByteArray(65536, 's'));
-            ++written;
-        }
-    });
-    QTest::qWait(300);
-    const int blockedAt = written;
-    QVERIFY(blockedAt >= ZELTcpSocket::MaxUnsent / 65536 && blockedAt < 200);
-    other.socket->GetStream()->write(QByteArray("quick"));
-    QCOMPARE(other.peer->receive(5), QByteArray("quick"));
-    QTest::qWait(100);
-    QCOMPARE(written.load(), blockedAt);
-    QVERIFY(slow.peer->receive(4 << 20).size() == 4 << 20);
-    QTRY_VERIFY(written > blockedAt);
-    slow.socket->Close();
-    writer.join();
-    QVERIFY(written < 400);
-}
-
-void tst_ZELTcpSocket::floodIsHeldBack()
-{
-    Pair pair;
-    const QByteArray all = QByteArray("0123456789abcdef").repeated(1 << 20);
-    std::atomic<bool> sent{false};
-    std::thread flood([&] {
-        pair.peer->send(all);
-        sent = true;
-    });
-    QTest::qWait(200);
-    QVERIFY2(!sent, "16 MiB fit into the bound");
-    QByteArray received;
-    while (received.size() < all.size()) {
-        const QByteArray part = pair.socket->readAll();
-        QVERIFY(!part.isEmpty() && part.size() <= ZELTcpSocket::MaxUnread);
-        received += part;
-    }
-    flood.join();
-    QVERIFY(received == all);
-}
-
-void tst_ZELTcpSocket::releaseLeavesNothing()
-{
-    for (const bool ended : {false, true}) {
-        Pair pair;
-        QPointer<ZELTcpSocket> socket(pair.socket);
-        QPointer<ZELStream> stream(pair.socket->GetStream());
-        QPointer<QThread> thread(pair.socket->innerThread());
-        pair.peer->shutdownWriting();
-        if (ended)
-            QTRY_VERIFY(thread->isFinished());
-        socket->release();
-        QTRY_VERIFY(!socket && !stream && !thread);
-    }
-}
-
-void tst_ZELTcpSocket::connects()
-{
-    RawListener listener;
-    std::unique_ptr<QObject> parent(new QObject);
-    QPointer<ZELTcpSocket> socket = new ZELTcpSocket(QStringLiteral("127.0.0.1"), listener.port(), parent.get());
-    QThread *const worker = socket->innerThread();
-    QVERIFY(socket->waitForConnected(3000));
-    QCOMPARE(socket->thread(), worker);
-    QCOMPARE(socket->peerPort(), listener.port());
-    RawPeer peer(RawPeer::Take, int(listener.accept()));
-    socket->GetStream()->write(QByteArray("hello"));
-    QCOMPARE(peer.receive(5), QByteArray("hello"));
-    peer.send("back");
-    QCOMPARE(socket->readAll(), QByteArray("back"));
-    parent.reset();
-    peer.shutdownWriting();
-    QTRY_VERIFY(!socket);
-}
-
-void tst_ZELTcpSocket::connectsToNobody()
-{
-    quint16 port = 0;
+    void carriesBothWays()
     {
-        RawListener gone;
-        port = gone.port();
+        Pair pair;
+        QVERIFY(pair.socket->readValid() && pair.socket->writeValid());
+        QCOMPARE(pair.socket->peerAddress(), QHostAddress(QHostAddress::LocalHost));
+        const Count ready(pair.socket->GetStream(), &ZELStream::readyRead);
+        pair.peer->send("ab");
+        QTRY_COMPARE(ready.count(), 1);
+        pair.peer->send("cd");
+        QTRY_COMPARE(ready.count(), 2);
+        QCOMPARE(pair.socket->readAll(), QByteArray("abcd"));
+        pair.socket->GetStream()->write(QByteArray("one"));
+        pair.socket->GetStream()->write(QStringLiteral("tw\u00f6"));
+        QCOMPARE(pair.peer->receive(6), QByteArray("onetw\xf6"));
     }
-    ZELTcpSocket socket(QStringLiteral("127.0.0.1"), port, nullptr);
-    QVERIFY(!socket.waitForConnected(3000));
-    QVERIFY(socket.readAll().isEmpty());
-    QVERIFY(!socket.GetStream()->IsOpen());
-}
 
-void tst_ZELTcpSocket::releaseWhileConnecting()
-{
-    RawListener listener;
-    QPointer<ZELTcpSocket> socket = new ZELTcpSocket(QStringLiteral("127.0.0.1"), listener.port(), nullptr);
-    socket->release();
-    QTRY_VERIFY(!socket);
-}
+    void earlyBytesAreDelivered()
+    {
+        for (int i = 0; i < 200; ++i) {
+            Pair pair(0, "first line\n");
+            QCOMPARE(pair.socket->readAll(), QByteArray("first line\n"));
+        }
+    }
 
-void tst_ZELTcpSocket::survivesAnythingAtOnce()
-{
-    // Readers, writers, peers and closers meet in any order; whoever loses, everybody comes back.
-    for (int round = 0; round < 150; ++round) {
+    void blockedReaderIsLetGo_data()
+    {
+        Table<QString> row("by");
+        for (const char *by : {"peer closes", "peer resets", "Close", "disConTcp", "release"})
+            row(by, by);
+    }
+
+    void blockedReaderIsLetGo()
+    {
+        QFETCH(QString, by);
         Pair pair;
         ZELTcpSocket *socket = pair.socket;
-        ZELStream *stream = socket->GetStream();
-        pair.peer->send("x");
-        std::thread reader([&] {
-            while (!stream->readAll().isEmpty()) { }
-        });
-        std::thread writer([&] {
-            for (int i = 0; i < 20; ++i)
-                stream->write(QByteArray("line\n"));
-        });
-        std::thread closer([&] {
-            std::this_thread::sleep_for(std::chrono::microseconds(round * 7));
-            if (round % 3 == 1)
-                pair.peer->reset();
-            else
-                pair.peer->shutdownWriting();
-            if (round % 3 == 0)
-                socket->Close();
-        });
+        const Count notices(socket, &ZELTcpSocket::sockDisConnect);
+        std::atomic<bool> empty{false};
+        std::thread reader([&] { empty = socket->readAll().isEmpty(); });
+        QTest::qWait(20);
+        if (by == "peer closes")
+            pair.peer.reset();
+        else if (by == "peer resets")
+            pair.peer->reset();
+        else if (by == "Close")
+            QMetaObject::invokeMethod(
+                socket, [=] { socket->Close(); }, Qt::QueuedConnection);
+        else if (by == "disConTcp")
+            QMetaObject::invokeMethod(
+                socket, [=] { socket->disConTcp(-1); }, Qt::QueuedConnection);
+        else
+            socket->release();
         reader.join();
-        writer.join();
-        closer.join();
+        QVERIFY(empty);
         pair.peer.reset();
+        QTRY_COMPARE(notices.count(), 1);
     }
-}
+
+    void closesOnce()
+    {
+        Pair pair;
+        ZELStream *stream = pair.socket->GetStream();
+        const Count closed(stream, &ZELStream::DeviceClose);
+        pair.peer->send("rest");
+        QElapsedTimer timer;
+        timer.start();
+        pair.peer->shutdownWriting();
+        pair.socket->Close();
+        pair.socket->Close();
+        QVERIFY(timer.elapsed() < 900);
+        QVERIFY(pair.socket->innerThread()->isFinished());
+        QVERIFY(!stream->IsOpen() && !pair.socket->readValid());
+        QTRY_COMPARE(closed.count(), 1);
+        QCOMPARE(pair.peer->receive(1), QByteArray());
+        QTest::ignoreMessage(QtDebugMsg, "connect is already closed!");
+        pair.socket->write(QByteArray("late"));
+    }
+
+    void disConTcp()
+    {
+        Pair pair;
+        pair.socket->disConTcp(1 << 20);
+        pair.socket->GetStream()->write(QByteArray("open"));
+        QCOMPARE(pair.peer->receive(4), QByteArray("open"));
+        pair.peer->shutdownWriting();
+        pair.socket->disConTcp(-1);
+        QCOMPARE(pair.peer->receive(1), QByteArray());
+    }
+
+    void sendsTheRestBeforeItCloses()
+    {
+        // A peer that starts reading only later, and has sent what nobody takes: neither may cost it the answer.
+        Pair pair(4096);
+        const QByteArray answer(512 * 1024, 'a');
+        pair.peer->send("unread");
+        pair.socket->GetStream()->write(answer);
+        QByteArray received;
+        std::thread late([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            received = pair.peer->receiveAll();
+        });
+        pair.socket->Close();
+        late.join();
+        QCOMPARE(received.size(), answer.size());
+    }
+
+    void answersOneWriteWithOneSegment()
+    {
+        Pair pair;
+        QElapsedTimer timer;
+        timer.start();
+        for (int i = 0; i < 20; ++i) {
+            pair.socket->GetStream()->write(QByteArray("one"));
+            pair.socket->GetStream()->write(QByteArray("two"));
+            QCOMPARE(pair.peer->receive(6), QByteArray("onetwo"));
+        }
+        QVERIFY2(timer.elapsed() < 20 * 40, "small segments wait for acknowledgements");
+    }
+
+    void slowPeerBlocksItsWriterOnly()
+    {
+        Pair slow(4096), other;
+        std::atomic<int> written{0};
+        ZELStream *stream = slow.socket->GetStream();
+        std::thread writer([&] {
+            for (int i = 0; i < 400 && stream->IsOpen(); ++i) {
+                stream->write(QByteArray(65536, 's'));
+                ++written;
+            }
+        });
+        QTest::qWait(300);
+        const int blockedAt = written;
+        QVERIFY(blockedAt >= ZELTcpSocket::MaxUnsent / 65536 && blockedAt < 200);
+        other.socket->GetStream()->write(QByteArray("quick"));
+        QCOMPARE(other.peer->receive(5), QByteArray("quick"));
+        QTest::qWait(100);
+        QCOMPARE(written.load(), blockedAt);
+        QVERIFY(slow.peer->receive(4 << 20).size() == 4 << 20);
+        QTRY_VERIFY(written > blockedAt);
+        slow.socket->Close();
+        writer.join();
+        QVERIFY(written < 400);
+    }
+
+    void floodIsHeldBack()
+    {
+        Pair pair;
+        const QByteArray all = QByteArray("0123456789abcdef").repeated(1 << 20);
+        std::atomic<bool> sent{false};
+        std::thread flood([&] {
+            pair.peer->send(all);
+            sent = true;
+        });
+        QTest::qWait(200);
+        QVERIFY2(!sent, "16 MiB fit into the bound");
+        QByteArray received;
+        while (received.size() < all.size()) {
+            const QByteArray part = pair.socket->readAll();
+            QVERIFY(!part.isEmpty() && part.size() <= ZELTcpSocket::MaxUnread);
+            received += part;
+        }
+        flood.join();
+        QVERIFY(received == all);
+    }
+
+    void releaseLeavesNothing()
+    {
+        for (const bool ended : {false, true}) {
+            Pair pair;
+            QPointer<ZELTcpSocket> socket(pair.socket);
+            QPointer<ZELStream> stream(pair.socket->GetStream());
+            QPointer<QThread> thread(pair.socket->innerThread());
+            pair.peer->shutdownWriting();
+            if (ended)
+                QTRY_VERIFY(thread->isFinished());
+            socket->release();
+            QTRY_VERIFY(!socket && !stream && !thread);
+        }
+    }
+
+    void connects()
+    {
+        RawListener listener;
+        std::unique_ptr<QObject> parent(new QObject);
+        QPointer<ZELTcpSocket> socket = new ZELTcpSocket(QStringLiteral("127.0.0.1"), listener.port(), parent.get());
+        QThread *const worker = socket->innerThread();
+        QVERIFY(socket->waitForConnected(3000));
+        QCOMPARE(socket->thread(), worker);
+        QCOMPARE(socket->peerPort(), listener.port());
+        RawPeer peer(RawPeer::Take, int(listener.accept()));
+        socket->GetStream()->write(QByteArray("hello"));
+        QCOMPARE(peer.receive(5), QByteArray("hello"));
+        peer.send("back");
+        QCOMPARE(socket->readAll(), QByteArray("back"));
+        parent.reset();
+        peer.shutdownWriting();
+        QTRY_VERIFY(!socket);
+    }
+
+    void connectsToNobody()
+    {
+        quint16 port = 0;
+        {
+            RawListener gone;
+            port = gone.port();
+        }
+        ZELTcpSocket socket(QStringLiteral("127.0.0.1"), port, nullptr);
+        QVERIFY(!socket.waitForConnected(3000));
+        QVERIFY(socket.readAll().isEmpty());
+        QVERIFY(!socket.GetStream()->IsOpen());
+    }
+
+    void releaseWhileConnecting()
+    {
+        RawListener listener;
+        QPointer<ZELTcpSocket> socket = new ZELTcpSocket(QStringLiteral("127.0.0.1"), listener.port(), nullptr);
+        socket->release();
+        QTRY_VERIFY(!socket);
+    }
+
+    void survivesAnythingAtOnce()
+    {
+        // Readers, writers, peers and closers meet in any order; whoever loses, everybody comes back.
+        for (int round = 0; round < 150; ++round) {
+            Pair pair;
+            ZELTcpSocket *socket = pair.socket;
+            ZELStream *stream = socket->GetStream();
+            pair.peer->send("x");
+            std::thread reader([&] {
+                while (!stream->readAll().isEmpty()) { }
+            });
+            std::thread writer([&] {
+                for (int i = 0; i < 20; ++i)
+                    stream->write(QByteArray("line\n"));
+            });
+            std::thread closer([&] {
+                std::this_thread::sleep_for(std::chrono::microseconds(round * 7));
+                if (round % 3 == 1)
+                    pair.peer->reset();
+                else
+                    pair.peer->shutdownWriting();
+                if (round % 3 == 0)
+                    socket->Close();
+            });
+            reader.join();
+            writer.join();
+            closer.join();
+            pair.peer.reset();
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_ZELTcpSocket)
 #include "tst_zeltcpsocket.moc"

@@ -8,142 +8,6 @@
 #include <QtTest>
 #include <thread>
 
-class tst_ZELThread : public QObject
-{
-    Q_OBJECT
-private Q_SLOTS:
-    void initTestCase() { zelSetCrashDump(false); }
-    void metaObject();
-    void runAndAutoDelete();
-    void failureLine();
-    void tasksInOrder();
-    void invokeReturnsAfterTheTask();
-    void callbackWithLoop();
-    void loopCodes();
-    void killWorking();
-    void killIdleLoop();
-    void killBusyLoop();
-    void killBeforeStart();
-    void faultInTask();
-    void invokeIntoEndingThread();
-    void postedTasksAreFreed();
-};
-
-void tst_ZELThread::metaObject()
-{
-    const QMetaObject &meta = ZELSync::staticMetaObject;
-    const QMetaMethod slot = meta.method(meta.indexOfSlot("doSync(std::function<void()>)"));
-    QCOMPARE(slot.parameterNames(), QList<QByteArray>{"task"});
-    const QMetaObject &thread = ZELThread::staticMetaObject;
-    QCOMPARE(thread.method(thread.methodOffset()).methodSignature(), QByteArray("completed()"));
-    QCOMPARE(thread.method(thread.methodOffset() + 1).parameterNames(), QList<QByteArray>{"lableName"});
-    ZELThread registers;
-    QVERIFY(QMetaType::type("std::function<void()>") != QMetaType::UnknownType);
-}
-
-void tst_ZELThread::runAndAutoDelete()
-{
-    QSemaphore go;
-    QString payload;
-    auto *thread = ZELThread::run(
-        [&](ZELThreadInfo *info) {
-            go.acquire();
-            payload = info->ThreadData().toString() + info->Thread()->getLabel();
-            QCOMPARE(info->ThreadId(), QThread::currentThreadId());
-        },
-        QStringLiteral("data "), true);
-    QPointer<ZELThread> watched(thread);
-    int completed = 0;
-    QString label; // both arrive in this thread: a spy would count in the other one
-    connect(thread, &ZELThread::completed, this, [&] { ++completed; });
-    connect(thread, &ZELThread::sigCompleted, this, [&](const QString &name) { label = name; });
-    QVERIFY(thread->isAutoDelete());
-    go.release();
-    QTRY_VERIFY(!watched);
-    QCOMPARE(payload, QStringLiteral("data NULL"));
-    QTRY_COMPARE(completed, 1);
-    QTRY_COMPARE(label, QStringLiteral("NULL"));
-}
-
-void tst_ZELThread::failureLine()
-{
-    ZELThread thread;
-    thread.setLabel(QStringLiteral("my label"));
-    thread.setCallback([](ZELThreadInfo *) { zel_assert_x("there", "broken", "file.cpp", 9); });
-    QTest::ignoreMessage(QtDebugMsg,
-        QRegularExpression(QStringLiteral("^ERROR:in ZELThread::run \"file.cpp\" \"broken\" \"there\" "
-                                          "\\[ZELThread id =  0x[0-9a-f]+ \\] Label: \"my label\"$")));
-    int completed = 0;
-    connect(&thread, &ZELThread::completed, this, [&] { ++completed; });
-    thread.start();
-    QVERIFY(hasEnded(&thread));
-    QTRY_COMPARE(completed, 1);
-    QVERIFY(!thread.IsBusy());
-}
-
-void tst_ZELThread::tasksInOrder()
-{
-    ZELThread thread;
-    QByteArray order;
-    bool busy = false, there = false;
-    for (char c : {'a', 'b', 'c'})
-        thread.BeginInvoke([&order, c] { order += c; }); // before the start: they wait for the loop
-    thread.start();
-    thread.Invoke([&] {
-        busy = thread.IsBusy();
-        there = QThread::currentThread() == &thread;
-    });
-    QCOMPARE(order, QByteArray("abc"));
-    QVERIFY(busy && there);
-    QTRY_VERIFY(!thread.IsBusy());
-    thread.quit();
-    QVERIFY(hasEnded(&thread));
-}
-
-void tst_ZELThread::invokeReturnsAfterTheTask()
-{
-    ZELThread thread;
-    thread.start();
-    int value = 0;
-    for (int i = 1; i <= 200; ++i) {
-        thread.Invoke([&] { value = i; });
-        QCOMPARE(value, i);
-    }
-    bool nested = false;
-    thread.Invoke([&] { thread.Invoke([&] { nested = true; }); });
-    QVERIFY(nested);
-}
-
-void tst_ZELThread::callbackWithLoop()
-{
-    ZELThread thread;
-    int code = 0;
-    thread.setCallback([&](ZELThreadInfo *info) { code = info->exec(); });
-    thread.start();
-    thread.Invoke([&] { thread.exit(7); });
-    QVERIFY(hasEnded(&thread));
-    QCOMPARE(code, 7);
-}
-
-void tst_ZELThread::loopCodes()
-{
-    ZELThread thread;
-    QList<int> codes;
-    thread.setCallback([&](ZELThreadInfo *info) {
-        QTimer::singleShot(0, [&] { thread.exit(3); });
-        codes << info->exec();
-        thread.exit(4); // before the loop: it is not entered
-        codes << info->exec();
-        QTimer::singleShot(0, [&] { thread.exit(-1); });
-        codes << info->exec();
-        QTimer::singleShot(0, [&] { thread.exit(5); });
-        codes << info->exec();
-    });
-    thread.start();
-    QVERIFY(hasEnded(&thread));
-    QCOMPARE(codes, QList<int>({3, 4, -1, 5}));
-}
-
 static void expectKillLine()
 {
     QTest::ignoreMessage(QtDebugMsg,
@@ -151,109 +15,231 @@ static void expectKillLine()
             QStringLiteral("^ERROR:in ZELThread::run \"\" \"Thread or Process is forced exit!\" \"\" .*")));
 }
 
-void tst_ZELThread::killWorking()
+class tst_ZELThread : public QObject
 {
-    expectKillLine();
-    ZELThread thread;
-    QSemaphore started;
-    thread.setCallback([&](ZELThreadInfo *) {
-        started.release();
-        for (;;)
-            pause();
-    });
-    int completed = 0;
-    connect(&thread, &ZELThread::completed, this, [&] { ++completed; });
-    thread.start();
-    started.acquire();
-    QCOMPARE(thread.Kill(), 0);
-    QVERIFY(hasEnded(&thread));
-    QTRY_COMPARE(completed, 1);
-    QCOMPARE(thread.Kill(), ESRCH);
-}
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { zelSetCrashDump(false); }
 
-void tst_ZELThread::killIdleLoop()
-{
-    for (int i = 0; i < 50; ++i) {
+    void metaObject()
+    {
+        const QMetaObject &meta = ZELSync::staticMetaObject;
+        const QMetaMethod slot = meta.method(meta.indexOfSlot("doSync(std::function<void()>)"));
+        QCOMPARE(slot.parameterNames(), QList<QByteArray>{"task"});
+        const QMetaObject &thread = ZELThread::staticMetaObject;
+        QCOMPARE(thread.method(thread.methodOffset()).methodSignature(), QByteArray("completed()"));
+        QCOMPARE(thread.method(thread.methodOffset() + 1).parameterNames(), QList<QByteArray>{"lableName"});
+        ZELThread registers;
+        QVERIFY(QMetaType::type("std::function<void()>") != QMetaType::UnknownType);
+    }
+
+    void runAndAutoDelete()
+    {
+        QSemaphore go;
+        QString payload;
+        auto *thread = ZELThread::run(
+            [&](ZELThreadInfo *info) {
+                go.acquire();
+                payload = info->ThreadData().toString() + info->Thread()->getLabel();
+                QCOMPARE(info->ThreadId(), QThread::currentThreadId());
+            },
+            QStringLiteral("data "), true);
+        QPointer<ZELThread> watched(thread);
+        int completed = 0;
+        QString label; // both arrive in this thread: a spy would count in the other one
+        connect(thread, &ZELThread::completed, this, [&] { ++completed; });
+        connect(thread, &ZELThread::sigCompleted, this, [&](const QString &name) { label = name; });
+        QVERIFY(thread->isAutoDelete());
+        go.release();
+        QTRY_VERIFY(!watched);
+        QCOMPARE(payload, QStringLiteral("data NULL"));
+        QTRY_COMPARE(completed, 1);
+        QTRY_COMPARE(label, QStringLiteral("NULL"));
+    }
+
+    void failureLine()
+    {
+        ZELThread thread;
+        thread.setLabel(QStringLiteral("my label"));
+        thread.setCallback([](ZELThreadInfo *) { zel_assert_x("there", "broken", "file.cpp", 9); });
+        QTest::ignoreMessage(QtDebugMsg,
+            QRegularExpression(QStringLiteral("^ERROR:in ZELThread::run \"file.cpp\" \"broken\" \"there\" "
+                                              "\\[ZELThread id =  0x[0-9a-f]+ \\] Label: \"my label\"$")));
+        int completed = 0;
+        connect(&thread, &ZELThread::completed, this, [&] { ++completed; });
+        thread.start();
+        QVERIFY(hasEnded(&thread));
+        QTRY_COMPARE(completed, 1);
+        QVERIFY(!thread.IsBusy());
+    }
+
+    void tasksInOrder()
+    {
+        ZELThread thread;
+        QByteArray order;
+        bool busy = false, there = false;
+        for (char c : {'a', 'b', 'c'})
+            thread.BeginInvoke([&order, c] { order += c; }); // before the start: they wait for the loop
+        thread.start();
+        thread.Invoke([&] {
+            busy = thread.IsBusy();
+            there = QThread::currentThread() == &thread;
+        });
+        QCOMPARE(order, QByteArray("abc"));
+        QVERIFY(busy && there);
+        QTRY_VERIFY(!thread.IsBusy());
+        thread.quit();
+        QVERIFY(hasEnded(&thread));
+    }
+
+    void invokeReturnsAfterTheTask()
+    {
+        ZELThread thread;
+        thread.start();
+        int value = 0;
+        for (int i = 1; i <= 200; ++i) {
+            thread.Invoke([&] { value = i; });
+            QCOMPARE(value, i);
+        }
+        bool nested = false;
+        thread.Invoke([&] { thread.Invoke([&] { nested = true; }); });
+        QVERIFY(nested);
+    }
+
+    void callbackWithLoop()
+    {
+        ZELThread thread;
+        int code = 0;
+        thread.setCallback([&](ZELThreadInfo *info) { code = info->exec(); });
+        thread.start();
+        thread.Invoke([&] { thread.exit(7); });
+        QVERIFY(hasEnded(&thread));
+        QCOMPARE(code, 7);
+    }
+
+    void loopCodes()
+    {
+        ZELThread thread;
+        QList<int> codes;
+        thread.setCallback([&](ZELThreadInfo *info) {
+            QTimer::singleShot(0, [&] { thread.exit(3); });
+            codes << info->exec();
+            thread.exit(4); // before the loop: it is not entered
+            codes << info->exec();
+            QTimer::singleShot(0, [&] { thread.exit(-1); });
+            codes << info->exec();
+            QTimer::singleShot(0, [&] { thread.exit(5); });
+            codes << info->exec();
+        });
+        thread.start();
+        QVERIFY(hasEnded(&thread));
+        QCOMPARE(codes, QList<int>({3, 4, -1, 5}));
+    }
+
+    void killWorking()
+    {
         expectKillLine();
         ZELThread thread;
+        QSemaphore started;
+        thread.setCallback([&](ZELThreadInfo *) {
+            started.release();
+            for (;;)
+                pause();
+        });
+        int completed = 0;
+        connect(&thread, &ZELThread::completed, this, [&] { ++completed; });
         thread.start();
-        if (i % 2)
-            thread.Invoke([] {});
-        while (thread.Kill() == ESRCH) // not yet in its frame
-            std::this_thread::yield();
+        started.acquire();
+        QCOMPARE(thread.Kill(), 0);
         QVERIFY(hasEnded(&thread));
-        thread.quit(); // must find no loop that is gone
+        QTRY_COMPARE(completed, 1);
+        QCOMPARE(thread.Kill(), ESRCH);
     }
-}
 
-void tst_ZELThread::killBusyLoop()
-{
-    expectKillLine();
-    ZELThread thread;
-    QSemaphore started;
-    thread.start();
-    thread.BeginInvoke([&] {
-        started.release();
-        for (;;)
-            pause();
-    });
-    started.acquire();
-    QCOMPARE(thread.Kill(), 0);
-    QVERIFY(hasEnded(&thread));
-    thread.quit();
-    QVERIFY(!thread.IsBusy());
-}
+    void killIdleLoop()
+    {
+        for (int i = 0; i < 50; ++i) {
+            expectKillLine();
+            ZELThread thread;
+            thread.start();
+            if (i % 2)
+                thread.Invoke([] {});
+            while (thread.Kill() == ESRCH) // not yet in its frame
+                std::this_thread::yield();
+            QVERIFY(hasEnded(&thread));
+            thread.quit(); // must find no loop that is gone
+        }
+    }
 
-void tst_ZELThread::killBeforeStart()
-{
-    ZELThread thread;
-    QCOMPARE(thread.Kill(), ESRCH);
-}
+    void killBusyLoop()
+    {
+        expectKillLine();
+        ZELThread thread;
+        QSemaphore started;
+        thread.start();
+        thread.BeginInvoke([&] {
+            started.release();
+            for (;;)
+                pause();
+        });
+        started.acquire();
+        QCOMPARE(thread.Kill(), 0);
+        QVERIFY(hasEnded(&thread));
+        thread.quit();
+        QVERIFY(!thread.IsBusy());
+    }
 
-void tst_ZELThread::faultInTask()
-{
-    QTest::ignoreMessage(QtDebugMsg,
-        QRegularExpression(
-            QStringLiteral("^ERROR:in ZELThread::run \"\" \"Segmentation fault \\(core dumped\\)\" .*")));
-    ZELThread thread;
-    thread.start();
-    bool second = false;
-    thread.Invoke([&] {
-        thread.BeginInvoke([&] { second = true; });
-        raise(SIGSEGV);
-    });
-    QVERIFY(hasEnded(&thread));
-    thread.quit();
-    bool third = false;
-    thread.Invoke([&] { third = true; }); // into a thread that is over: returns, does not run
-    QVERIFY(!third);
-}
+    void killBeforeStart()
+    {
+        ZELThread thread;
+        QCOMPARE(thread.Kill(), ESRCH);
+    }
 
-void tst_ZELThread::invokeIntoEndingThread()
-{
-    for (int i = 0; i < 100; ++i) {
+    void faultInTask()
+    {
+        QTest::ignoreMessage(QtDebugMsg,
+            QRegularExpression(
+                QStringLiteral("^ERROR:in ZELThread::run \"\" \"Segmentation fault \\(core dumped\\)\" .*")));
         ZELThread thread;
         thread.start();
-        std::thread quitter([&] { thread.quit(); });
-        thread.Invoke([] {});
-        quitter.join();
+        bool second = false;
+        thread.Invoke([&] {
+            thread.BeginInvoke([&] { second = true; });
+            raise(SIGSEGV);
+        });
         QVERIFY(hasEnded(&thread));
+        thread.quit();
+        bool third = false;
+        thread.Invoke([&] { third = true; }); // into a thread that is over: returns, does not run
+        QVERIFY(!third);
     }
-}
 
-void tst_ZELThread::postedTasksAreFreed()
-{
-    auto counted = std::make_shared<int>(0);
+    void invokeIntoEndingThread()
     {
-        ZELThread never, ended;
-        never.BeginInvoke([counted] {});
-        ended.start();
-        ended.quit();
-        QVERIFY(hasEnded(&ended));
-        ended.BeginInvoke([counted] {});
+        for (int i = 0; i < 100; ++i) {
+            ZELThread thread;
+            thread.start();
+            std::thread quitter([&] { thread.quit(); });
+            thread.Invoke([] {});
+            quitter.join();
+            QVERIFY(hasEnded(&thread));
+        }
     }
-    QCOMPARE(counted.use_count(), 1L);
-}
+
+    void postedTasksAreFreed()
+    {
+        auto counted = std::make_shared<int>(0);
+        {
+            ZELThread never, ended;
+            never.BeginInvoke([counted] {});
+            ended.start();
+            ended.quit();
+            QVERIFY(hasEnded(&ended));
+            ended.BeginInvoke([counted] {});
+        }
+        QCOMPARE(counted.use_count(), 1L);
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_ZELThread)
 #include "tst_zelthread.moc"

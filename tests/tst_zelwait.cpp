@@ -9,77 +9,72 @@ class tst_ZELWait : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void oneSetReleasesOneWait();
-    void setWakesTheWaiter();
-    void noLimitWaitsForTheSet();
-    void manySettersAndOneWaiter();
-};
+    void oneSetReleasesOneWait()
+    {
+        ZELWait event;
+        event.set();
+        event.set();
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(event.waitOne(100));
+        QVERIFY(timer.elapsed() < 50);
+        timer.start();
+        QVERIFY(!event.waitOne(100));
+        QVERIFY(timer.elapsed() >= 99);
+        QVERIFY(!event.isWaiting());
+    }
 
-void tst_ZELWait::oneSetReleasesOneWait()
-{
-    ZELWait event;
-    event.set();
-    event.set();
-    QElapsedTimer timer;
-    timer.start();
-    QVERIFY(event.waitOne(100));
-    QVERIFY(timer.elapsed() < 50);
-    timer.start();
-    QVERIFY(!event.waitOne(100));
-    QVERIFY(timer.elapsed() >= 99);
-    QVERIFY(!event.isWaiting());
-}
-
-void tst_ZELWait::setWakesTheWaiter()
-{
-    ZELWait event;
-    bool woken = false;
-    std::thread waiter([&] { woken = event.waitOne(20000); });
-    QTRY_VERIFY(event.isWaiting());
-    QElapsedTimer timer;
-    timer.start();
-    event.set();
-    waiter.join();
-    QVERIFY(woken);
-    QVERIFY(timer.elapsed() < 5000);
-    QVERIFY2(!event.waitOne(0), "the set that woke the waiter must be used up");
-}
-
-void tst_ZELWait::noLimitWaitsForTheSet()
-{
-    for (int ms : {-1, -2, INT_MIN}) {
+    void setWakesTheWaiter()
+    {
         ZELWait event;
         bool woken = false;
-        std::thread waiter([&] { woken = event.waitOne(ms); });
+        std::thread waiter([&] { woken = event.waitOne(20000); });
         QTRY_VERIFY(event.isWaiting());
-        QTest::qWait(20);
-        QVERIFY(event.isWaiting());
+        QElapsedTimer timer;
+        timer.start();
         event.set();
         waiter.join();
         QVERIFY(woken);
+        QVERIFY(timer.elapsed() < 5000);
+        QVERIFY2(!event.waitOne(0), "the set that woke the waiter must be used up");
     }
-}
 
-void tst_ZELWait::manySettersAndOneWaiter()
-{
-    ZELWait event;
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> setters;
-    for (int i = 0; i < 4; ++i)
-        setters.emplace_back([&] {
-            while (!stop) {
-                event.set();
-                std::this_thread::yield();
-            }
-        });
-    int woken = 0;
-    for (int i = 0; i < 2000; ++i)
-        woken += event.waitOne(1000);
-    stop = true;
-    for (std::thread &setter : setters)
-        setter.join();
-    QCOMPARE(woken, 2000);
-}
+    void noLimitWaitsForTheSet()
+    {
+        for (int ms : {-1, -2, INT_MIN}) {
+            ZELWait event;
+            bool woken = false;
+            std::thread waiter([&] { woken = event.waitOne(ms); });
+            QTRY_VERIFY(event.isWaiting());
+            QTest::qWait(20);
+            QVERIFY(event.isWaiting());
+            event.set();
+            waiter.join();
+            QVERIFY(woken);
+        }
+    }
+
+    void manySettersAndOneWaiter()
+    {
+        ZELWait event;
+        std::atomic<bool> stop{false};
+        std::vector<std::thread> setters;
+        for (int i = 0; i < 4; ++i)
+            setters.emplace_back([&] {
+                while (!stop) {
+                    event.set();
+                    std::this_thread::yield();
+                }
+            });
+        int woken = 0;
+        for (int i = 0; i < 2000; ++i)
+            woken += event.waitOne(1000);
+        stop = true;
+        for (std::thread &setter : setters)
+            setter.join();
+        QCOMPARE(woken, 2000);
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_ZELWait)
 #include "tst_zelwait.moc"
