@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "quiet.h"
 #include "table.h"
 #include "zelshellcommand.h"
 #include "zelshellcommandtree_p.h"
@@ -297,8 +298,7 @@ private Q_SLOTS:
 
     void registrationsOfTheSamePlace()
     {
-        const auto before = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-        const auto restore = qScopeGuard([before] { qInstallMessageHandler(before); });
+        const Quiet quiet;
         for (int round = 0; round < 50; ++round) {
             ZELShellServer server;
             Board board;

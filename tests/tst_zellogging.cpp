@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "quiet.h"
 #include "recorder.h"
 #include "table.h"
 #include "zelarguments.h"
@@ -174,12 +175,11 @@ private Q_SLOTS:
                     log << "x";
                 });
             }
-            const auto quiet = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+            const Quiet quiet;
             go = true;
             stream.reset();
             for (std::thread &writer : writers)
                 writer.join();
-            qInstallMessageHandler(quiet);
         }
     }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Provokes faults: run with -nocrashhandler.
+#include "quiet.h"
 #include "table.h"
 #include "zelguard_p.h"
 #include "zelshellcommand_p.h"
@@ -22,12 +23,6 @@ extern "C" int __lsan_is_turned_off()
 struct Unknown
 {
     int value = 0;
-};
-
-struct Quiet
-{
-    QtMessageHandler before = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    ~Quiet() { qInstallMessageHandler(before); }
 };
 
 class Board : public QObject

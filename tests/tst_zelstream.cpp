@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "quiet.h"
 #include "table.h"
 #include "threadeddevice.h"
 #include "zellogging.h"
@@ -220,7 +221,7 @@ private Q_SLOTS:
         std::atomic<bool> released{false};
         std::atomic<int> back{0};
         std::vector<std::thread> writers;
-        ignoreDrops(3);
+        const Quiet quiet;
         line.block(released);
         line.worker.exit(); // what is queued now is never run
         for (int i = 0; i < 3; ++i) {
@@ -239,6 +240,7 @@ private Q_SLOTS:
         released = true;
         for (std::thread &writer : writers)
             writer.join();
+        QCOMPARE(Quiet::count(), 3); // dropped, and said so
         QVERIFY(line.device.writes().empty());
     }
 
@@ -252,7 +254,7 @@ private Q_SLOTS:
     void writersRaceWithEnd()
     {
         QFETCH(bool, byClose);
-        const auto loud = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+        const Quiet quiet;
         for (int i = 0; i < 60; ++i) {
             Line line;
             std::atomic<bool> stop{false};
@@ -273,12 +275,11 @@ private Q_SLOTS:
             for (std::thread &writer : writers)
                 writer.join();
         }
-        qInstallMessageHandler(loud);
     }
 
     void diesInItsThread()
     {
-        const auto loud = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+        const Quiet quiet;
         QElapsedTimer timer;
         timer.start();
         for (int i = 0; i < 30; ++i) {
@@ -308,7 +309,6 @@ private Q_SLOTS:
                 writer.join();
             line.stop();
         }
-        qInstallMessageHandler(loud);
         QVERIFY(timer.elapsed() < 20000);
     }
 
