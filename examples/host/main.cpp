@@ -35,8 +35,11 @@ static void raiseDescriptorLimit()
 /// The library logs every statement. On the terminal that would stand between the lines of the shell.
 static bool openLog(const Options &options)
 {
-    if (!options.log.isEmpty())
-        return std::freopen(QFile::encodeName(options.log).constData(), "a", stderr);
+    if (!options.log.isEmpty()) {
+        if (!std::freopen(QFile::encodeName(options.log).constData(), "a", stderr))
+            return false;
+        setvbuf(stderr, nullptr, _IOLBF, 0); // a file would be written in blocks, the port's number among them
+    }
     if (options.terminal && isatty(STDERR_FILENO))
         QLoggingCategory::setFilterRules("default.debug=false");
     return true;
