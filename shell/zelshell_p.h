@@ -105,6 +105,7 @@ public:
     std::unique_ptr<ZELShellLoop> loop; ///< used by the core thread alone
 
     std::atomic<int> stopState{Running};
+    std::atomic<Qt::HANDLE> quitter{nullptr}; ///< the thread that ran "quit"
     std::atomic<bool> started{false};
     std::atomic<bool> coreRunning{false};
     std::atomic<bool> coreFinished{false};

@@ -9,6 +9,7 @@
 #include "zelshellserver_p.h"
 #include "zelshellsystem_p.h"
 
+#include <QThread>
 #include <cerrno>
 #include <cstdio>
 
@@ -57,9 +58,7 @@ struct Builtin
         args.setExecPath(QStringLiteral("/"));
         reply.farewell(QStringLiteral("ZEL_SHELL_DISCONNECT"), QString(), QStringLiteral("ZEL shell disconnect"));
         session.stopState = ZELShellPrivate::Stopped;
-        // In the background the session itself waits for input and would not notice.
-        if (args.IsBackground() && !session.isMain)
-            session.output.closeDevice();
+        session.quitter = QThread::currentThreadId();
     }
 
     void ls()

@@ -250,6 +250,9 @@ void ZELShellPrivate::startJob(const QString &statement)
             ZELStatementDepth::setRemoteKey(remoteKey);
         }
         session->execute(statement, true);
+        // The session itself waits for input and would not notice that a job wants it to end.
+        if (session->quitter == QThread::currentThreadId() && !session->isMain)
+            session->output.closeDevice();
         job->end();
     };
     const auto callback = [job, run](ZELThreadInfo *) {
