@@ -222,7 +222,8 @@ void ZELShellPrivate::refuseLine(const QString &line, bool tagged, const QString
     failed = true;
     if (!tagged || args.Length() == 0)
         return output.write(message + QLatin1Char('\n'));
-    const ZELCommandWord word(args[0]);
+    const bool assigns = zelStatementKind(args) == ZELStatementKind::Assignment && args.Length() > 2;
+    const ZELCommandWord word(args[assigns ? 2 : 0]);
     args.setExecName(word.name);
     args.setExecIndex(word.index);
     args.setProtocl(true);

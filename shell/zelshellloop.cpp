@@ -83,10 +83,13 @@ bool ZELShellLoop::refill()
     return !m_buffer.isEmpty();
 }
 
-QString ZELShellLoop::handshakeLine()
+// Nothing when the peer left before the line's end: half a name is another user's.
+std::optional<QString> ZELShellLoop::handshakeLine()
 {
     QByteArray bytes;
-    for (char byte = getChar(); byte != '\n' && !(m_session.isStopping() && byte == 0); byte = getChar()) {
+    for (char byte = getChar(); byte != '\n'; byte = getChar()) {
+        if (byte == 0 && m_session.isStopping())
+            return std::nullopt;
         const int limit = m_session.lineLimit;
         if (limit == 0 || bytes.size() < limit)
             bytes += byte;
@@ -96,7 +99,10 @@ QString ZELShellLoop::handshakeLine()
 
 bool ZELShellLoop::handshake()
 {
-    const ZELArguments args(nullptr, QLatin1String("ZELShell ") + handshakeLine());
+    const std::optional<QString> line = handshakeLine();
+    if (!line)
+        return false;
+    const ZELArguments args(nullptr, QLatin1String("ZELShell ") + *line);
     const ZELShellSettings settings = m_session.server->settings();
     ZELShellPrivate::log(QLatin1String("================ get input =[")
         + (settings.passwordHidden ? withoutPassword(args) : args.ToString(QStringLiteral(" "))) + QLatin1Char(']'));
@@ -194,32 +200,38 @@ bool ZELShellLoop::isTooLong(char byte)
 {
     const int limit = m_session.lineLimit;
     ++m_lineLength;
-    if (limit == 0 || m_lineLength <= limit)
+    if (limit == 0 || m_lineLength <= limit || (byte == '\n' && !m_dropping))
         return false;
-    if (m_droppedHead.isEmpty()) {
-        if (byte == '\n')
-            return false;
-        m_droppedHead = m_editor.takeLine().toLatin1();
-        m_droppedTail = m_droppedHead;
+    if (!std::exchange(m_dropping, true)) {
+        const QByteArray begun = m_editor.takeLine().toLatin1();
+        std::for_each(begun.begin(), begun.end(), [this](char earlier) { drop(earlier); });
     }
-    if (byte == '\n') {
+    if (byte == '\n')
         endTooLong();
-        return true;
-    }
+    else
+        drop(byte);
+    return true;
+}
+
+void ZELShellLoop::drop(char byte)
+{
+    const bool isBlank = uchar(byte) <= ' ';
+    if (m_droppedHead.size() < 1024 && !(isBlank && m_droppedHead.isEmpty()))
+        m_droppedHead += byte;
     m_droppedTail += byte;
     if (m_droppedTail.size() > 4096) {
         const QByteArray tag = zelProtocolTag().toLatin1();
         m_droppedTagged = m_droppedTagged || m_droppedTail.contains(tag);
         m_droppedTail = m_droppedTail.right(tag.size());
     }
-    return true;
 }
 
 void ZELShellLoop::endTooLong()
 {
     const bool tagged = m_droppedTagged || m_droppedTail.contains(zelProtocolTag().toLatin1());
-    const QString head = zelTextOf(m_droppedHead.left(1024));
+    const QString head = zelTextOf(m_droppedHead);
     m_lineLength = 0;
+    m_dropping = false;
     m_droppedHead.clear();
     m_droppedTail.clear();
     m_droppedTagged = false;
@@ -241,9 +253,8 @@ void ZELShellLoop::runLine(QString line)
         line.chop(1);
     if (line.contains(zelProtocolTag()))
         line = zelTextOf(line.toLatin1());
-    const QStringList pieces = line.split(QLatin1Char(';'), Qt::SkipEmptyParts);
-    if (!pieces.isEmpty()) {
-        runPieces(pieces);
+    if (!line.isEmpty()) {
+        runPieces(line.split(QLatin1Char(';'), Qt::SkipEmptyParts));
         if (m_session.isMain && m_session.noTerminal)
             m_session.stopState = ZELShellPrivate::Ended;
     }

@@ -7,6 +7,7 @@
 #include "zelshell_p.h"
 
 #include <QByteArray>
+#include <optional>
 
 struct ZELShellSettings;
 
@@ -28,7 +29,7 @@ private:
     bool refill();
     /// False when the session is not let in.
     bool handshake();
-    QString handshakeLine();
+    std::optional<QString> handshakeLine();
     void login(const ZELArguments &args, const ZELShellSettings &settings);
     void loginByName(const ZELArguments &args, const QUuid &key, bool mayCreate);
     void joinLogin(const QUuid &key);
@@ -36,6 +37,7 @@ private:
     void keys();
     void feed(char byte);
     bool isTooLong(char byte);
+    void drop(char byte);
     void endTooLong();
     void flush();
     void recover();
@@ -54,6 +56,7 @@ private:
 
     // A line beyond the limit, while it is being dropped: how it began, its last bytes, and whether it is a tagged one.
     int m_lineLength = 0;
+    bool m_dropping = false;
     QByteArray m_droppedHead;
     QByteArray m_droppedTail;
     bool m_droppedTagged = false;

@@ -314,6 +314,14 @@ void tst_ZELShellServer::keyOfAnotherSession()
         QTRY_VERIFY(before.isClosed());
         ann.logout();
     }
+    m_server->setDatabase(database);
+    QTRY_COMPARE(m_server->ClientNumber(), 0);
+    RemoteUser torn(m_server->serverPort(), "--nt --user an");
+    QTRY_COMPARE(m_server->ClientNumber(), 1);
+    torn.socket.disconnectFromHost(); // the name was not complete
+    QTRY_COMPARE(m_server->ClientNumber(), 0);
+    QVERIFY(!ZELUser::loginAs("an", "", database, QUuid(), false).isLogin());
+    m_server->setDatabase(QSqlDatabase());
     database = QSqlDatabase();
     QSqlDatabase::removeDatabase("keys");
 }
