@@ -105,9 +105,8 @@ void ZELStatement::chooseAnswer()
     m_tagged = at >= 1;
     if (m_tagged)
         takeTag(at);
-    std::optional<QString> base = ZELStatementDepth::remoteKey();
-    if (!base)
-        base = m_session.environment.find(baseExec);
+    const std::optional<QString> scriptKey = ZELStatementDepth::remoteKey();
+    const std::optional<QString> base = scriptKey ? scriptKey : m_session.environment.find(baseExec);
     if (!m_tagged && !base) {
         if (!m_session.noTerminal)
             m_args.setMessagePrintHook(colourHook(m_args));
@@ -116,12 +115,13 @@ void ZELStatement::chooseAnswer()
     m_args.setProtocl(true);
     if (base && *base != nullText)
         m_args.setBaseCommand(*base);
-    m_args.setMessagePrintHook(packetHook(m_args, m_tagged));
+    m_args.setMessagePrintHook(packetHook(m_args, m_tagged && !scriptKey));
 }
 
 void ZELStatement::takeTag(int at)
 {
     const QString input = zelWithoutTag(m_args.getAllInput(), zelProtocolTag());
+    m_args.enableEncode();
     m_args.removeAt(at);
     // A client that pads its base64 sends up to two "=", which the splitter made words.
     for (int padding = 0; padding < 2 && at < m_args.Length() && m_args[at] == QLatin1String("="); ++padding)
@@ -148,8 +148,6 @@ void ZELStatement::query(bool outermost)
     const QString name = m_args[0];
     m_args.removeAt(0);
     m_args.setExecName(name);
-    if (m_tagged)
-        m_args.enableEncode();
     const std::optional<QString> value = m_session.environment.find(name);
     if (value)
         m_args.setReturnValue(*value);

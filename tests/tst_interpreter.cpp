@@ -292,7 +292,7 @@ private Q_SLOTS:
 
     void scriptOfATaggedLine()
     {
-        run("demo/script#4 --string \"demo/echo in; ls; nothing; $x = 3; demo/value\" " + tag);
+        run("demo/script#4 --string \"demo/echo in; ls; demo/value " + tag + "; nothing; $x = 3; demo/value\" " + tag);
         const QString written = device->take();
         const auto packets = packetsIn(written);
         int completing = 0;
