@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Ends commands by kills and time limits; what the abandoned slots held is lost by design, so that nothing is asked
 // about leaks here.
+#include "noleakcheck.h"
 #include "remoteuser.h"
 #include "zelcatch.h"
 #include "zelshellcommand.h"
@@ -10,11 +11,6 @@
 #include <QtTest>
 #include <atomic>
 #include <unistd.h>
-
-extern "C" int __lsan_is_turned_off()
-{
-    return 1;
-}
 
 class Board : public QObject
 {

@@ -24,12 +24,6 @@ public Q_SLOTS:
         return args.ArgumentsLength();
     }
     void wrong(int) { }
-};
-
-class Slow : public QObject
-{
-    Q_OBJECT
-public Q_SLOTS:
     void suicide(ZELArguments args)
     {
         delete this;
@@ -44,7 +38,6 @@ private Q_SLOTS:
     void placement_data()
     {
         Table<QByteArray, QString> row("path", "placed");
-        row("relative", "tools/net", "/Main/tools/net/ping");
         row("empty pieces", "tools//net/", "/Main/tools/net/ping");
         row("root", "", "/Main/ping");
         row("absolute root", "/Main", "/Main/ping");
@@ -73,11 +66,10 @@ private Q_SLOTS:
         const QByteArray illegal = "illegal registered address!";
         row("other root", "/Other/x", illegal);
         row("slash", "/", illegal);
-        row("slashes", "///", illegal);
         row("longer word", "/Mainx", illegal);
         row("case", "/main", illegal);
         row("command in the way", "new/../a/b", "path name conflicts with command");
-        row("duplicate", "deep", "\"deep/a\" is duplicate registration!");
+        row("duplicate", "deep/", "\"deep//a\" is duplicate registration!");
     }
 
     void refusals()
@@ -97,35 +89,10 @@ private Q_SLOTS:
         QVERIFY(!server.FindCommand("/", "a"));
     }
 
-    void duplicates()
-    {
-        ZELShellServer server;
-        Board board;
-        QVERIFY(server.registerCmd("x", "ping", &board, SLOT(ping(ZELArguments))));
-        QTest::ignoreMessage(QtDebugMsg, "\"x//ping\" is duplicate registration!");
-        QVERIFY(!server.registerCmd("x/", "ping", &board, SLOT(ping(ZELArguments))));
-        // A directory counts as well, a command in another directory does not.
-        QTest::ignoreMessage(QtDebugMsg, "\"/Main/x\" is duplicate registration!");
-        QVERIFY(!server.registerCmd("/Main", "x", &board, SLOT(ping(ZELArguments))));
-        QVERIFY(server.registerCmd("y", "ping", &board, SLOT(ping(ZELArguments))));
-    }
-
-    void emptyPathIsCaughtBySystemNamesOnly()
-    {
-        ZELShellServer server;
-        Board board, other;
-        QVERIFY(server.registerSysCmd("help", &board, SLOT(ping(ZELArguments))));
-        QTest::ignoreMessage(QtDebugMsg, "\"/help\" is duplicate registration!");
-        QVERIFY(!server.registerCmd("", "help", &board, SLOT(ping(ZELArguments))));
-        QVERIFY(server.registerCmd("", "again", &board, SLOT(ping(ZELArguments))));
-        QVERIFY(server.registerCmd("", "again", &other, SLOT(ping(ZELArguments))));
-        server.execute(nullptr, "/Main", "again", "again");
-        QCOMPARE(board.calls + 10 * other.calls, 10);
-    }
-
     void systemCommands()
     {
         ZELShellServer server;
+        Board other;
         {
             Board board;
             QVERIFY(server.registerSysCmd("version", &board, SLOT(ping(ZELArguments))));
@@ -133,8 +100,18 @@ private Q_SLOTS:
             QCOMPARE(server.FindCommand("", "version")->CommandType(), Node::System_Execute);
             QCOMPARE(server.FindCommand("", "version")->getPath(), QString("/Sys/version"));
             QCOMPARE(server.execute(nullptr, "", "version", "version a b"), QVariant(2));
+            // With an empty path only their names count as taken, with an absolute one a directory's does, too.
+            QTest::ignoreMessage(QtDebugMsg, "\"/version\" is duplicate registration!");
+            QVERIFY(!server.registerCmd("", "version", &board, SLOT(ping(ZELArguments))));
+            QVERIFY(server.registerCmd("", "again", &board, SLOT(ping(ZELArguments))));
+            QVERIFY(server.registerCmd("", "again", &other, SLOT(ping(ZELArguments))));
+            QVERIFY(server.registerCmd("x", "ping", &board, SLOT(ping(ZELArguments))));
+            QTest::ignoreMessage(QtDebugMsg, "\"/Main/x\" is duplicate registration!");
+            QVERIFY(!server.registerCmd("/Main", "x", &board, SLOT(ping(ZELArguments))));
         }
         QVERIFY(!server.FindCommand("", "version"));
+        server.execute(nullptr, "/Main", "again", "again");
+        QCOMPARE(other.calls.load(), 1);
     }
 
     void badMembers()
@@ -205,31 +182,26 @@ private Q_SLOTS:
         QVERIFY(server.registerCmd("a", "ping", &second, SLOT(ping(ZELArguments))));
     }
 
-    void deathInAnyOrder_data()
-    {
-        Table<QString> row("order");
-        for (const char *order : {"srp", "spr", "rsp", "rps", "psr", "prs"})
-            row(order, order);
-    }
-
     void deathInAnyOrder()
     {
-        QFETCH(QString, order); // s: the server, r: the receiver, p: a shell's hold on the command
-        auto server = std::make_unique<ZELShellServer>();
-        auto board = std::make_unique<Board>();
-        QVERIFY(server->registerCmd("a", "ping", board.get(), SLOT(ping(ZELArguments))));
-        auto state = ZELShellServerState::current();
-        auto pin = ZELShellCommandPin::walk(state->mainRoot(), {"a", "ping"});
-        for (const QChar who : order) {
-            if (who == 's') {
-                server.reset();
-                state.reset();
-            } else if (who == 'r') {
-                board.reset();
-            } else {
-                ZELArguments args(nullptr, "ping 1");
-                QVERIFY(pin.execute(args));
-                QCOMPARE(args.hasRetrunValue(), board != nullptr);
+        // s: the server, r: the receiver, p: a shell's hold on the command
+        for (const QString order : {"srp", "spr", "rsp", "rps", "psr", "prs"}) {
+            auto server = std::make_unique<ZELShellServer>();
+            auto board = std::make_unique<Board>();
+            QVERIFY(server->registerCmd("a", "ping", board.get(), SLOT(ping(ZELArguments))));
+            auto state = ZELShellServerState::current();
+            auto pin = ZELShellCommandPin::walk(state->mainRoot(), {"a", "ping"});
+            for (const QChar who : order) {
+                if (who == 's') {
+                    server.reset();
+                    state.reset();
+                } else if (who == 'r') {
+                    board.reset();
+                } else {
+                    ZELArguments args(nullptr, "ping 1");
+                    QVERIFY(pin.execute(args));
+                    QCOMPARE(args.hasRetrunValue(), board != nullptr);
+                }
             }
         }
     }
@@ -237,8 +209,8 @@ private Q_SLOTS:
     void receiverDiesWhileItsCommandRuns()
     {
         ZELShellServer server;
-        auto *slow = new Slow;
-        QVERIFY(server.registerCmd("a", "suicide", slow, SLOT(suicide(ZELArguments))));
+        auto *board = new Board;
+        QVERIFY(server.registerCmd("a", "suicide", board, SLOT(suicide(ZELArguments))));
         QCOMPARE(server.execute(nullptr, "a", "suicide", "suicide"), QVariant("gone"));
         QVERIFY(!server.FindCommand("a", "suicide"));
     }

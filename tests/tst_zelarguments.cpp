@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "ptypair.h"
 #include "recorder.h"
 #include "table.h"
 #include "zelarguments_p.h"
@@ -8,22 +9,11 @@
 #include <ctime>
 #include <fcntl.h>
 #include <thread>
-#include <unistd.h>
 
 QVariant RecorderShell::ExecuteString(ZELArguments args)
 {
     executed << args.getAllInput();
     return args.Length();
-}
-
-static ZELLogging openChannel(const ZELArguments &args, int channel)
-{
-    using Channel = ZELLogging (ZELArguments::*)() const;
-    static const Channel all[]
-        = {&ZELArguments::debug, &ZELArguments::info, &ZELArguments::warning, &ZELArguments::error,
-            &ZELArguments::critical, &ZELArguments::fatal, &ZELArguments::stream, &ZELArguments::object};
-    const Channel open = all[channel];
-    return (args.*open)();
 }
 
 class tst_ZELArguments : public QObject
@@ -84,7 +74,6 @@ private Q_SLOTS:
     void longLines_data()
     {
         Table<QString, int> row("line", "words");
-        row("one word", QString(1 << 20, 'a'), 1);
         row("many words", QString("ab ").repeated(1 << 19), (1 << 19));
         row("equals", QString(1 << 20, '='), (1 << 20));
         row("nested", QString(200000, '(') + QString(200000, ')'), 1);
@@ -104,19 +93,14 @@ private Q_SLOTS:
         Table<QString, QString, bool, int, QString> row("line", "opt", "contained", "index", "value");
         row("--file in run --file x.sh", "run --file x.sh", "--file", true, 1, "x.sh");
         row("--file in run --file --quiet", "run --file --quiet", "--file", true, 1, "--quiet");
-        row("--file in run --file -q", "run --file -q", "--file", true, 1, "");
-        row("--file in run --file -3", "run --file -3", "--file", true, 1, "-3");
         row("--file in run --file -", "run --file -", "--file", true, 1, "");
         row("--file in run --file", "run --file", "--file", true, 1, "");
         row("run --file \"a b\"", "--file", true, 1, "a b");
         row("--file in run --file `x`", "run --file `x`", "--file", true, 1, "`x`");
         row("-x in run -x (y)", "run -x (y)", "-x", true, 1, "y");
-        row("--n in run --n=5", "run --n=5", "--n", true, 1, "=");
         row("--n=== in run --n", "run --n", "--n===", false, 1, "");
         row("= in run a", "run a", "=", false, -1, "");
         row(" in run a", "run a", "", false, -1, "");
-        row("run in run a", "run a", "run", false, -1, "");
-        row("a in run A", "run A", "a", false, -1, "");
         row("a in ", "", "a", false, -1, "");
     }
 
@@ -134,10 +118,8 @@ private Q_SLOTS:
     void quotesOfWords()
     {
         const ZELArguments args(nullptr, QString(), {"'a'", "\"", "(a", "{a}", "[a)", "`a`", ""});
-        const QList<bool> quoted{true, true, false, true, false, false, false};
-        for (int i = 0; i < quoted.size(); ++i)
-            QCOMPARE(args.HasQuote(i), quoted.at(i));
-        QVERIFY(!args.HasQuote(-1) && !args.HasQuote(7));
+        for (int i = -1; i < 8; ++i)
+            QCOMPARE(args.HasQuote(i), i == 0 || i == 1 || i == 3);
         // A lone quote is its own pair.
         QCOMPARE(ZELArguments(nullptr, QString(), {"x", "-o", "\""}).getOptFromString("-o"), QString());
     }
@@ -183,6 +165,9 @@ private Q_SLOTS:
         args.setReturnValue(QVariant());
         QCOMPARE(copy.getReturnValue(), QVariant(5));
         QCOMPARE(QByteArray(args), QByteArray("a c"));
+        QString text;
+        QDebug(&text) << args << 1;
+        QCOMPARE(text, QString("\"a c\" 1 "));
         copy.setProtoclState("EXECUTE_ERROR ");
         QVERIFY(!args.hasError());
         copy.setProtoclState("EXECUTE_ERROR");
@@ -192,24 +177,6 @@ private Q_SLOTS:
         QCOMPARE(record->packetState(), QString("EXECUTE_PROCESS"));
         record->running = false;
         QCOMPARE(record->packetState(), QString("EXECUTE_ERROR"));
-    }
-
-    void copiesOnManyThreads()
-    {
-        std::vector<std::thread> threads;
-        {
-            const ZELArguments args(nullptr, "a");
-            for (int i = 0; i < 4; ++i) {
-                threads.emplace_back([args] {
-                    for (int j = 0; j < 2000; ++j) {
-                        ZELArguments copy(args), other;
-                        other = copy;
-                    }
-                });
-            }
-        }
-        for (std::thread &thread : threads)
-            thread.join();
     }
 
     void throughQueuedConnection()
@@ -224,51 +191,47 @@ private Q_SLOTS:
         QTRY_COMPARE(words, 3);
     }
 
-    void outOfRange()
+    void errors()
     {
         ZELArguments args(nullptr, "a");
         const ZELArguments &constant = args;
-        ZELFrame frame, constFrame;
-        QVERIFY(zelGuard(frame.get(), [&] { args[1] = "x"; }));
-        QCOMPARE(frame->exception->ToString(),
-            QString("ASSERT failure ZELCommandArgs::operator[]: \"index out of range\", file zelarguments, line 330"));
-        QVERIFY(zelGuard(constFrame.get(), [&] { constant[-1]; }));
-        QCOMPARE(constFrame->exception->line(), QString("336"));
-    }
-
-    void throwError()
-    {
-        ZELArguments args(nullptr, "a");
         args.setExecPath("/Main/demo");
         args.setExecName("run");
-        ZELFrame frame;
-        QVERIFY(zelGuard(frame.get(), [&] { args.throwError("no fan", "board.cpp", 7); }));
-        QCOMPARE(
-            frame->exception->ToString(), QString("Exception in /Main/demo/run: no fan, file zelarguments, line 624"));
-    }
-
-    void channels_data()
-    {
-        Table<int, QString, QString> row("channel", "accept", "output");
-        int i = 0;
-        for (const char *name : {"STDOUT", "STDINFO", "STDWARNING", "STDERROR", "STDCRITICAL", "STDFATAL"}) {
-            static const char *const prefixes[] = {"", "Info: ", "Warning: ", "Error: ", "Critical: ", "Fatal: "};
-            row(name, i, QString(name), QString(prefixes[i]) + "\"abc\"\r\n");
-            ++i;
-        }
-        // The blank after the last item is cut off at emission, with or without a line end.
-        row("STREAM", 6, "STREAM", "abc");
-        row("OBJECT", 7, "OBJECT", "abc");
+        const auto caught = [](const std::function<void()> &what) {
+            ZELFrame frame;
+            return zelGuard(frame.get(), what) ? frame->exception->ToString() : QString();
+        };
+        QCOMPARE(caught([&] { args[1] = "x"; }),
+            QString("ASSERT failure ZELCommandArgs::operator[]: \"index out of range\", file zelarguments, line 330"));
+        QVERIFY(caught([&] { constant[-1]; }).endsWith("line 336"));
+        QCOMPARE(caught([&] { args.throwError("no fan", "board.cpp", 7); }),
+            QString("Exception in /Main/demo/run: no fan, file zelarguments, line 624"));
     }
 
     void channels()
     {
-        QFETCH(int, channel);
-        RecorderShell shell;
-        const ZELArguments args(&shell, "a");
-        openChannel(args, channel) << QString("abc");
-        QTEST(args.getProtoclAccept(), "accept");
-        QTEST(shell.stream.take(), "output");
+        const struct
+        {
+            ZELLogging (ZELArguments::*open)() const;
+            const char *accept, *output;
+        } all[] = {
+            {&ZELArguments::debug, "STDOUT", "\"abc\"\r\n"},
+            {&ZELArguments::info, "STDINFO", "Info: \"abc\"\r\n"},
+            {&ZELArguments::warning, "STDWARNING", "Warning: \"abc\"\r\n"},
+            {&ZELArguments::error, "STDERROR", "Error: \"abc\"\r\n"},
+            {&ZELArguments::critical, "STDCRITICAL", "Critical: \"abc\"\r\n"},
+            {&ZELArguments::fatal, "STDFATAL", "Fatal: \"abc\"\r\n"},
+            // The blank after the last item is cut off at emission, with or without a line end.
+            {&ZELArguments::stream, "STREAM", "abc"},
+            {&ZELArguments::object, "OBJECT", "abc"},
+        };
+        for (const auto &channel : all) {
+            RecorderShell shell;
+            const ZELArguments args(&shell, "a");
+            (args.*channel.open)() << QString("abc");
+            QCOMPARE(args.getProtoclAccept(), QString(channel.accept));
+            QCOMPARE(shell.stream.take(), QString(channel.output));
+        }
     }
 
     void printHook()
@@ -290,8 +253,7 @@ private Q_SLOTS:
     {
         int ends[2];
         QCOMPARE(pipe(ends), 0);
-        const int input = dup(0);
-        dup2(ends[1], 0);
+        auto input = std::make_unique<StandardInput>(ends[1]);
         auto shell = std::make_unique<RecorderShell>();
         const ZELArguments args(shell.get(), "a");
         QVERIFY(args.HasSender());
@@ -305,8 +267,7 @@ private Q_SLOTS:
         QVERIFY(!args.Sender() && !args.HasSender());
         args.error() << "lost";
         args.stream() << QString("as any other");
-        dup2(input, 0);
-        close(input);
+        input.reset();
         close(ends[1]);
         char text[100];
         const ssize_t count = read(ends[0], text, sizeof text);
@@ -329,6 +290,7 @@ private Q_SLOTS:
 
     void shellDiesWhilePrinting()
     {
+        const int null = open("/dev/null", O_WRONLY);
         for (int i = 0; i < 50; ++i) {
             auto shell = std::make_unique<RecorderShell>();
             const ZELArguments args(shell.get(), "a");
@@ -339,26 +301,10 @@ private Q_SLOTS:
             });
             while (printed < 3)
                 std::this_thread::yield();
-            const int null = open("/dev/null", O_WRONLY);
-            const int input = dup(0);
-            dup2(null, 0); // what comes after the shell's end
+            const StandardInput input(null); // what comes after the shell's end
             shell.reset();
             job.join();
-            dup2(input, 0);
-            close(input);
-            close(null);
         }
-    }
-
-    void printers()
-    {
-        Recorder stream;
-        const ZELArguments args(nullptr, "a b");
-        ZELLogging::debug(&stream) << args << 1;
-        QCOMPARE(stream.take(), QString("\"a b\" 1\r\n"));
-        QString text;
-        QDebug(&text) << args << 1;
-        QCOMPARE(text, QString("\"a b\" 1 "));
     }
 };
 

@@ -19,17 +19,6 @@ static ExceptionHelp *openByHand(void (*work)())
     return frame;
 }
 
-static void throwKind(int kind)
-{
-    if (kind == 0)
-        throw static_cast<Exception *>(new AssertException("w", "x", "f", 1));
-    if (kind == 1)
-        throw AssertException("w", "x", "f", 1); // a value is kept as a plain Exception
-    if (kind == 2)
-        throw std::runtime_error("because");
-    throw 42;
-}
-
 class tst_ZELCatch : public QObject
 {
     Q_OBJECT
@@ -46,19 +35,11 @@ private Q_SLOTS:
         QCOMPARE(int(zelThreadFaults.critical), 0);
     }
 
-    void formats()
+    void texts()
     {
-        const Exception plain("f", "bad", "a", 7);
-        QCOMPARE(plain.ToString(), QStringLiteral("Exception in f: bad, file a, line 7"));
-        QCOMPARE(AssertException("f", "bad", "a", 7).ToString(),
-            QStringLiteral("ASSERT failure f: \"bad\", file a, line 7"));
+        QCOMPARE(Exception("f", "bad", "a", 7).ToString(), QStringLiteral("Exception in f: bad, file a, line 7"));
+        QCOMPARE(Exception("%2", "%1", "%4", 7).ToString(), QStringLiteral("Exception in %2: %1, file %4, line 7"));
         QCOMPARE(ErrorException("bad").ToString(), QStringLiteral("bad"));
-        Exception percent("%2", "%1", "%4", 7);
-        QCOMPARE(percent.ToString(), QStringLiteral("Exception in %2: %1, file %4, line 7"));
-    }
-
-    void constructors()
-    {
         Exception e;
         QCOMPARE(e.line(), QStringLiteral("0"));
         QVERIFY(!e.where().isNull());
@@ -74,16 +55,6 @@ private Q_SLOTS:
         QCOMPARE(down->what(), QStringLiteral("timer stoped"));
     }
 
-    void assertInFrame()
-    {
-        ZELFrame frame;
-        QCOMPARE(zelGuard(frame.get(), [] { zel_assert_x("f", "bad", "a", 7); }), 6);
-        QVERIFY(frame->caught);
-        QVERIFY(dynamic_cast<AssertException *>(frame->exception));
-        QCOMPARE(frame->exception->ToString(), QStringLiteral("ASSERT failure f: \"bad\", file a, line 7"));
-        QCOMPARE(frame->exception->single(), QStringLiteral("Receive signal number is:'0'"));
-    }
-
     void raiseWithoutFrame()
     {
         auto *raised = new ErrorException("none");
@@ -95,15 +66,6 @@ private Q_SLOTS:
             QCOMPARE(e->line(), QStringLiteral("3"));
             delete e;
         }
-    }
-
-    void normalEnd()
-    {
-        ZELFrame frame;
-        bool ran = false;
-        QCOMPARE(zelGuard(frame.get(), [&] { ran = true; }), 0);
-        QVERIFY(ran && !frame->caught);
-        QCOMPARE(frame->exception->what(), QStringLiteral("no exception"));
     }
 
     void frameByHand()
@@ -122,46 +84,48 @@ private Q_SLOTS:
         delete frame;
     }
 
-    void thrown_data()
-    {
-        Table<int, QString, QString> row("kind", "text", "where");
-        row("pointer", 0, "ASSERT failure w: \"x\", file f, line 1", "w");
-        row("value", 1, "Exception in w: x, file f, line 1", "w");
-        row("std", 2, "Aborted (core dumped)", "because");
-        row("int", 3, "Aborted (core dumped)", "");
-    }
-
     void thrown()
     {
-        QFETCH(int, kind);
-        ZELFrame frame;
-        auto counted = std::make_shared<int>(0);
-        zelGuard(frame.get(), [&] {
-            auto copy = counted;
-            throwKind(kind);
-        });
-        QTEST(frame->exception->ToString(), "text");
-        QTEST(frame->exception->where(), "where");
-        QCOMPARE(counted.use_count(), 1L); // a throw runs destructors
-    }
-
-    void signalTexts_data()
-    {
-        Table<int, QString> row("sig", "text");
-        row("segv", SIGSEGV, "Segmentation fault (core dumped)");
-        row("abort", SIGABRT, "Aborted (core dumped)");
-        row("quit", SIGQUIT, "Thread or Process is forced exit!");
-        row("fpe", SIGFPE, "unknow error fault");
-        row("xfsz", SIGXFSZ, "unknow error fault");
+        const struct
+        {
+            void (*raise)();
+            int state;
+            const char *text, *where;
+        } all[] = {
+            {[] {}, 0, "Exception in : no exception, file , line 0", ""},
+            {[] { throw static_cast<Exception *>(new AssertException("w", "x", "f", 1)); }, 6,
+                "ASSERT failure w: \"x\", file f, line 1", "w"},
+            // A value is kept as a plain Exception.
+            {[] { throw AssertException("w", "x", "f", 1); }, 6, "Exception in w: x, file f, line 1", "w"},
+            {[] { throw std::runtime_error("because"); }, 6, "Aborted (core dumped)", "because"},
+            {[] { throw 42; }, 6, "Aborted (core dumped)", ""},
+        };
+        for (const auto &one : all) {
+            ZELFrame frame;
+            auto counted = std::make_shared<int>(0);
+            const int state = zelGuard(frame.get(), [&] {
+                auto copy = counted;
+                one.raise();
+            });
+            QCOMPARE(state, one.state);
+            QCOMPARE(frame->exception->ToString(), QString(one.text));
+            QCOMPARE(frame->exception->where(), QString(one.where));
+            QCOMPARE(frame->caught, one.state != 0);
+            QCOMPARE(counted.use_count(), 1L); // a throw runs destructors
+        }
     }
 
     void signalTexts()
     {
-        QFETCH(int, sig);
-        ZELFrame frame;
-        QCOMPARE(zelGuard(frame.get(), [&] { raise(sig); }), sig);
-        QTEST(frame->exception->ToString(), "text");
-        QCOMPARE(frame->exception->single(), QStringLiteral("Receive signal number is:'%1'").arg(sig));
+        const std::pair<int, const char *> all[]
+            = {{SIGSEGV, "Segmentation fault (core dumped)"}, {SIGABRT, "Aborted (core dumped)"},
+                {SIGQUIT, "Thread or Process is forced exit!"}, {SIGFPE, "unknow error fault"}};
+        for (const auto &[number, text] : all) {
+            ZELFrame frame;
+            QCOMPARE(zelGuard(frame.get(), [sig = number] { raise(sig); }), number);
+            QCOMPARE(frame->exception->ToString(), QString(text));
+            QCOMPARE(frame->exception->single(), QStringLiteral("Receive signal number is:'%1'").arg(number));
+        }
     }
 
     void nestedFramesCatchTheirOwn()
@@ -176,6 +140,8 @@ private Q_SLOTS:
             zel_assert_x("outer", "x", "f", 1);
         });
         QCOMPARE(innerState, SIGFPE);
+        QCOMPARE(outer->state, 6);
+        QVERIFY(dynamic_cast<AssertException *>(outer->exception));
         QCOMPARE(outer->exception->where(), QStringLiteral("outer"));
     }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "noleakcheck.h"
 #include "table.h"
 #include "zelcatch.h"
 #include "zelfault.h"
@@ -8,12 +9,6 @@
 #include <QTemporaryDir>
 #include <QtTest>
 #include <mutex>
-
-// What a jump abandons is lost by design: nothing is asked about leaks here.
-extern "C" int __lsan_is_turned_off()
-{
-    return 1;
-}
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 static constexpr bool resolvesInTime = false; // the sanitizers' debug information takes longer than a report may

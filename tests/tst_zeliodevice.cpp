@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "ptypair.h"
 #include "table.h"
 #include "threadeddevice.h"
 #include "zelcatch.h"
@@ -8,53 +9,10 @@
 #include <QtTest>
 #include <atomic>
 #include <fcntl.h>
-#include <memory>
-#include <pty.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
-struct Pty
-{
-    Pty()
-    {
-        const winsize size = {24, 77, 0, 0};
-        openpty(&master, &slave, nullptr, nullptr, &size);
-    }
-    ~Pty()
-    {
-        close(master);
-        close(slave);
-    }
-    termios settings() const
-    {
-        termios result;
-        tcgetattr(slave, &result);
-        return result;
-    }
-    bool isRaw() const { return !(settings().c_lflag & (ICANON | ECHO | ISIG)); }
-    bool is(const termios &other) const
-    {
-        const termios now = settings();
-        return now.c_lflag == other.c_lflag && memcmp(now.c_cc, other.c_cc, sizeof now.c_cc) == 0;
-    }
-    void type(const QByteArray &keys) const
-    {
-        QCOMPARE(::write(master, keys.constData(), size_t(keys.size())), ssize_t(keys.size()));
-    }
-    QByteArray shown() const
-    {
-        char text[4096];
-        const ssize_t count = ::read(master, text, sizeof text);
-        return QByteArray(text, int(qMax<ssize_t>(0, count)));
-    }
-    int master = -1;
-    int slave = -1;
-};
-
 bool isOpen(int fd)
 {
     return fcntl(fd, F_GETFD) != -1;
@@ -107,28 +65,31 @@ private Q_SLOTS:
         const termios found = pty.settings();
         const int fd = dup(pty.slave);
         ZELStdDevice device(fd);
-        QVERIFY(pty.isRaw());
         termios expected = found;
         expected.c_lflag &= ~tcflag_t(ICANON | ECHO | ISIG);
         expected.c_cc[VMIN] = 1;
         expected.c_cc[VTIME] = 0;
-        QVERIFY(pty.is(expected));
+        QVERIFY(pty.isRaw() && pty.is(expected));
         pty.type("\x03\x1a\x1c");
         QCOMPARE(device.readAll(), QByteArray("\x03\x1a\x1c"));
         device.CloseRawInputMode();
         QVERIFY(pty.is(found));
         device.SetRawInputMode();
         QVERIFY(pty.isRaw());
+        termios left = found;
+        left.c_lflag &= ~tcflag_t(ECHO);
+        tcsetattr(fd, TCSANOW, &left);
+        zelTerminalReenterRaw(fd);
+        QVERIFY(pty.isRaw());
         device.Close();
-        QVERIFY(pty.is(found));
-        QVERIFY(!isOpen(fd));
+        QVERIFY(pty.is(found) && !isOpen(fd));
     }
 
     void settingsFound()
     {
         Pty pty;
         const termios found = pty.settings();
-        ZELStdDevice device(dup(pty.slave));
+        ZELStdDevice device(dup(pty.slave)), other(dup(pty.slave));
         device.Start(); // finds its own raw settings
         device.CloseRawInputMode();
         QVERIFY(pty.is(found));
@@ -139,34 +100,10 @@ private Q_SLOTS:
         device.Start(); // finds what somebody else set meanwhile
         device.Close();
         QVERIFY(pty.is(changed));
-    }
-
-    void otherDescriptor()
-    {
-        Pty pty;
-        const termios found = pty.settings();
-        ZELStdDevice first(dup(pty.slave));
-        ZELStdDevice second(dup(pty.slave));
-        first.Close();
-        second.SetRawInputMode();
+        other.SetRawInputMode(); // another descriptor of the same terminal
         QVERIFY(pty.isRaw());
-        second.Close();
-        QVERIFY(pty.is(found));
-    }
-
-    void reenterRaw()
-    {
-        Pty pty;
-        const termios found = pty.settings();
-        const int fd = dup(pty.slave);
-        ZELStdDevice device(fd);
-        termios left = found;
-        left.c_lflag &= ~tcflag_t(ECHO);
-        tcsetattr(fd, TCSANOW, &left);
-        zelTerminalReenterRaw(fd);
-        QVERIFY(pty.isRaw());
-        device.Close();
-        QVERIFY(pty.is(found));
+        other.Close();
+        QVERIFY(pty.is(changed));
     }
 
     void restoredAtEnd_data()
@@ -174,8 +111,6 @@ private Q_SLOTS:
         Table<int> row("signal");
         row("exit", 0);
         row("SIGTERM", SIGTERM);
-        row("SIGHUP", SIGHUP);
-        row("SIGINT", SIGINT);
         row("fault", SIGSEGV);
     }
 
@@ -188,28 +123,20 @@ private Q_SLOTS:
 #endif
         Pty pty;
         const termios found = pty.settings();
-        int ready[2];
-        QCOMPARE(pipe(ready), 0);
         const int status = inChild([&] {
             installUnixSignal();
             new ZELStdDevice(dup(pty.slave));
-            const char raw = pty.isRaw();
-            if (::write(ready[1], &raw, 1) != 1)
+            if (!pty.isRaw())
                 _exit(98);
             if (!signal)
                 exit(3);
             kill(getpid(), signal);
         });
-        char wasRaw = 0;
-        QCOMPARE(read(ready[0], &wasRaw, 1), ssize_t(1));
-        close(ready[0]);
-        close(ready[1]);
-        QVERIFY(wasRaw);
         QVERIFY(pty.is(found));
         if (signal)
             QVERIFY(WIFSIGNALED(status) && WTERMSIG(status) == signal);
         else
-            QVERIFY(WIFEXITED(status)); // a leak checker has its own opinion of the status
+            QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) < 98); // a leak checker has its own opinion of the status
     }
 
     void forkedChildLeavesItAlone()
@@ -236,11 +163,11 @@ private Q_SLOTS:
         pty.type(all);
         QCOMPARE(device.readAll(), all);
         device.write(all);
-        QCOMPARE(pty.shown(), all);
+        QCOMPARE(pty.shown(256), all);
         device.write(QString::fromLatin1(all.constData(), all.size()));
-        QCOMPARE(pty.shown(), all);
+        QCOMPARE(pty.shown(256), all);
         device.write(QStringLiteral("\u20ac\u00e9"));
-        QVERIFY(pty.shown().endsWith('\xe9'));
+        QVERIFY(pty.shown(2).endsWith('\xe9'));
     }
 
     void wholeBlocks()
@@ -257,33 +184,25 @@ private Q_SLOTS:
 
     void endOfInput_data()
     {
-        Table<QString> row("kind");
-        for (const char *kind : {"null", "file", "hung up", "directory", "closed", "negative"})
-            row(kind, QString(kind));
+        Table<int> row("fd");
+        row("null", ::open("/dev/null", O_RDONLY));
+        row("hung up", dup(Pty().slave));
+        row("directory", ::open("/", O_RDONLY));
+        row("closed", 1000);
+        row("negative", -1);
     }
 
     void endOfInput()
     {
-        QFETCH(QString, kind);
-        QTemporaryFile file;
-        QVERIFY(file.open());
-        QVERIFY(file.write("ls\n") == 3 && file.flush());
-        int fd = -1;
-        if (kind == "null")
-            fd = ::open("/dev/null", O_RDONLY);
-        else if (kind == "file")
-            fd = ::open(qPrintable(file.fileName()), O_RDONLY);
-        else if (kind == "directory")
-            fd = ::open("/", O_RDONLY);
-        else if (kind == "hung up")
-            fd = dup(Pty().slave);
-        else if (kind == "closed")
-            close(fd = dup(0));
+        QFETCH(int, fd);
         ZELStdDevice device(fd);
-        if (kind == "file")
-            QCOMPARE(device.readAll(), QByteArray("ls\n"));
+        int closes = 0;
+        device.setCloseHook([&] { ++closes; });
+        device.Start();
         QCOMPARE(device.readAll(), QByteArray());
+        QCOMPARE(get_screen_width(&device), -1);
         device.Close();
+        QCOMPARE(closes, 1);
         QCOMPARE(device.readAll(), QByteArray());
         device.write(QByteArray("x"));
     }
@@ -306,6 +225,7 @@ private Q_SLOTS:
         Pty pty;
         const int fd = dup(pty.slave);
         ZELStdDevice device(fd);
+        QCOMPARE(get_screen_width(&device), 77);
         int closes = 0;
         device.setCloseHook([&] { ++closes; });
         device.Close();
@@ -316,19 +236,9 @@ private Q_SLOTS:
         device.SetRawInputMode();
         QCOMPARE(closes, 1);
         QVERIFY(isOpen(fd) && pty.is(theirs));
-        close(fd);
-    }
-
-    void width()
-    {
-        Pty pty;
-        ZELStdDevice terminal(dup(pty.slave)), file(::open("/dev/null", O_RDWR)), none(-1);
-        QCOMPARE(get_screen_width(&terminal), 77);
-        QCOMPARE(get_screen_width(&file), -1);
-        QCOMPARE(get_screen_width(&none), -1);
+        QCOMPARE(get_screen_width(&device), -1);
         QCOMPARE(get_screen_width(nullptr), -1);
-        terminal.Close();
-        QCOMPARE(get_screen_width(&terminal), -1);
+        close(fd);
     }
 
     void brokenPipe()
@@ -385,46 +295,30 @@ private Q_SLOTS:
         close(ends[0]);
     }
 
-    void badDescriptors()
-    {
-        ZELStdDevice none(-1);
-        int closes = 0;
-        none.setCloseHook([&] { ++closes; });
-        none.write(QString("x"));
-        none.Start();
-        none.Close();
-        QCOMPARE(closes, 1);
-        QVERIFY(none.readValid() && none.writeValid() && !none.innerThread());
-    }
-
-    void standardInputForReading()
+    /// Whatever becomes of standard input, the next file must not take its number.
+    void standardInput()
     {
         int in[2], out[2];
         QVERIFY(pipe(in) == 0 && pipe(out) == 0);
-        const int status = inChild([&] {
+        int status = inChild([&] {
             dup2(in[0], 0);
             dup2(out[1], 1);
             ZELStdDevice device(0);
             device.write(QByteArray("x"));
             device.Close();
-            // The next file must not become standard input.
             _exit(::open("/", O_RDONLY) > 2 ? 0 : 1);
         });
-        QCOMPARE(WEXITSTATUS(status), 0);
+        QCOMPARE(status, 0);
         char x = 0;
         QVERIFY(read(out[0], &x, 1) == 1 && x == 'x');
         for (int fd : {in[0], in[1], out[0], out[1]})
             close(fd);
-    }
-
-    void standardInputClosed()
-    {
-        const int status = inChild([] {
+        status = inChild([] {
             close(0);
             zelKeepStandardDescriptors();
             _exit(::open("/", O_RDONLY) > 2 && ZELStdDevice(0).readAll().isEmpty() ? 0 : 1);
         });
-        QCOMPARE(WEXITSTATUS(status), 0);
+        QCOMPARE(status, 0);
     }
 };
 

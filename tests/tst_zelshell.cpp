@@ -1,26 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "fakedevice.h"
+#include "noleakcheck.h"
+#include "shellfixture.h"
 #include "table.h"
-#include "zelarguments.h"
-#include "zelshell.h"
-#include "zelshellserver.h"
-#include "zelstream.h"
 #include "zelthread.h"
 
 #include <QSignalSpy>
 #include <QtTest>
 #include <mutex>
 
-// Kills and faults jump, and what they jump over is not freed.
-extern "C" int __lsan_is_turned_off()
-{
-    return 1;
-}
-
 namespace {
-
-const QString tag = QStringLiteral("UFJPVE9DT0w9WkVMX1NIRUxM");
-const QString prompt = QStringLiteral("\033[32mZELShell@ZEL:~\033[0m\033[34m/Main\033[0m\033[33m $ \033[0m");
 
 QStringList logged;
 std::mutex logMutex;
@@ -38,29 +26,6 @@ QStringList log()
 }
 
 } // namespace
-
-/// Commands to run, as a host would register them.
-class Board : public QObject
-{
-    Q_OBJECT
-public:
-    QSemaphore entered, proceed;
-
-public Q_SLOTS:
-    void wait(ZELArguments)
-    {
-        entered.release();
-        proceed.tryAcquire(1, 20000);
-    }
-    void sleep(ZELArguments)
-    {
-        entered.release();
-        for (int i = 0; i < 200; ++i)
-            QThread::msleep(100);
-    }
-    void crash(ZELArguments) { *static_cast<volatile int *>(nullptr) = 1; }
-    QVariant value(ZELArguments) { return 7; }
-};
 
 /// A session on a device that the test types at; the session deletes itself.
 struct Session
@@ -162,15 +127,6 @@ private Q_SLOTS:
         QVERIFY(!session.device.text().contains("ZEL:~"));
     }
 
-    void remoteTerminal()
-    {
-        Session session(&board);
-        session.shell->setProductId("Board");
-        session.start(false, false, "\n42\n");
-        QTRY_VERIFY(session.device.text().endsWith("\n42\n" + prompt));
-        QVERIFY(session.device.text().startsWith("Board\nConnectId = {"));
-    }
-
     void oneLineSession()
     {
         Session session(&board);
@@ -200,31 +156,6 @@ private Q_SLOTS:
         session.start(true, false, QByteArray(600, 'x') + '\n');
         QTRY_VERIFY(session.device.text().endsWith("execate\n" + prompt));
         QVERIFY(log().contains("[n:1.2.3.4] input command [" + QString(500, 'x') + "...]"));
-    }
-
-    void completion()
-    {
-        Session session(&board);
-        session.start(true, false, "demo/v\t");
-        QTRY_COMPARE(session.device.text(), prompt + "demo/value");
-        session.device.take();
-        session.device.type("\n");
-        QTRY_COMPARE(session.device.text(), "\n7\r\n" + prompt);
-        session.device.take();
-        session.device.type("demo/\t");
-        QTRY_VERIFY(session.device.text().endsWith(prompt + "demo/"));
-        QVERIFY(session.device.text().contains("crash"));
-    }
-
-    void recoveryAfterAFault()
-    {
-        Session session(&board);
-        session.start(true, false, "demo/crash\n");
-        const QString expected = "EXECUTE_ERROR :Segmentation fault (core dumped)\r\n" + prompt;
-        QTRY_VERIFY(session.device.text().endsWith(expected));
-        session.device.take();
-        session.device.type("42\n");
-        QTRY_COMPARE(session.device.text(), "42\n42\n" + prompt);
     }
 
     void lineLimit_data()
