@@ -2,6 +2,7 @@
 #include "zelarguments_p.h"
 
 #include "zelguard_p.h"
+#include "zellogging_p.h"
 #include "zelshellbase.h"
 
 namespace {
@@ -14,14 +15,23 @@ ZELLogging::Hook keepingRecord(const ZELArguments &args)
     return [args, hook](const QString &text) { return hook(text); };
 }
 
+// Where a command prints whose session has gone. One for all: what a handle makes for itself stays behind with each
+// message, and such a command may print for ever.
+ZELAbstractStream *terminal()
+{
+    static ZELAbstractStream *const stream = ZELLoggingPrivate::newTerminal();
+    return stream;
+}
+
 ZELLogging channel(const ZELArguments &args, const char *accept, ZELLogging::LoggingMsgType type, bool asIs = false)
 {
     args.setProtoclAccept(QLatin1String(accept));
     const ZELLogging::Hook hook = keepingRecord(args);
     ZELCriticalSection section;
-    auto shell = ZELArgumentsPrivate::get(args)->shell.use();
+    const auto &session = ZELArgumentsPrivate::get(args)->shell;
+    auto shell = session.use();
     if (!shell)
-        return ZELLogging(nullptr, type, {});
+        return ZELLogging(session.isNull() ? nullptr : terminal(), type, {});
     ZELLogging log(shell->getStream(), type, hook);
     if (asIs)
         log.noquote().noNewLine();

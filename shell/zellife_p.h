@@ -27,8 +27,10 @@
  *     if (auto use = ref.use()) use->write(text);   // any thread
  */
 template <class T>
-class ZELLife {
-    struct State {
+class ZELLife
+{
+    struct State
+    {
         std::mutex mutex;
         std::condition_variable freed;
         T *object = nullptr;
@@ -36,7 +38,8 @@ class ZELLife {
     };
 
 public:
-    class Use {
+    class Use
+    {
     public:
         Use() = default;
         Use(Use &&other) noexcept
@@ -68,7 +71,8 @@ public:
         T *m_object = nullptr;
     };
 
-    class Ref {
+    class Ref
+    {
     public:
         /// Empty when the object's life has ended or the Ref never had one.
         Use use() const
@@ -84,6 +88,8 @@ public:
             }
             return result;
         }
+        /// True for a Ref that never had an object.
+        bool isNull() const { return !m_state; }
         /// The object or null; the answer is only as good as the caller's knowledge of who destroys it.
         T *peek() const
         {
