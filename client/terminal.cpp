@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "terminal.h"
 
-#include <QByteArray>
+#include <QRegularExpression>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -83,6 +83,7 @@ Terminal::Terminal(ZELShellClient &client)
     client.setTerminalHook([this](const QByteArray &bytes) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         show(bytes);
+        m_lastShown = (m_lastShown + bytes).right(4096);
     });
 }
 
@@ -107,8 +108,20 @@ Status Terminal::run(const QString &address)
         left = m_client.isConnected() && sendKeys(ended);
         m_client.close();
     }
+    if (!left && !wasToldToEnd()) {
+        std::fprintf(stderr, "\nzelsh: connection to %s lost\n", qPrintable(address));
+        return NoConnection;
+    }
     std::fprintf(stderr, left ? "\nLeft %s.\n" : "\nConnection to %s closed.\n", qPrintable(address));
     return Success;
+}
+
+/// The host says nothing on "quit": that shows only in the line at its last prompt.
+bool Terminal::wasToldToEnd() const
+{
+    QString line = QString::fromUtf8(m_lastShown.mid(m_lastShown.lastIndexOf("ZELShell@")));
+    line.remove(QRegularExpression("\x1b\\[[0-9;]*[A-Za-z]"));
+    return line.contains(QRegularExpression("\\b(quit|exit|reinit)\\b"));
 }
 
 /// Until the host closes the connection (false), or the person leaves or hangs up (true).

@@ -4,6 +4,7 @@
 
 #include "status.h"
 
+#include <QByteArray>
 #include <QString>
 #include <mutex>
 
@@ -20,13 +21,16 @@ class Terminal
 public:
     explicit Terminal(ZELShellClient &client);
     ~Terminal();
+    /// Success when the person ended it, here or there.
     Status run(const QString &address);
 
 private:
     bool sendKeys(int ended);
+    bool wasToldToEnd() const;
 
     ZELShellClient &m_client;
     std::mutex m_mutex;
+    QByteArray m_lastShown;
     std::unique_lock<std::mutex> m_bannerFirst; ///< holds back what the host writes behind its banner
 };
 

@@ -5,15 +5,20 @@
 #include "zelshellpacket_p.h"
 #include "zelshellprocess_p.h"
 
+#include <chrono>
+
 using Lock = std::lock_guard<std::mutex>;
 
 namespace {
 
 constexpr int longestGreeting = 65536;
+constexpr int logoutPatience = 1000;
 
 /// What a peer said before it hung up, fit for one line of a message.
 QString lastLine(const QByteArray &bytes)
 {
+    if (!bytes.endsWith('\n'))
+        return QStringLiteral("connection closed by the host");
     const QList<QByteArray> lines = bytes.right(300).trimmed().split('\n');
     QString line = QString::fromUtf8(lines.last()).trimmed();
     for (QChar &c : line)
@@ -151,8 +156,7 @@ bool ZELShellClientPrivate::readGreeting(
             reason = QStringLiteral("no greeting of a shell in time");
             return false;
         case ZELClientSocket::Ended:
-            reason
-                = greeting.bytes.isEmpty() ? QStringLiteral("connection closed by the host") : lastLine(greeting.bytes);
+            reason = lastLine(greeting.bytes);
             return false;
         }
     }
@@ -247,8 +251,21 @@ void ZELShellClientPrivate::ended(ZELClientConnection &from)
     });
 }
 
+/// Lets the host end the session first: the user of one that still goes on is refused at the next login.
+void ZELShellClientPrivate::awaitLogout()
+{
+    const auto current = liveConnection();
+    if (!current || !get(&ZELShellClientPrivate::login) || pending() || current->receiver == std::this_thread::get_id())
+        return;
+    current->closed = true;
+    current->socket->endWriting();
+    for (const QDeadlineTimer deadline(logoutPatience); liveConnection() == current && !deadline.hasExpired();)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
 void ZELShellClientPrivate::close()
 {
+    awaitLogout();
     std::shared_ptr<ZELClientConnection> current;
     {
         ZELCriticalSection section;

@@ -180,6 +180,11 @@ bool ZELClientSocket::write(const QByteArray &bytes)
     return true;
 }
 
+void ZELClientSocket::endWriting()
+{
+    ::shutdown(m_descriptor, SHUT_WR);
+}
+
 void ZELClientSocket::shutdown()
 {
     ::shutdown(m_descriptor, SHUT_RDWR);

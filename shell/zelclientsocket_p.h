@@ -35,6 +35,8 @@ public:
     Result read(QByteArray &into, QDeadlineTimer deadline);
     /// Waits until the peer takes the bytes; false once the connection has ended.
     bool write(const QByteArray &bytes);
+    /// The peer sees the end of the connection; what it still sends is read.
+    void endWriting();
     void shutdown();
 
 private:

@@ -176,7 +176,8 @@ public:
     quint16 listenPort() const;
     /// Takes the next host that dials in, as connectToHost() does. Closing ends the wait.
     bool waitForHost(int ms = 30000);
-    /// Ends the connection and the listening. Returns when the receiving thread is done, unless called on that thread.
+    /// Ends the connection and the listening. Returns when the receiving thread is done, unless called on that thread;
+    /// with a login and nothing pending it waits up to a second for the host to log the user out.
     void close();
 
     bool isConnected() const;

@@ -99,6 +99,7 @@ private:
         int end = -1; ///< of the line with the connection id, its line feed not included
     };
     bool begin();
+    void awaitLogout();
     bool attend(const std::shared_ptr<ZELClientSocket> &socket, QString &error);
     bool fail(const QString &reason);
     bool shakeHands(ZELClientSocket &socket, QDeadlineTimer deadline, QByteArray &rest, QString &error);

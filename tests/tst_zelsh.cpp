@@ -302,7 +302,7 @@ void tst_Zelsh::hostDialsOut()
     QCOMPARE(process.exitCode(), 0);
 }
 
-// Echoes keys until "q", as a host with a line editor would.
+// Echoes keys until "q", as a host with a line editor would, or fails at "x".
 static void echo(QTcpSocket &socket)
 {
     if (FakeHost::readLine(socket) != "\n")
@@ -310,8 +310,8 @@ static void echo(QTcpSocket &socket)
     FakeHost::send(socket, FakeHost::banner() + "prompt$ ");
     while (socket.waitForReadyRead(10000)) {
         const QByteArray keys = socket.readAll();
-        FakeHost::send(socket, '<' + keys.toHex() + '>');
-        if (keys.contains('q'))
+        FakeHost::send(socket, '<' + keys.toHex() + (keys.contains('q') ? ">ZELShell@\x1b[33m $ \x1b[0mquit\n" : ">"));
+        if (keys.contains('q') || keys.contains('x'))
             return;
     }
 }
@@ -340,9 +340,10 @@ void tst_Zelsh::session()
 
 void tst_Zelsh::terminalIsRestored_data()
 {
-    QTest::addColumn<int>("signal");
+    QTest::addColumn<int>("signal"); // or a negative exit status
     QTest::addColumn<QByteArray>("keys");
     QTest::newRow("Ctrl-]") << 0 << QByteArray("\x1d");
+    QTest::newRow("lost") << -255 << QByteArray("x");
     QTest::newRow("terminate") << SIGTERM << QByteArray();
     QTest::newRow("hang up") << SIGHUP << QByteArray();
     QTest::newRow("interrupt") << SIGINT << QByteArray();
@@ -358,7 +359,7 @@ void tst_Zelsh::terminalIsRestored()
     FakeHost host(echo);
     PtyHost terminal({ZELSH, at(host)});
     QVERIFY(terminal.waitFor("prompt$ ") && terminal.isRaw());
-    if (signal)
+    if (signal > 0)
         kill(terminal.pid(), signal);
     else
         QVERIFY(terminal.type(keys));
