@@ -228,7 +228,9 @@ QString ZELShellProcess::getTextOutput(unsigned long ms)
 
 QString ZELShellProcess::getReturnValue(unsigned long ms)
 {
-    return waitAndRead(d, ms, [](const ZELShellProcessPrivate &record, bool) { return record.completing.getReturn(); });
+    return waitAndRead(d, ms, [](const ZELShellProcessPrivate &record, bool) {
+        return (record.headers.isEmpty() ? record.completing : record.headers.last()).getReturn();
+    });
 }
 
 ZELShellProcessHeader ZELShellProcess::lastPacket() const
