@@ -32,9 +32,12 @@ QString line(const QString &text)
 QString withoutPassword(const QStringList &words)
 {
     QStringList shown = words;
-    for (int i = 1; i < shown.size(); ++i) {
-        if (shown.at(i - 1) == QLatin1String("--password"))
-            shown[i] = QStringLiteral("***");
+    bool next = false;
+    for (QString &word : shown) {
+        // A "=" before the password is none of it, but somebody's mistake.
+        if (next && word != QLatin1String("="))
+            word = QStringLiteral("***");
+        next = word == QLatin1String("--password") || (next && word == QLatin1String("="));
     }
     return shown.join(QLatin1Char(' '));
 }
@@ -83,26 +86,29 @@ bool ZELShellLoop::refill()
     return !m_buffer.isEmpty();
 }
 
-// Nothing when the peer left before the line's end: half a name is another user's.
-std::optional<QString> ZELShellLoop::handshakeLine()
+// Nothing when the peer left before the line's end: half a name is another user's. One byte more than the limit when
+// the line is longer.
+std::optional<QByteArray> ZELShellLoop::handshakeLine()
 {
     QByteArray bytes;
     for (char byte = getChar(); byte != '\n'; byte = getChar()) {
         if (byte == 0 && m_session.isStopping())
             return std::nullopt;
         const int limit = m_session.lineLimit;
-        if (limit == 0 || bytes.size() < limit)
+        if (limit == 0 || bytes.size() <= limit)
             bytes += byte;
     }
-    return zelTextOf(bytes);
+    return bytes;
 }
 
 bool ZELShellLoop::handshake()
 {
-    const std::optional<QString> line = handshakeLine();
-    if (!line)
+    const std::optional<QByteArray> hello = handshakeLine();
+    if (!hello)
         return false;
-    const ZELArguments args(nullptr, QLatin1String("ZELShell ") + *line);
+    if (m_session.lineLimit != 0 && hello->size() > m_session.lineLimit)
+        return turnAway(tooLong());
+    const ZELArguments args(nullptr, QLatin1String("ZELShell ") + zelTextOf(*hello));
     const ZELShellSettings settings = m_session.server->settings();
     ZELShellPrivate::log(QLatin1String("================ get input =[")
         + (settings.passwordHidden ? withoutPassword(args) : args.ToString(QStringLiteral(" "))) + QLatin1Char(']'));
@@ -111,7 +117,12 @@ bool ZELShellLoop::handshake()
     login(args, settings);
     if (!settings.loginRequired || ZELUser::getUser(m_session.sessionUuid()).isLogin())
         return true;
-    m_session.output.write(QStringLiteral("Error : login required\n"));
+    return turnAway(QStringLiteral("Error : login required"));
+}
+
+bool ZELShellLoop::turnAway(const QString &reason)
+{
+    m_session.output.write(line(reason));
     m_session.stopState = ZELShellPrivate::Ended;
     return false;
 }
@@ -235,9 +246,13 @@ void ZELShellLoop::endTooLong()
     m_droppedHead.clear();
     m_droppedTail.clear();
     m_droppedTagged = false;
-    m_session.refuseLine(
-        head, tagged, QStringLiteral("Error : input is longer than %1 bytes").arg(m_session.lineLimit.load()));
+    m_session.refuseLine(head, tagged, tooLong());
     m_session.printPrompt();
+}
+
+QString ZELShellLoop::tooLong() const
+{
+    return QStringLiteral("Error : input is longer than %1 bytes").arg(m_session.lineLimit.load());
 }
 
 void ZELShellLoop::recover()

@@ -29,7 +29,8 @@ private:
     bool refill();
     /// False when the session is not let in.
     bool handshake();
-    std::optional<QString> handshakeLine();
+    std::optional<QByteArray> handshakeLine();
+    bool turnAway(const QString &reason);
     void login(const ZELArguments &args, const ZELShellSettings &settings);
     void loginByName(const ZELArguments &args, const QUuid &key, bool mayCreate);
     void joinLogin(const QUuid &key);
@@ -39,6 +40,7 @@ private:
     bool isTooLong(char byte);
     void drop(char byte);
     void endTooLong();
+    QString tooLong() const;
     void flush();
     void recover();
     void runLine(QString line);
