@@ -24,6 +24,7 @@ void closeDoors(ZELShellServer &server)
     server.setListenAddress(QHostAddress::LocalHost);
     server.setLoginRequired(true);
     server.setKeyLogin(false);
+    server.setPasswordHidden(true);
     server.setRemoteSystemCommands(false);
     server.setPermissionFunction(isPermitted);
     server.setIdleLimit(tenMinutes);

@@ -39,6 +39,7 @@ static bool openLog(const Options &options)
         if (!std::freopen(QFile::encodeName(options.log).constData(), "a", stderr))
             return false;
         setvbuf(stderr, nullptr, _IOLBF, 0); // a file would be written in blocks, the port's number among them
+        qputenv("QT_FORCE_STDERR_LOGGING", "1"); // without a terminal Qt may log to the system's journal
     }
     if (options.terminal && isatty(STDERR_FILENO))
         QLoggingCategory::setFilterRules("default.debug=false");
