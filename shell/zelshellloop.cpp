@@ -81,6 +81,9 @@ bool ZELShellLoop::refill()
     if (stream)
         m_buffer = stream->readAll();
     m_session.waitingSince = 0;
+    // A script in a pipe may lack its last line's end. What a terminal or a peer was cut off in is not run.
+    if (m_buffer.isEmpty() && m_lineLength > 0 && m_session.isMain && m_session.output.isPiped())
+        m_buffer = QByteArrayLiteral("\n");
     if (m_buffer.isEmpty())
         m_session.stopState = ZELShellPrivate::Ended;
     return !m_buffer.isEmpty();

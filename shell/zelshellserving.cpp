@@ -4,7 +4,7 @@
 
 #include "zelcatch.h"
 #include "zelguard_p.h"
-#include "zelshell.h"
+#include "zelshell_p.h"
 #include "zelstream_p.h"
 #include "zeltcpserver.h"
 #include "zeltcpsocket.h"
@@ -15,6 +15,7 @@
 namespace {
 
 const int connectTimeoutMs = 30000;
+const int jobGraceMs = 3000; ///< of all jobs of the terminal shell together
 const int defaultConnectionLimit = 10000;
 
 void describe(ZELShell *shell, const ZELTcpSocket &socket)
@@ -95,7 +96,9 @@ void ZELShellServer::startServer()
         delete stream;
         delete device;
     });
-    connect(shell, &ZELShell::Stoped, [] {
+    connect(shell, &ZELShell::Stoped, [shell] {
+        // Jobs of the last lines have perhaps not begun; the host takes their commands away when the process ends.
+        ZELShellPrivate::get(shell)->jobs.waitForEnd(jobGraceMs);
         if (!zelRestartWanted())
             CloseApplication();
     });

@@ -6,7 +6,9 @@
 #include "zelterminal_p.h"
 #include "zelthread.h"
 
+#include <QDeadlineTimer>
 #include <algorithm>
+#include <sys/stat.h>
 
 namespace {
 
@@ -276,6 +278,13 @@ QVector<std::shared_ptr<ZELShellJob>> ZELShellJobs::running() const
     return result;
 }
 
+void ZELShellJobs::waitForEnd(int ms) const
+{
+    const QDeadlineTimer deadline(ms);
+    for (const auto &job : running())
+        job->waitForEnd(int(deadline.remainingTime()));
+}
+
 void ZELShellJobs::clear()
 {
     ZELSessionLock lock(m_mutex);
@@ -347,6 +356,18 @@ int ZELSessionOutput::width()
     int columns = -1;
     withDevice([&](ZELIODevice *device) { columns = get_screen_width(dynamic_cast<ZELStdDevice *>(device)); });
     return columns;
+}
+
+bool ZELSessionOutput::isPiped()
+{
+    bool piped = false;
+    withDevice([&](ZELIODevice *device) {
+        const auto *standard = dynamic_cast<ZELStdDevice *>(device);
+        struct stat file = {};
+        // Not isatty(), which a terminal that was hung up fails.
+        piped = standard && fstat(standard->descriptor(), &file) == 0 && !S_ISCHR(file.st_mode);
+    });
+    return piped;
 }
 
 void ZELSessionOutput::restoreRawMode()

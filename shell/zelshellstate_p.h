@@ -156,6 +156,8 @@ class ZELShellJobs
 public:
     void append(const std::shared_ptr<ZELShellJob> &job);
     QVector<std::shared_ptr<ZELShellJob>> running() const;
+    /// Waits for that long at most until all have ended.
+    void waitForEnd(int ms) const;
     void clear();
 
 private:
@@ -182,6 +184,8 @@ public:
     bool isOpen();
     /// Columns of the terminal; -1 when the stream is none.
     int width();
+    /// True for a standard device that is open and no terminal.
+    bool isPiped();
     /// Makes the terminal raw again, whatever a command left behind, or as it was found; nothing for other streams.
     void restoreRawMode();
     void leaveRawMode();

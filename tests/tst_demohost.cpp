@@ -78,6 +78,17 @@ private Q_SLOTS:
         QVERIFY2(m_host.exitCode() == 0, complaint.constData());
     }
 
+    void runsAllOfAPipedScript()
+    {
+        QProcess host;
+        QVERIFY(start(host, {}));
+        host.write("text/echo job &\ntext/echo last"); // no line end
+        host.closeWriteChannel();
+        QVERIFY(host.waitForFinished(10000));
+        const QByteArray output = host.readAllStandardOutput();
+        QVERIFY2(output.contains("job\r\n") && output.contains("last\r\n"), output.constData());
+    }
+
     void refusesOptions_data()
     {
         Table<QStringList> row("arguments");
