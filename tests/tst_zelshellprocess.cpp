@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "threads.h"
 #include "zelshellclient.h"
 #include "zelthreadpool.h"
 
 #include <QtTest>
 #include <atomic>
 #include <mutex>
-#include <thread>
-#include <vector>
 
 static ZELShellProcessHeader packet(const char *state, const QByteArray &body, const QByteArray &value = QByteArray())
 {
@@ -41,6 +40,16 @@ private Q_SLOTS:
         QCOMPARE(process.getReturnValue(0), QString("42"));
         QCOMPARE(process.lastPacket().getProcessStatus(), int(ZELShellProcessHeader::Result));
 
+        // Without an end the wait has one, and what came stands.
+        ZELShellProcess open;
+        feed(open, packet("EXECUTE_PROCESS", "so far"));
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(!open.wait(150));
+        QVERIFY(timer.elapsed() >= 150);
+        QCOMPARE(open.getTextOutput(10), QString("so far"));
+        QCOMPARE(open.getReturnValue(10), QString());
+
         // Only the newest of several packets is worked off.
         ZELShellProcess backlog;
         backlog.append(packet("EXECUTE_PROCESS", "lost"));
@@ -51,40 +60,30 @@ private Q_SLOTS:
 
     void sendsOnce()
     {
-        ZELShellProcess process;
+        ZELShellProcess process, released;
         int first = 0, second = 0;
-        QVERIFY(process.setProcess([&](ZELShellProcessHeader) { ++first; }, false));
+        QThread *thread = nullptr;
+        const auto hook = [&](ZELShellProcessHeader) {
+            QThread::msleep(20); // holds the receiver
+            ++first;
+            thread = QThread::currentThread();
+        };
+        QVERIFY(process.setProcess(hook, false));
         QVERIFY(process.send() && process.isSendOut());
         QVERIFY(!process.send());
         QVERIFY(!process.setProcess([&](ZELShellProcessHeader) { ++second; }, true));
-        feed(process, packet("EXECUTE_COMPLETE", ""));
+        feed(process, packet("EXECUTE_PROCESS", "a"));
         QCOMPARE(first, 1);
+        QVERIFY(thread && thread != QThread::currentThread());
+        feed(process, packet("EXECUTE_COMPLETE", ""));
+        QCOMPARE(first, 2);
         QCOMPARE(second, 0);
-    }
+        QVERIFY(process.wait(0));
 
-    void timesOutWithPartialText()
-    {
-        ZELShellProcess process;
-        feed(process, packet("EXECUTE_PROCESS", "so far"));
-        QElapsedTimer timer;
-        timer.start();
-        QVERIFY(!process.wait(150));
-        QVERIFY(timer.elapsed() >= 150);
-        QCOMPARE(process.getTextOutput(10), QString("so far"));
-        QCOMPARE(process.getReturnValue(10), QString());
-    }
-
-    void releaseCompletes()
-    {
-        ZELShellProcess plain;
-        plain.release();
-        QVERIFY(plain.wait(0));
-
-        ZELShellProcess hooked;
         std::atomic<int> status{-1};
-        hooked.setProcess([&](ZELShellProcessHeader header) { status = header.getProcessStatus(); }, true);
-        hooked.release();
-        QVERIFY(hooked.wait(5000));
+        released.setProcess([&](ZELShellProcessHeader header) { status = header.getProcessStatus(); }, true);
+        released.release();
+        QVERIFY(released.wait(5000));
         QCOMPARE(status.load(), int(ZELShellProcessHeader::Unknown));
     }
 
@@ -108,26 +107,6 @@ private Q_SLOTS:
         QVERIFY(process.wait(10000));
         std::lock_guard<std::mutex> lock(mutex);
         QCOMPARE(seen, wanted);
-    }
-
-    void synchronousHookHoldsTheReceiver()
-    {
-        ZELShellProcess process;
-        int calls = 0;
-        QThread *thread = nullptr;
-        process.setProcess(
-            [&](ZELShellProcessHeader) {
-                QThread::msleep(20);
-                ++calls;
-                thread = QThread::currentThread();
-            },
-            false);
-        feed(process, packet("EXECUTE_PROCESS", "a"));
-        QCOMPARE(calls, 1);
-        QVERIFY(thread && thread != QThread::currentThread());
-        feed(process, packet("EXECUTE_COMPLETE", "b"));
-        QCOMPARE(calls, 2);
-        QVERIFY(process.wait(0));
     }
 
     void failingHookDoesNotHoldUpTheEnd()
@@ -198,19 +177,15 @@ private Q_SLOTS:
             },
             true);
         feed(*process, packet("EXECUTE_PROCESS", "a"));
-        std::vector<std::thread> waiters;
-        for (int i = 0; i < 8; ++i)
-            waiters.emplace_back([&, raw = process.get()] {
-                ++waiting;
-                raw->wait(60000);
-                ++woken;
-            });
+        Threads waiters(8, [&, raw = process.get()] {
+            ++waiting;
+            raw->wait(60000);
+            ++woken;
+        });
         QTRY_COMPARE(waiting.load(), 8);
         QThread::msleep(20); // inside wait(), not in front of it
         process.reset();
         QTRY_COMPARE_WITH_TIMEOUT(woken.load(), 8, 1000);
-        for (std::thread &waiter : waiters)
-            waiter.join();
         QTRY_COMPARE(hooks.load(), 1);
     }
 
@@ -233,23 +208,6 @@ private Q_SLOTS:
             QVERIFY(process.wait(0));
             QCOMPARE(process.getTextOutput(0), QString("x"));
         }
-    }
-
-    void manyWaitersWakeAtOnce()
-    {
-        ZELShellProcess process;
-        std::vector<std::thread> waiters;
-        std::atomic<int> woken{0};
-        for (int i = 0; i < 50; ++i)
-            waiters.emplace_back([&] { woken += process.wait(20000); });
-        QThread::msleep(50);
-        QElapsedTimer timer;
-        timer.start();
-        feed(process, packet("EXECUTE_COMPLETE", ""));
-        for (std::thread &waiter : waiters)
-            waiter.join();
-        QCOMPARE(woken.load(), 50);
-        QVERIFY(timer.elapsed() < 10000);
     }
 
     // The end comes at every possible moment of the wait's beginning.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "quiet.h"
-#include "table.h"
 #include "threadeddevice.h"
+#include "threads.h"
 #include "zellogging.h"
 #include "zelstream.h"
 
@@ -139,17 +139,12 @@ private Q_SLOTS:
     {
         Line line;
         constexpr int Writers = 6, Lines = 300;
-        std::vector<std::thread> writers;
-        for (int i = 0; i < Writers; ++i) {
-            writers.emplace_back([&line, i] {
-                for (int j = 0; j < Lines; ++j) {
-                    const QByteArray data = QByteArray::number(i) + ' ' + QByteArray::number(j);
-                    j % 2 ? line.stream->write(data) : line.stream->write(QString(data));
-                }
-            });
-        }
-        for (std::thread &writer : writers)
-            writer.join();
+        Threads(Writers, [&line](int i) {
+            for (int j = 0; j < Lines; ++j) {
+                const QByteArray data = QByteArray::number(i) + ' ' + QByteArray::number(j);
+                j % 2 ? line.stream->write(data) : line.stream->write(QString(data));
+            }
+        }).join();
         QVector<int> next(Writers);
         for (const QByteArray &data : line.device.writes()) {
             const auto parts = data.split(' ');
@@ -158,21 +153,11 @@ private Q_SLOTS:
         QCOMPARE(next, QVector<int>(Writers, Lines));
     }
 
-    void emptyWrites()
-    {
-        ThreadedDevice device(nullptr);
-        ZELStream stream(&device, true);
-        QSignalSpy bytes(&stream, QOverload<QByteArray>::of(&ZELStream::OnDataWrited));
-        stream.write(QByteArray());
-        stream.write(QString());
-        device.Close();
-        stream.write(QByteArray());
-        QVERIFY(bytes.isEmpty() && device.writes().empty());
-    }
-
     void afterClose()
     {
         Line line;
+        line.stream->write(QByteArray());
+        line.stream->write(QString());
         line.device.Close();
         QCOMPARE(line.closes.load(), 1);
         QVERIFY(!line.stream->IsOpen());
@@ -180,100 +165,74 @@ private Q_SLOTS:
         ignoreDrops(2);
         line.stream->write(QString("x"));
         line.stream->write(QByteArray("x"));
+        line.stream->write(QByteArray());
         QVERIFY(line.device.writes().empty());
     }
 
-    void secondStream()
+    void streamsWithoutDevice()
     {
-        ThreadedDevice device(nullptr);
-        ZELStream first(&device, true);
+        auto device = std::make_unique<ThreadedDevice>(nullptr);
+        ZELStream first(device.get(), true);
         QTest::ignoreMessage(QtDebugMsg, "IODevice is olready binded!");
-        QPointer<ZELStream> second = new ZELStream(&device, true);
-        QVERIFY(second && !second->IsOpen() && first.IsOpen());
+        QPointer<ZELStream> second = new ZELStream(device.get(), true);
+        QTest::ignoreMessage(QtWarningMsg, "ZELStream: no device");
+        QPointer<ZELStream> third = new ZELStream(nullptr, true);
+        QVERIFY(!second->IsOpen() && !third->IsOpen() && !third->getDevice() && first.IsOpen());
         QCOMPARE(second->readAll(), QByteArray());
         ignoreDrops(1);
         second->write(QByteArray("x"));
-        QTRY_VERIFY(!second);
-        QCOMPARE(device.boundStream(), &first);
+        QTRY_VERIFY(!second && !third);
+        QCOMPARE(device->boundStream(), &first);
         first.write(QByteArray("y"));
-        QCOMPARE(device.writes().size(), size_t(1));
-    }
-
-    void noDevice()
-    {
-        QTest::ignoreMessage(QtWarningMsg, "ZELStream: no device");
-        QPointer<ZELStream> stream = new ZELStream(nullptr, true);
-        QVERIFY(!stream->IsOpen() && !stream->getDevice());
-        QTRY_VERIFY(!stream);
-    }
-
-    void waitersLetGo_data()
-    {
-        Table<bool> row("byClose");
-        row("device closes", true);
-        row("thread ends", false);
+        QCOMPARE(device->writes().size(), size_t(1));
+        device.reset();
+        QVERIFY(!first.IsOpen());
+        QCOMPARE(first.readAll(), QByteArray());
     }
 
     void waitersLetGo()
     {
-        QFETCH(bool, byClose);
-        Line line;
-        std::atomic<bool> released{false};
-        std::atomic<int> back{0};
-        std::vector<std::thread> writers;
-        const Quiet quiet;
-        line.block(released);
-        line.worker.exit(); // what is queued now is never run
-        for (int i = 0; i < 3; ++i) {
-            writers.emplace_back([&] {
+        for (bool byClose : {true, false}) {
+            Line line;
+            std::atomic<bool> released{false};
+            std::atomic<int> back{0};
+            const Quiet quiet;
+            line.block(released);
+            line.worker.exit(); // what is queued now is never run
+            Threads writers(3, [&] {
                 line.stream->write(QByteArray("x"));
                 ++back;
             });
-        }
-        QTest::qWait(20);
-        QCOMPARE(back.load(), 0);
-        if (byClose)
-            line.device.Close();
-        else
+            QTest::qWait(20);
+            QCOMPARE(back.load(), 0);
+            if (byClose)
+                line.device.Close();
+            else
+                released = true;
+            QTRY_COMPARE(back.load(), 3);
             released = true;
-        QTRY_COMPARE(back.load(), 3);
-        released = true;
-        for (std::thread &writer : writers)
-            writer.join();
-        QCOMPARE(Quiet::count(), 3); // dropped, and said so
-        QVERIFY(line.device.writes().empty());
-    }
-
-    void writersRaceWithEnd_data()
-    {
-        Table<bool> row("byClose");
-        row("device closes", true);
-        row("thread ends", false);
+            QCOMPARE(Quiet::count(), 3); // dropped, and said so
+            QVERIFY(line.device.writes().empty());
+        }
     }
 
     void writersRaceWithEnd()
     {
-        QFETCH(bool, byClose);
         const Quiet quiet;
-        for (int i = 0; i < 60; ++i) {
+        for (int i = 0; i < 120; ++i) {
             Line line;
             std::atomic<bool> stop{false};
-            std::vector<std::thread> writers;
-            for (int j = 0; j < 3; ++j) {
-                writers.emplace_back([&] {
-                    while (!stop)
-                        line.stream->write(QString("x"));
-                });
-            }
+            Threads writers(3, [&] {
+                while (!stop)
+                    line.stream->write(QString("x"));
+            });
             while (line.device.writes().size() < 10)
                 std::this_thread::yield();
-            if (byClose)
+            if (i % 2)
                 line.device.Close();
             else
                 line.stop();
             stop = true;
-            for (std::thread &writer : writers)
-                writer.join();
         }
     }
 
@@ -285,16 +244,14 @@ private Q_SLOTS:
         for (int i = 0; i < 30; ++i) {
             Line line;
             std::atomic<int> printed{0};
-            std::vector<std::thread> writers;
-            for (int j = 0; j < 3; ++j) {
-                std::vector<ZELLogging> handles;
+            std::vector<ZELLogging> handles[3];
+            for (auto &some : handles)
                 for (int k = 0; k < 200; ++k)
-                    handles.push_back(ZELLogging::debug(line.stream.get()));
-                writers.emplace_back([&printed, handles = std::move(handles)]() mutable {
-                    for (; !handles.empty(); ++printed)
-                        handles.pop_back();
-                });
-            }
+                    some.push_back(ZELLogging::debug(line.stream.get()));
+            Threads writers(3, [&](int j) {
+                for (; !handles[j].empty(); ++printed)
+                    handles[j].pop_back();
+            });
             while (printed < 10)
                 std::this_thread::yield();
             // Writers that wait for this very thread must not hold it up.
@@ -305,21 +262,10 @@ private Q_SLOTS:
             });
             while (!dead)
                 std::this_thread::yield();
-            for (std::thread &writer : writers)
-                writer.join();
+            writers.join();
             line.stop();
         }
         QVERIFY(timer.elapsed() < 20000);
-    }
-
-    void deviceDiesFirst()
-    {
-        auto device = std::make_unique<ThreadedDevice>(nullptr);
-        ZELStream stream(device.get(), true);
-        QSignalSpy written(&stream, QOverload<QByteArray>::of(&ZELStream::OnDataWrited));
-        device.reset();
-        QVERIFY(!stream.IsOpen());
-        QCOMPARE(stream.readAll(), QByteArray());
     }
 
     void rebinding()

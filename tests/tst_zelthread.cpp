@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "table.h"
 #include "threadend.h"
 #include "zelcatch.h"
 #include "zelthread.h"
@@ -77,44 +78,24 @@ private Q_SLOTS:
     {
         ZELThread thread;
         QByteArray order;
-        bool busy = false, there = false;
+        bool busy = false, there = false, nested = false;
         for (char c : {'a', 'b', 'c'})
             thread.BeginInvoke([&order, c] { order += c; }); // before the start: they wait for the loop
         thread.start();
         thread.Invoke([&] {
             busy = thread.IsBusy();
             there = QThread::currentThread() == &thread;
+            thread.Invoke([&] { nested = true; });
         });
         QCOMPARE(order, QByteArray("abc"));
-        QVERIFY(busy && there);
-        QTRY_VERIFY(!thread.IsBusy());
-        thread.quit();
-        QVERIFY(hasEnded(&thread));
-    }
-
-    void invokeReturnsAfterTheTask()
-    {
-        ZELThread thread;
-        thread.start();
-        int value = 0;
-        for (int i = 1; i <= 200; ++i) {
+        QVERIFY(busy && there && nested);
+        for (int i = 1, value = 0; i <= 200; ++i) {
             thread.Invoke([&] { value = i; });
             QCOMPARE(value, i);
         }
-        bool nested = false;
-        thread.Invoke([&] { thread.Invoke([&] { nested = true; }); });
-        QVERIFY(nested);
-    }
-
-    void callbackWithLoop()
-    {
-        ZELThread thread;
-        int code = 0;
-        thread.setCallback([&](ZELThreadInfo *info) { code = info->exec(); });
-        thread.start();
-        thread.Invoke([&] { thread.exit(7); });
+        QTRY_VERIFY(!thread.IsBusy());
+        thread.quit();
         QVERIFY(hasEnded(&thread));
-        QCOMPARE(code, 7);
     }
 
     void loopCodes()
@@ -136,24 +117,39 @@ private Q_SLOTS:
         QCOMPARE(codes, QList<int>({3, 4, -1, 5}));
     }
 
+    void killWorking_data()
+    {
+        Table<bool> row("inTask");
+        row("callback", false);
+        row("task", true);
+    }
+
     void killWorking()
     {
+        QFETCH(bool, inTask);
         expectKillLine();
         ZELThread thread;
         QSemaphore started;
-        thread.setCallback([&](ZELThreadInfo *) {
+        const auto work = [&] {
             started.release();
             for (;;)
                 pause();
-        });
+        };
         int completed = 0;
         connect(&thread, &ZELThread::completed, this, [&] { ++completed; });
+        QCOMPARE(thread.Kill(), ESRCH); // before its start
+        if (!inTask)
+            thread.setCallback([&](ZELThreadInfo *) { work(); });
         thread.start();
+        if (inTask)
+            thread.BeginInvoke(work);
         started.acquire();
         QCOMPARE(thread.Kill(), 0);
         QVERIFY(hasEnded(&thread));
         QTRY_COMPARE(completed, 1);
         QCOMPARE(thread.Kill(), ESRCH);
+        thread.quit();
+        QVERIFY(!thread.IsBusy());
     }
 
     void killIdleLoop()
@@ -169,30 +165,6 @@ private Q_SLOTS:
             QVERIFY(hasEnded(&thread));
             thread.quit(); // must find no loop that is gone
         }
-    }
-
-    void killBusyLoop()
-    {
-        expectKillLine();
-        ZELThread thread;
-        QSemaphore started;
-        thread.start();
-        thread.BeginInvoke([&] {
-            started.release();
-            for (;;)
-                pause();
-        });
-        started.acquire();
-        QCOMPARE(thread.Kill(), 0);
-        QVERIFY(hasEnded(&thread));
-        thread.quit();
-        QVERIFY(!thread.IsBusy());
-    }
-
-    void killBeforeStart()
-    {
-        ZELThread thread;
-        QCOMPARE(thread.Kill(), ESRCH);
     }
 
     void faultInTask()

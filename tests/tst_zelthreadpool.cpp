@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "threadend.h"
+#include "threads.h"
 #include "zelcatch.h"
 #include "zelthreadpool.h"
 
 #include <QSemaphore>
 #include <QtTest>
 #include <atomic>
-#include <thread>
 
 class tst_ZELThreadPool : public QObject
 {
@@ -56,7 +56,7 @@ private Q_SLOTS:
 
     void failedThreadIsNotChosen()
     {
-        for (int i = 0; i < 20; ++i) {
+        for (int i = 0; i < 10; ++i) {
             QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^ERROR:in ZELThread::run .*")));
             pool->Invoke([] { zel_assert_x("w", "x", "f", 1); });
             bool ran = false;
@@ -87,14 +87,6 @@ private Q_SLOTS:
         QTRY_COMPARE((pool->Clear(false), pool->NumberOfThread()), 0);
     }
 
-    void mutexes()
-    {
-        QMutex *a = pool->getMutex(QStringLiteral("a"));
-        QCOMPARE(pool->getMutex(QStringLiteral("a")), a);
-        QVERIFY(pool->getMutex(QStringLiteral("b")) != a);
-        QVERIFY(!a->isRecursive());
-    }
-
     void report()
     {
         QCOMPARE(pool->ToString(), QStringLiteral("ZELThread Number:0\n"));
@@ -118,21 +110,17 @@ private Q_SLOTS:
     void fromManyThreads()
     {
         std::atomic<int> ran{0};
-        std::vector<std::thread> callers;
-        for (int t = 0; t < 4; ++t) {
-            callers.emplace_back([&, t] {
-                for (int i = 0; i < 50; ++i) {
-                    pool->Invoke([&] { ++ran; });
-                    pool->run([&](ZELThreadInfo *) { ++ran; }, QVariant());
-                    pool->getMutex(QString::number(i));
-                    pool->ToString();
-                    if (t == 0 && i % 10 == 0)
-                        pool->Clear(false);
-                }
-            });
-        }
-        for (auto &caller : callers)
-            caller.join();
+        Threads(4, [&](int t) {
+            for (int i = 0; i < 50; ++i) {
+                pool->Invoke([&] { ++ran; });
+                pool->run([&](ZELThreadInfo *) { ++ran; }, QVariant());
+                pool->getMutex(QString::number(i))->lock();
+                pool->getMutex(QString::number(i))->unlock();
+                pool->ToString();
+                if (t == 0 && i % 10 == 0)
+                    pool->Clear(false);
+            }
+        }).join();
         QTRY_COMPARE(ran.load(), 400);
     }
 
