@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Any bytes, torn anywhere: the cutter delivers what its rules say, the parser loses no byte of the body.
+#include "plaincutter.h"
 #include "zelshellpacket_p.h"
 
 #include <cstdint>
@@ -7,34 +8,11 @@
 
 namespace {
 
-const QByteArray startMarker = "ZEL_SHELL_PACKET_START", endMarker = "ZEL_SHELL_PACKET_END";
-
 void demand(bool holds)
 {
     if (!holds)
         std::abort();
 }
-
-/// The rules of the cutter as they are written down, without any care for time.
-struct PlainCutter
-{
-    QByteArray buffer;
-    QByteArrayList feed(const QByteArray &bytes)
-    {
-        QByteArrayList packets;
-        buffer += bytes;
-        for (;;) {
-            const int start = buffer.indexOf(startMarker), end = buffer.indexOf(endMarker);
-            if (start < 0 || end < 0)
-                return packets;
-            if (start < end)
-                packets += buffer.mid(start, end - start);
-            buffer.remove(0, end + endMarker.size());
-            if (end < start || start == 0)
-                return packets;
-        }
-    }
-};
 
 void parse(const QByteArray &packet)
 {

@@ -92,18 +92,12 @@ private Q_SLOTS:
         row("text/ping#1", "text/ping#1", "EXECUTE_RESULT", "", "pong");
         row("/text/echo#1 a  b", "/text/echo#1", "EXECUTE_COMPLETE", "a b\r\n", "");
         row("jobs/count 2", "jobs/count", "EXECUTE_RESULT", "1\r\n2\r\n", "2");
-        row("cd#7 text", "cd#7", "EXECUTE_COMPLETE", "", "");
         row("cd nowhere", "cd", "EXECUTE_ERROR", "", "");
-        row("terminal yes", "terminal", "EXECUTE_COMPLETE", "", "");
         row("sys echo hi", "sys", "EXECUTE_COMPLETE", "hi\n\n", "");
-        row("42", "42", "EXECUTE_RESULT", "", "42");
         row("$a = text/ping", "text/ping", "EXECUTE_RESULT", "", "pong");
-        row("$b = some text", "some", "EXECUTE_COMPLETE", "", "");
         row("$unset", "$unset", "EXECUTE_RESULT", "", "");
         row("ls", "ls", "EXECUTE_NOTFOUND", "", "");
-        row("text", "text", "EXECUTE_NOTFOUND", "", "");
         row("foo#3", "foo#3", "EXECUTE_NOTFOUND", "", "");
-        row("fault/assert#4", "fault/assert#4", "EXECUTE_ERROR", "", "");
         row("fault/throw", "fault/throw", "EXECUTE_ERROR", "", "");
         row("fault/segv", "fault/segv", "EXECUTE_ERROR", "", "");
         row("text/ping &", "text/ping", "EXECUTE_RESULT", "", "pong");
@@ -131,26 +125,6 @@ private Q_SLOTS:
         if (statement != "$unset")
             QTEST(packet.value, "value");
         QCOMPARE(next.key, statement == "quit" ? QByteArray() : QByteArray("text/echo#next"));
-    }
-
-    void lockedAndInBackground()
-    {
-        QByteArrayList states;
-        QVERIFY(host.run([&] {
-            Client one, other;
-            one.ask("jobs/alone#1 300");
-            QThread::msleep(100);
-            other.ask("jobs/alone#2 1");
-            states += other.answer().state;
-            states += one.answer().state;
-            // The foreground does not wait for the background.
-            one.send("jobs/sleep#slow 300" + tag.trimmed().prepend(' ') + " &;text/echo#quick x" + tag);
-            QByteArray printed;
-            states += one.answer(&printed).key;
-            states += one.answer().key;
-        }));
-        QCOMPARE(
-            states, QByteArrayList({"EXECUTE_RUNNINGLOCK", "EXECUTE_COMPLETE", "text/echo#quick", "jobs/sleep#slow"}));
     }
 
     void manyAtOnce()
@@ -250,31 +224,6 @@ private Q_SLOTS:
         if (!sanitized)
             QVERIFY2(grown < 16 * 1024, qPrintable(QString::number(grown)));
         QVERIFY(host.isDeserted());
-    }
-
-    void longLines()
-    {
-        host.server.setLineLimit(100000);
-        QByteArrayList got;
-        QVERIFY(host.run([&] {
-            Client client;
-            client.ask("text/echo#fits " + QByteArray(90000, 'y'));
-            QByteArray printed;
-            const QByteArray key = client.answer(&printed).key;
-            got += key + QByteArray::number(printed.size());
-            client.ask("text/echo#long " + QByteArray(300000, 'y'));
-            const Packet packet = client.answer();
-            got += packet.state + packet.text;
-            for (const QByteArray line : {QByteArray(100000, '\t') + "text/echo#tabs x",
-                     "$a = text/echo#value " + QByteArray(300000, 'y'), QByteArray("text/echo#after x")}) {
-                client.ask(line);
-                got += client.answer().key;
-            }
-        }));
-        host.server.setLineLimit(0);
-        QCOMPARE(got.value(0), QByteArray("text/echo#fits90002"));
-        QCOMPARE(got.value(1), QByteArray("EXECUTE_ERRORError : input is longer than 100000 bytes\r\n"));
-        QCOMPARE(got.mid(2), QByteArrayList({"text/echo#tabs", "text/echo#value", "text/echo#after"}));
     }
 
     void randomBytes()

@@ -58,26 +58,19 @@ private Q_SLOTS:
                   table(line + QByteArray(" in ") + directory, directory, line, insertion, listed);
               };
         row("", "reb", "oot");
-        row("", "reboot", "");
         row("", "d", "emo/");
-        row("", "demo", "/");
         row("", "re", "", {"reboot", "reinit"});
         row("", "l", "s", {"ls", "lsusb"});
         row("", "v", "ersion");
-        row("", "x", "");
         row("", "cd re", "boot");
         row("", "cd l", "susb");
-        row("", "cd v", "ersion");
         row("", "demo/h", "el", {"hello", "help"});
-        row("", "demo/hell", "o");
         row("", "demo//deep/o", "nly/");
         row("", "demo/", "", {"deep", "hello", "help"});
         row("", "demo\\hell", "o");
         row("", "./demo/hell", "o");
-        row("", "./reb", "oot");
         row("", "net/", "");
         row("", "nowhere/h", "");
-        row("", "reboot/h", "");
         row("demo", "hel", "", {"hello", "help"});
         row("demo", "/reb", "oot");
         row("demo", "\\demo\\hell", "o");
@@ -86,21 +79,16 @@ private Q_SLOTS:
         row("demo", "/Main/demo/hell", "o");
         row("demo", "/Main", "");
         row("demo", "$x = hell", "o");
-        row("demo", "$x = e", "xit");
         row("demo", "$x=/re", "boot");
-        row("demo", "hello;quit;hell", "o");
         row("demo", "e", "xit");
         row("demo", "echo \"hell", "o");
         row("demo", "echo \"hell\"", "");
         row("demo", "echo hell,", "");
         row("demo", "echo h\u00e9ll", "");
-        row("demo", "$x =", "");
-        row("demo", ";", "");
         row("demo", "deep/\"\u00e4", "");
         row(nullptr, "M", "ain/");
         row(nullptr, "q", "uit");
         row(nullptr, "reb", "");
-        row(nullptr, "Main/reb", "oot");
         row(nullptr, "cd Main/demo/d", "eep/");
         row(nullptr, "demo/h", "");
         row(nullptr, "/reb", "oot");
@@ -114,13 +102,6 @@ private Q_SLOTS:
         const ZELCompletion found = zelComplete(line, scopeIn(directory), 80);
         QTEST(found.insertion, "insertion");
         QCOMPARE(namesOf(found.listing), listed);
-    }
-
-    /// What the dispatcher would find first decides how a name is shown.
-    void dispatcherDecidesTheColour()
-    {
-        const ZELCompletion found = zelComplete("h", scopeIn("demo"), 80);
-        QCOMPARE(found.listing, QString("\033[33mhello\033[0m    \033[33mhelp\033[0m\n"));
     }
 
     void mainMayBeAnotherDirectory()
@@ -147,6 +128,9 @@ private Q_SLOTS:
         scope = ZELCompletionScope::ofTrees(&root, nullptr, &system);
         QCOMPARE(zelComplete("M", scope, 80).insertion, QString("ain/"));
         QCOMPARE(zelComplete("/d", scope, 80).insertion, QString("emo/"));
+        // What the dispatcher would find first decides how a name is shown.
+        const ZELCompletion found = zelComplete("h", scopeIn("demo"), 80);
+        QCOMPARE(found.listing, QString("\033[33mhello\033[0m    \033[33mhelp\033[0m\n"));
     }
 
     void paints_data()
@@ -157,11 +141,9 @@ private Q_SLOTS:
         row("nothing", {}, 80, "\n");
         row("one row", three, 18, a + "     " + bb + "    " + c + "\n");
         row("two columns", three, 17, a + "     " + bb + "\n" + c + "\n");
-        row("full rows", three.mid(0, 2), 12, a + "     " + bb + "\n");
         row("too narrow", three, 3, a + "\n" + bb + "\n" + c + "\n");
         row("unknown", ZELListing(22, {"ab", Tree::Directory}), 0, QString("ab    ").repeated(20) + "ab\nab\n");
         row("negative", three, -1, a + "     " + bb + "    " + c + "\n");
-        row("placeholder", {{"%1", Tree::Execute}}, 80, "\033[33m%1\033[0m\n");
     }
 
     void paints()
