@@ -27,7 +27,7 @@ struct Map
     ZELModule modules[400];
     const ElfW(Dyn) * dynamics[400];
     size_t moduleCount = 0;
-    Function functions[400];
+    Function functions[600];
     size_t functionCount = 0;
     unsigned long long loads = 0;
 };
@@ -70,6 +70,15 @@ const char *baseName(const char *path)
 {
     const char *slash = strrchr(path, '/');
     return slash ? slash + 1 : path;
+}
+
+const ZELModule *moduleIn(const Map *map, uintptr_t address)
+{
+    for (size_t i = 0; map && i < map->moduleCount; ++i) {
+        if (address >= map->modules[i].start && address < map->modules[i].end)
+            return &map->modules[i];
+    }
+    return nullptr;
 }
 
 ZELCode codeOf(const ZELModule &module, const void *own)
@@ -117,12 +126,34 @@ int addModule(dl_phdr_info *info, size_t, void *data)
     return 0;
 }
 
+/// The function's end, as far as the unwinder knows it.
+uintptr_t endOfFunction(uintptr_t start)
+{
+    uintptr_t end = start;
+    while (end < start + 4096 && uintptr_t(_Unwind_FindEnclosingFunction(reinterpret_cast<void *>(end + 1))) == start)
+        end += 4;
+    return end;
+}
+
+/// Where the jump at the address leads, 0 when there is none.
+uintptr_t jumpTarget(uintptr_t at)
+{
+#if defined(__x86_64__)
+    int32_t distance = 0;
+    memcpy(&distance, reinterpret_cast<void *>(at + 1), sizeof distance);
+    return *reinterpret_cast<unsigned char *>(at) == 0xe9 ? at + 5 + intptr_t(distance) : 0;
+#else
+    const uint32_t code = *reinterpret_cast<uint32_t *>(at & ~uintptr_t(3));
+    return at % 4 == 0 && code >> 26 == 5 ? at + intptr_t(int32_t(code << 6) >> 4) : 0;
+#endif
+}
+
 void addFunction(Map *map, void *library, const char *name, ZELFunction kind)
 {
     void *address = dlsym(library, name);
     Dl_info info{};
     ElfW(Sym) *symbol = nullptr;
-    if (!address || map->functionCount == 400
+    if (!address || map->functionCount == 600
         || !dladdr1(address, &info, reinterpret_cast<void **>(&symbol), RTLD_DL_SYMENT) || !symbol)
         return;
     const auto start = reinterpret_cast<uintptr_t>(address);
@@ -198,12 +229,43 @@ const Function *functionAt(const Map *map, uintptr_t address)
     return nullptr;
 }
 
+/// A function that ends in a jump to a nameless one, as sem_wait() does, is not on the stack while that waits.
+void addTailCalls(Map *map, const Function &function)
+{
+    for (uintptr_t at = function.start; at + 5 <= function.end; ++at) {
+        const uintptr_t target = jumpTarget(at);
+        const ZELModule *module = target ? moduleIn(map, target) : nullptr;
+        if (module && module == moduleIn(map, at) && !functionAt(map, target) && map->functionCount < 600
+            && uintptr_t(_Unwind_FindEnclosingFunction(reinterpret_cast<void *>(target + 1))) == target)
+            map->functions[map->functionCount++] = {target, endOfFunction(target), function.kind};
+    }
+}
+
+void addAllTailCalls(Map *map)
+{
+    const size_t named = map->functionCount;
+    for (size_t i = 0; i < named; ++i) {
+        const Function &function = map->functions[i];
+        if (function.kind == ZELFunction::Blocking || function.kind == ZELFunction::Sleep)
+            addTailCalls(map, function);
+    }
+}
+
 uintptr_t programCounter(const ucontext_t *context)
 {
 #if defined(__x86_64__)
     return uintptr_t(context->uc_mcontext.gregs[REG_RIP]);
 #else
     return uintptr_t(context->uc_mcontext.pc);
+#endif
+}
+
+uintptr_t stackPointer(const ucontext_t *context)
+{
+#if defined(__x86_64__)
+    return uintptr_t(context->uc_mcontext.gregs[REG_RSP]);
+#else
+    return uintptr_t(context->uc_mcontext.sp);
 #endif
 }
 
@@ -228,6 +290,7 @@ struct Frame
 struct Walk
 {
     uintptr_t pc;
+    uintptr_t stack; ///< of the interrupted code
     bool begun;
     bool (*visit)(Walk *, const Frame &);
     bool passedSignal; ///< a handler is on the stack, over code that it interrupted anywhere
@@ -238,11 +301,14 @@ _Unwind_Reason_Code step(_Unwind_Context *context, void *data)
     auto *walk = static_cast<Walk *>(data);
     int before = 0;
     const uintptr_t ip = _Unwind_GetIPInfo(context, &before);
-    walk->begun = walk->begun || ip == walk->pc;
+    const bool interrupted = !walk->begun && ip == walk->pc;
+    walk->begun = walk->begun || interrupted;
     if (!walk->begun)
         return _URC_NO_REASON; // the handler's own frames
     walk->passedSignal = walk->passedSignal || (before && ip != walk->pc);
-    const bool goOn = walk->visit(walk, {before ? ip : ip - 1, _Unwind_GetCFA(context)});
+    // On AArch64 the unwinder takes the interrupted code's stack for that of the signal.
+    const uintptr_t stack = interrupted ? walk->stack : _Unwind_GetCFA(context);
+    const bool goOn = walk->visit(walk, {before ? ip : ip - 1, stack});
     return goOn ? _URC_NO_REASON : _URC_NORMAL_STOP;
 }
 
@@ -312,6 +378,7 @@ template <class W>
 void run(W *walk, void *context, bool (*visit)(Walk *, const Frame &))
 {
     walk->pc = context ? programCounter(static_cast<ucontext_t *>(context)) : 0;
+    walk->stack = context ? stackPointer(static_cast<ucontext_t *>(context)) : 0;
     walk->begun = !context;
     walk->visit = visit;
     _Unwind_Backtrace(step, static_cast<Walk *>(walk));
@@ -337,6 +404,7 @@ void zelRefreshCodeMap()
     addFunctions(map, delicateNames, ZELFunction::Delicate);
     addFunctions(map, semaphoreNames, ZELFunction::Semaphore);
     addFunctions(map, allocatorNames, ZELFunction::Allocator);
+    addAllTailCalls(map);
     current = map;
     uintptr_t warm[4];
     zelBacktrace(nullptr, warm, 4); // the first call sets up the unwinder, which no handler may do
@@ -344,12 +412,7 @@ void zelRefreshCodeMap()
 
 const ZELModule *zelModuleAt(uintptr_t address)
 {
-    const Map *map = current.load();
-    for (size_t i = 0; map && i < map->moduleCount; ++i) {
-        if (address >= map->modules[i].start && address < map->modules[i].end)
-            return &map->modules[i];
-    }
-    return nullptr;
+    return moduleIn(current.load(), address);
 }
 
 size_t zelModuleCount()
