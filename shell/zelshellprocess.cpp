@@ -50,12 +50,10 @@ bool ZELShellProcessPrivate::wait(unsigned long ms)
         const auto elapsed = static_cast<unsigned long>(timer.elapsed());
         if (elapsed >= ms)
             return false;
-        // The event may lose a wake-up: short looks first keep that cheap for short commands. A kill waits for the
-        // end of a look, since it must not tear the event's lock.
-        const unsigned long look = std::min({ms - elapsed, std::max(elapsed, 1ul), 100ul});
-        ZELCriticalSection section;
-        doneEvent.waitOne(static_cast<int>(look));
+        // Not longer: another waiter may have taken the wake-up.
+        doneEvent.waitOne(static_cast<int>(std::min(ms - elapsed, 100ul)));
     }
+    doneEvent.set(); // for the next waiter
     return true;
 }
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include "zelfault.h"
 #include "zelwait.h"
 
 #include <QtTest>
+#include <csignal>
 #include <thread>
 #include <vector>
 
@@ -73,6 +75,19 @@ private Q_SLOTS:
         for (std::thread &setter : setters)
             setter.join();
         QCOMPARE(woken, 2000);
+    }
+
+    void waiterIsStopped()
+    {
+        ZELFault::setReport(SIGALRM, false);
+        ZELWait event;
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(ZELFault::call([&] { event.waitOne(-1); }, 20).state, int(SIGALRM));
+        QVERIFY(timer.elapsed() < 2000); // not by force
+        event.set();
+        QVERIFY(event.waitOne(1000));
+        QVERIFY(!event.waitOne(0));
     }
 };
 
