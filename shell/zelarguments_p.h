@@ -47,6 +47,8 @@ public:
     bool isBackground = false;
     /// Set by the dispatcher around the command itself.
     bool running = false;
+    /// The text or packet that completes the statement has been written.
+    bool answered = false;
     Protocl_Set_Type protocol;
     std::mutex mutex; ///< guards refCount only
     int refCount = 1;

@@ -199,6 +199,7 @@ void recover()
     self.context = nullptr;
     self.signalInfo = nullptr;
     self.attempt = nullptr;
+    self.stop = nullptr;
     self.loops = target->link.loops;
     self.loopFrame = target->link.loopFrame;
     if (!self.loops)
@@ -208,10 +209,10 @@ void recover()
     popExceptionState(target->link);
     if (target->state == SIGQUIT || target->state == SIGALRM || target->state == SIGINT)
         pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr); // a blocking call that was left has changed it
-    dropInnerFrames(target);
-    disarm(target);
     if (target->state == SIGQUIT && !self.loops)
         self.kill = 0; // inside of an event loop the kill goes on once the loop has been left
+    dropInnerFrames(target);
+    disarm(target);
     target->Config();
     target->caught = true;
     zelCountJump(target);

@@ -26,6 +26,8 @@ struct ZELThreadFaults
     std::atomic<int> interrupt; ///< the interruptible frame is to be left
     std::atomic<QThread *> loopThread; ///< whose event loop runs
     sigjmp_buf *attempt; ///< where a fault of the handler itself returns to
+    sigjmp_buf *stop; ///< where a system call inside a critical section is left for, when there is a kill or limit
+    quintptr stopStack; ///< of the function that keeps that
     void *context; ///< where the signal under way interrupted the thread
     siginfo_t *signalInfo;
     long long waitingSince; ///< monotonic ms of the first attempt to take what is pending, 0 for none
@@ -84,7 +86,14 @@ public:
     ZELCriticalSection &operator=(const ZELCriticalSection &) = delete;
 };
 
-/// Opens frame, runs call(argument), closes it: the only sigsetjmp of the library.
+/// Whether a kill or time limit waits for the end of the critical section that the thread is in: a wait for somebody
+/// else's pace is to be given up.
+bool zelStopWanted();
+/// call(argument), one system call with nothing to undo, in a critical section; false when a kill or time limit came
+/// before it or ended it. How far it got is not known then.
+bool zelInterruptibly(void (*call)(void *), void *argument);
+
+/// Opens frame, runs call(argument), closes it.
 int zelGuardCall(ExceptionHelp *frame, void (*call)(void *), void *argument);
 
 /**

@@ -116,6 +116,8 @@ void ZELShellPrivate::finishCore()
 {
     if (coreFinished.exchange(true))
         return;
+    if (underway)
+        answerUnanswered(underway->first, underway->second);
     ZELUser user = ZELUser::getUser(sessionUuid());
     if (user.isLogin())
         user.autologout();

@@ -56,10 +56,15 @@ public:
 
     // The line interpreter: zelshellexecatestring.cpp.
     QVariant execute(const QString &line, bool background);
+    QVariant execute(const QString &line, ZELArguments args, bool background);
     QVariant executeString(const ZELArguments &args);
     ZELArguments newRecord(const QString &line);
     /// Answers a line that is not run.
     void refuseLine(const QString &line, bool tagged, const QString &message);
+    /// Answers a tagged statement whose thread was ended before it gave its answer.
+    void answerUnanswered(const QString &line, const ZELArguments &args);
+    /// Runs a statement on the core thread.
+    QVariant runForeground(const QString &statement);
     /// Runs a statement of a line: here, or as a job when it ends in "&".
     QVariant runStatement(const QString &statement);
     void startJob(const QString &statement);
@@ -103,6 +108,7 @@ public:
     ZELHistory history;
     ZELForeground foreground{output};
     std::unique_ptr<ZELShellLoop> loop; ///< used by the core thread alone
+    std::optional<std::pair<QString, ZELArguments>> underway; ///< the core thread's statement; used by it alone
 
     std::atomic<int> stopState{Running};
     std::atomic<Qt::HANDLE> quitter{nullptr}; ///< the thread that ran "quit"

@@ -215,10 +215,12 @@ void setCommandWord(ZELArguments &args)
 
 void ZELShellPrivate::complete(const ZELArguments &args, const QString &state, const QString &text)
 {
+    ZELCriticalSection section; // a kill comes before the answer, and gives its own, or after it
     ZELArgumentsPrivate *record = ZELArgumentsPrivate::get(args);
     record->running = false;
     args.setProtoclState(state);
     args.debug().noquote() << text;
+    record->answered = true;
     // What threads of the command print later must not complete a second time.
     record->running = true;
 }

@@ -194,8 +194,12 @@ QString ZELStatement::assignedValue(bool ran) const
 
 QVariant ZELShellPrivate::execute(const QString &line, bool background)
 {
+    return execute(line, newRecord(line), background);
+}
+
+QVariant ZELShellPrivate::execute(const QString &line, ZELArguments args, bool background)
+{
     const ZELStatementDepth depth;
-    ZELArguments args = newRecord(line);
     args.setIsBackground(background);
     args.setUuid(sessionUuid());
     if (args.Length() == 0)
@@ -230,6 +234,24 @@ void ZELShellPrivate::refuseLine(const QString &line, bool tagged, const QString
     complete(args, QStringLiteral("EXECUTE_ERROR"), message);
 }
 
+void ZELShellPrivate::answerUnanswered(const QString &line, const ZELArguments &args)
+{
+    if (line.contains(zelProtocolTag()) && !ZELArgumentsPrivate::get(args)->answered)
+        refuseLine(line, true, QStringLiteral("EXECUTE_ERROR :Thread or Process is forced exit!"));
+}
+
+QVariant ZELShellPrivate::runForeground(const QString &statement)
+{
+    {
+        ZELCriticalSection section;
+        underway.emplace(statement, newRecord(statement));
+    }
+    const QVariant value = execute(statement, underway->second, false);
+    ZELCriticalSection section;
+    underway.reset();
+    return value;
+}
+
 QVariant ZELShellPrivate::runStatement(const QString &statement)
 {
     if (!statement.endsWith(QLatin1Char('&')))
@@ -241,30 +263,31 @@ QVariant ZELShellPrivate::runStatement(const QString &statement)
 void ZELShellPrivate::startJob(const QString &statement)
 {
     const auto job = std::make_shared<ZELShellJob>(statement);
-    const auto run = [session = shared_from_this(), job, statement, remoteKey = ZELStatementDepth::remoteKey()] {
-        job->begin();
+    const ZELArguments args = newRecord(statement);
+    const auto run = [session = shared_from_this(), job, statement, args, key = ZELStatementDepth::remoteKey()] {
         std::optional<ZELStatementDepth> script;
-        if (remoteKey) {
+        if (key) {
             script.emplace();
-            ZELStatementDepth::setRemoteKey(remoteKey);
+            ZELStatementDepth::setRemoteKey(key);
         }
-        session->execute(statement, true);
+        session->execute(statement, args, true);
         // The session itself waits for input and would not notice that a job wants it to end.
         if (session->quitter == QThread::currentThreadId() && !session->isMain)
             session->output.closeDevice();
-        job->end();
     };
+    // Whatever ends the thread, and wherever it was then.
+    const auto ended
+        = [session = shared_from_this(), job, statement, args, inScript = bool(ZELStatementDepth::remoteKey())] {
+              if (!inScript)
+                  session->answerUnanswered(statement, args);
+              job->end();
+          };
     const auto callback = [job, run](ZELThreadInfo *) {
-        job->waitForOpen();
-        ZELFrame frame;
-        frame->abandoned = [job] { job->end(); };
-        if (const int state = zelGuard(frame.get(), run)) {
-            job->end();
-            zelRaise(frame.take(), state);
-        }
+        job->begin();
+        run();
     };
     jobs.append(job);
-    job->open(ZELThreadPool::Pool()->run(callback, QVariant()));
+    job->open(ZELThreadPool::Pool()->run(callback, QVariant()), ended);
 }
 
 std::optional<QString> zelScriptCode(const ZELArguments &args, QString *error)

@@ -5,6 +5,7 @@
 #include "zelshellexecatestring_p.h"
 #include "zelshellreply_p.h"
 #include "zelshellserver_p.h"
+#include "zelterminal_p.h"
 #include "zeluser.h"
 
 #include <QDebug>
@@ -171,6 +172,7 @@ void ZELShellLoop::banner()
 
 void ZELShellLoop::keys()
 {
+    zelTerminalOnResume([this] { redraw(); });
     while (!m_session.isStopping()) {
         // Bytes that arrived together are echoed together.
         if (m_next >= m_buffer.size())
@@ -264,6 +266,18 @@ void ZELShellLoop::recover()
     m_session.printPrompt();
 }
 
+/// The prompt and what was typed behind it, wherever the cursor is.
+void ZELShellLoop::redraw()
+{
+    if (m_running)
+        return;
+    m_session.output.write(QByteArray("\r"));
+    m_session.output.forgetPrompt();
+    m_session.printPrompt();
+    m_editor.redraw();
+    flush();
+}
+
 void ZELShellLoop::runLine(QString line)
 {
     // Clients in the manner of telnet end a line in CR LF.
@@ -272,7 +286,9 @@ void ZELShellLoop::runLine(QString line)
     if (line.contains(zelProtocolTag()))
         line = zelTextOf(line.toLatin1());
     if (!line.isEmpty()) {
+        m_running = true;
         runPieces(line.split(QLatin1Char(';'), Qt::SkipEmptyParts));
+        m_running = false;
         if (m_session.isMain && m_session.noTerminal)
             m_session.stopState = ZELShellPrivate::Ended;
     }
@@ -297,8 +313,10 @@ void ZELShellLoop::runPieces(const QStringList &pieces)
 QVariant ZELShellLoop::runPiece(const QString &piece)
 {
     const bool interruptible = m_session.interruptible && !m_session.noTerminal;
-    if (!interruptible || piece.endsWith(QLatin1Char('&')) || piece.contains(zelProtocolTag()))
+    if (piece.endsWith(QLatin1Char('&')))
         return m_session.runStatement(piece);
+    if (!interruptible || piece.contains(zelProtocolTag()))
+        return m_session.runForeground(piece);
     m_result = QVariant();
     const auto run = [&] { m_result = m_session.runStatement(piece); };
     if (!m_session.foreground.run(run, takeTypedInterrupt())) {

@@ -43,6 +43,7 @@ private:
     QString tooLong() const;
     void flush();
     void recover();
+    void redraw();
     void runLine(QString line);
     void runPieces(const QStringList &pieces);
     QVariant runPiece(const QString &piece);
@@ -55,6 +56,7 @@ private:
     QVariant m_result; ///< not on the stack, which an interrupt jumps over
     QByteArray m_buffer;
     int m_next = 0;
+    bool m_running = false; ///< a line of the user's: what is on the screen is its output
 
     // A line beyond the limit, while it is being dropped: how it began, its last bytes, and whether it is a tagged one.
     int m_lineLength = 0;

@@ -208,25 +208,21 @@ ZELShellJob::ZELShellJob(const QString &statement)
 {
 }
 
-void ZELShellJob::open(ZELThread *thread)
+void ZELShellJob::open(ZELThread *thread, const std::function<void()> &ended)
 {
     thread->setLabel(label);
+    QObject::connect(thread, &ZELThread::completed, ended);
     ZELSessionLock lock(m_mutex);
     m_thread = thread;
     m_open = true;
     m_change.notify_all();
 }
 
-void ZELShellJob::waitForOpen()
+void ZELShellJob::begin()
 {
     ZELSessionLock lock(m_mutex);
     while (!m_open)
         lock.wait(m_change);
-}
-
-void ZELShellJob::begin()
-{
-    ZELSessionLock lock(m_mutex);
     m_threadId = QThread::currentThreadId();
 }
 

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -122,13 +123,10 @@ class ZELShellJob
 public:
     explicit ZELShellJob(const QString &statement);
 
-    /// Tells the job its thread and lets it begin.
-    void open(ZELThread *thread);
-    /// On the job's thread: waits for open().
-    void waitForOpen();
-    /// On the job's thread, in the frame that calls end() when it is abandoned: the job can be killed from now on.
+    /// Tells the job its thread and lets it begin; ended is called there when nothing of the job runs any more.
+    void open(ZELThread *thread, const std::function<void()> &ended);
+    /// On the job's thread: waits for open(); the job can be killed from now on.
     void begin();
-    /// On the job's thread: nothing of the job runs any more.
     void end();
     /// Ends the job's thread body, and with it the job; false when it has not begun or has ended.
     bool kill();
@@ -180,6 +178,8 @@ public:
     void write(const QByteArray &bytes);
     /// Writes the text unless it was the last one written here and still stands.
     void prompt(const QString &text);
+    /// Somebody else has written to the screen.
+    void forgetPrompt() { m_promptMark = 0; }
     /// False for a null stream and once the stream is closed.
     bool isOpen();
     /// Columns of the terminal; -1 when the stream is none.

@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <cerrno>
+#include <cstring>
 #include <cxxabi.h>
 #include <exception>
 #include <sys/syscall.h>
@@ -131,6 +132,18 @@ void askPlace(void *question)
     self.forced = false;
     tryAgainSoon(graceOver);
     return false;
+}
+
+/// Out of the system call of zelInterruptibly(), if it is that which the signal interrupted.
+void leaveCall()
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    PlaceQuestion question{self.context, self.stopStack, ZELPlace::Torn};
+    if (!signalsComeLate)
+        zelAttempt(askPlace, &question);
+    if (signalsComeLate || question.place == ZELPlace::Safe)
+        siglongjmp(*self.stop, 1);
+    tryAgainSoon(false);
 }
 
 void onFault(int sig, siginfo_t *info, void *context)
@@ -265,10 +278,16 @@ void keepCurrentException(ExceptionHelp *frame)
     }
 }
 
+char applicationName[256];
+
+/// In one write; async-signal-safe.
 void writeJobLine(const char *before, const char *after)
 {
-    const QByteArray line = before + QCoreApplication::applicationName().toLocal8Bit() + after;
-    if (write(STDERR_FILENO, line.constData(), size_t(line.size())) < 0)
+    char line[512];
+    char *end = stpcpy(line, before);
+    end = stpcpy(end, applicationName[0] ? applicationName : program_invocation_short_name);
+    end = stpcpy(end, after);
+    if (write(STDERR_FILENO, line, size_t(end - line)) < 0)
         return; // nobody is left to tell
 }
 
@@ -279,16 +298,46 @@ void zelTakeWhereSafe()
     ZELThreadFaults &self = zelThreadFaults;
     const bool kill = self.kill.load() && zelKillTarget();
     ExceptionHelp *target = kill ? zelKillTarget() : zelLimitTarget();
+    if (self.critical && target && self.stop)
+        leaveCall();
     if (self.critical || !target)
         return; // the end of the section, or of the event loop, takes it
     if (signalsComeLate || mayLeave(target))
         zelJump(target, kill ? SIGQUIT : target->link.interrupted ? SIGINT : SIGALRM);
 }
 
+bool zelStopWanted()
+{
+    const ZELThreadFaults &self = zelThreadFaults;
+    return (self.kill.load() && zelKillTarget()) || (self.attention && zelLimitTarget());
+}
+
+[[gnu::noinline]] bool zelInterruptibly(void (*call)(void *), void *argument)
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    sigjmp_buf here;
+    const bool first = sigsetjmp(here, 1) == 0;
+    if (first) {
+        self.stopStack = reinterpret_cast<quintptr>(__builtin_frame_address(0));
+        self.stop = &here;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (!zelStopWanted())
+            call(argument);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    } else {
+        self.context = nullptr;
+        self.signalInfo = nullptr;
+        pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr); // a blocking call that was left has changed it
+    }
+    self.stop = nullptr;
+    return first && !zelStopWanted();
+}
+
 static bool prepareOnce()
 {
     ZELCriticalSection section;
     zelPrepareReport();
+    zelNoteApplicationName();
     for (const QString &line : ZELFault::selfCheck())
         qWarning("ZELFault: %s", qPrintable(line));
     return true;
@@ -407,6 +456,12 @@ void recvTimeOutSignal(int sig)
     frame->link.expired = true;
     zelThreadFaults.attention = 1;
     zelTakeWhereSafe();
+}
+
+void zelNoteApplicationName()
+{
+    const QByteArray name = QCoreApplication::applicationName().toLocal8Bit();
+    strncpy(applicationName, name.constData(), sizeof applicationName - 1);
 }
 
 void recvPauseSignal(int)

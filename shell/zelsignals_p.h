@@ -21,4 +21,7 @@ void zelStopRetrying();
 /// A timer that sends SIGALRM with `generation` to the calling thread; false when the system has none left.
 bool zelCreateTimer(timer_t *timer, int ms, unsigned generation);
 
+/// For the lines of recvPauseSignal() and recvResumeSignal(), which handlers write.
+void zelNoteApplicationName();
+
 #endif

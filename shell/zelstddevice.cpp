@@ -68,9 +68,11 @@ bool OpenDescriptor::waitReadable()
             wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     }
     while (!closed) {
-        pollfd fds[2] = {{fd, POLLIN, 0}, {wake, POLLIN, 0}};
-        if (poll(fds, 2, -1) < 0 && errno != EINTR && errno != EAGAIN)
+        pollfd fds[3] = {{fd, POLLIN, 0}, {wake, POLLIN, 0}, {zelTerminalResumeDescriptor(), POLLIN, 0}};
+        if (poll(fds, 3, -1) < 0 && errno != EINTR && errno != EAGAIN)
             return false;
+        if (fds[2].revents)
+            zelTerminalResumed();
         if (fds[0].revents)
             return !closed;
     }
@@ -81,7 +83,7 @@ bool OpenDescriptor::waitWritable()
 {
     QElapsedTimer timer;
     timer.start();
-    while (!closed && timer.elapsed() < WriteTimeoutMs) {
+    while (!closed && !zelStopWanted() && timer.elapsed() < WriteTimeoutMs) {
         pollfd target = {out, POLLOUT, 0};
         if (poll(&target, 1, 100) > 0)
             return (target.revents & POLLOUT) != 0;
@@ -98,6 +100,21 @@ void OpenDescriptor::wakeUp()
     if (wake >= 0 && ::write(wake, &one, sizeof one) < 0)
         close(std::exchange(wake, -1)); // cannot happen: the counter is far from full
 }
+
+/// A terminal that was stopped, and a pipe that nobody reads, may block for ever.
+struct WriteCall
+{
+    int fd;
+    const char *from;
+    size_t size;
+    ssize_t count;
+
+    static void run(void *call)
+    {
+        auto *self = static_cast<WriteCall *>(call);
+        self->count = ::write(self->fd, self->from, self->size);
+    }
+};
 
 // What a read or write failed with may pass.
 bool passing(int error)
@@ -167,9 +184,11 @@ void ZELStdDevice::write(QByteArray data)
     const char *next = data.constData();
     const char *const end = next + data.size();
     while (next != end && !open->closed) {
-        const ssize_t count = ::write(open->out, next, size_t(end - next));
-        if (count > 0)
-            next += count;
+        WriteCall call{open->out, next, size_t(end - next), 0};
+        if (!zelInterruptibly(WriteCall::run, &call))
+            return;
+        if (call.count > 0)
+            next += call.count;
         else if (!passing(errno) || (errno != EINTR && !open->waitWritable()))
             return;
     }

@@ -6,6 +6,7 @@
 
 #include <QDebug>
 #include <QThread>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -111,7 +112,8 @@ bool ZELStreamPrivate::waitsForThread(const ZELStream *q) const
     return worker && current != worker && current != q->thread();
 }
 
-// False when the device closed or its thread ended before the job was done.
+// False when the device closed or its thread ended before the job was done. A slow peer does not keep a thread that
+// is to be stopped: it leaves the job behind, to be done in its turn.
 bool ZELStreamPrivate::hand(ZELStream *q, const std::shared_ptr<Job> &job)
 {
     std::unique_lock<std::mutex> lock(mutex);
@@ -121,7 +123,10 @@ bool ZELStreamPrivate::hand(ZELStream *q, const std::shared_ptr<Job> &job)
         if (!std::exchange(posted, true))
             QMetaObject::invokeMethod(q, "writeQueued", Qt::QueuedConnection);
     }
-    settled.wait(lock, [&] { return job->done || closed || threadEnded; });
+    while (!job->done && !closed && !threadEnded) {
+        if (settled.wait_for(lock, std::chrono::milliseconds(20)) == std::cv_status::timeout && zelStopWanted())
+            return true;
+    }
     return job->done;
 }
 

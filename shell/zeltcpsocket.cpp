@@ -342,7 +342,7 @@ void ZELTcpSocket::write(QString text)
 
 void ZELTcpSocket::waitForRoom()
 {
-    while (bytesToWrite() > MaxUnsent && !d->closed && state() == ConnectedState) {
+    while (bytesToWrite() > MaxUnsent && !d->closed && state() == ConnectedState && !zelStopWanted()) {
         pollOne(socketDescriptor(), POLLOUT, 100);
         flush();
     }

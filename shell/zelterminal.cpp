@@ -13,6 +13,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -92,20 +93,54 @@ void enter(RawTerminal &terminal, int fd, const struct stat &info, const termios
 }
 
 // In the background the terminal is somebody else's by now, and SIGTTOU would stop the process on its way out.
-void restore(const RawTerminal &terminal)
+bool apply(const RawTerminal &terminal, const termios &settings)
 {
     struct stat info;
     if (terminal.process != getpid() || fstat(terminal.fd, &info) != 0 || !isSame(terminal, info))
-        return;
+        return false;
     const pid_t foreground = tcgetpgrp(terminal.fd);
     if (foreground > 0 && foreground != getpgrp())
-        return;
+        return false;
     sigset_t output, before;
     sigemptyset(&output);
     sigaddset(&output, SIGTTOU);
     pthread_sigmask(SIG_BLOCK, &output, &before);
-    tcsetattr(terminal.fd, TCSANOW, &terminal.found);
+    tcsetattr(terminal.fd, TCSANOW, &settings);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return true;
+}
+
+bool applyToAll(termios RawTerminal::*settings)
+{
+    bool any = false;
+    for (const RawTerminal &terminal : terminals)
+        any = (terminal.raw && apply(terminal, terminal.*settings)) || any;
+    return any;
+}
+
+std::atomic<int> resumeDescriptor{-1};
+thread_local std::function<void()> redrawAfterResume;
+
+// Only the shell's own screen is told: without one in the foreground there is nobody to read it.
+void stopTidily(int number)
+{
+    const int error = errno;
+    if (applyToAll(&RawTerminal::found))
+        recvPauseSignal(number);
+    raise(SIGSTOP);
+    errno = error;
+}
+
+void goOn(int number)
+{
+    const int error = errno;
+    if (applyToAll(&RawTerminal::set)) {
+        recvResumeSignal(number);
+        const uint64_t one = 1;
+        if (write(resumeDescriptor, &one, sizeof one) < 0)
+            errno = error; // the line stands as it was
+    }
+    errno = error;
 }
 
 // The signal is blocked until the handler returns; then the default action ends the process.
@@ -126,6 +161,8 @@ void installWhereDefault(int number, void (*handler)(int), int flags)
     action = {};
     action.sa_handler = handler;
     action.sa_flags = flags;
+    sigaddset(&action.sa_mask, SIGQUIT); // no jump comes out of these handlers
+    sigaddset(&action.sa_mask, SIGALRM);
     sigaction(number, &action, nullptr);
 }
 
@@ -135,6 +172,10 @@ void restoreAtEveryEnd()
     zelProcessEnding = zelRestoreTerminals; // a fault that no frame takes
     for (int number : {SIGTERM, SIGHUP, SIGINT})
         installWhereDefault(number, restoreAndDie, SA_ONSTACK);
+    zelNoteApplicationName();
+    resumeDescriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    installWhereDefault(SIGTSTP, stopTidily, SA_ONSTACK | SA_RESTART);
+    installWhereDefault(SIGCONT, goOn, SA_ONSTACK | SA_RESTART);
 }
 } // namespace
 
@@ -176,7 +217,7 @@ void zelTerminalLeaveRaw(int fd)
     RawTerminal *terminal = entryOf(fd);
     if (!terminal || !terminal->raw)
         return;
-    restore(*terminal);
+    apply(*terminal, terminal->found);
     terminal->raw = false;
 }
 
@@ -201,11 +242,25 @@ bool zelTerminalInterruptKey(int fd, bool on)
 void zelRestoreTerminals()
 {
     const int error = errno;
-    for (const RawTerminal &terminal : terminals) {
-        if (terminal.raw)
-            restore(terminal);
-    }
+    applyToAll(&RawTerminal::found);
     errno = error;
+}
+
+int zelTerminalResumeDescriptor()
+{
+    return resumeDescriptor;
+}
+
+void zelTerminalResumed()
+{
+    uint64_t count = 0;
+    if (read(resumeDescriptor, &count, sizeof count) > 0 && redrawAfterResume)
+        redrawAfterResume();
+}
+
+void zelTerminalOnResume(std::function<void()> redraw)
+{
+    redrawAfterResume = std::move(redraw);
 }
 
 __attribute__((constructor)) void zelKeepStandardDescriptors()

@@ -2,6 +2,8 @@
 #ifndef ZELTERMINAL_P_H
 #define ZELTERMINAL_P_H
 
+#include <functional>
+
 /**
  * The terminals that this process made raw, with the settings found, in a table that a signal handler can read.
  *
@@ -19,6 +21,14 @@ void zelTerminalLeaveRaw(int fd);
 /// Lets Ctrl-C of a raw terminal raise SIGINT, keeping what was typed ahead, or takes that back. False when it cannot:
 /// the terminal is not raw, or not the one that controls this process.
 bool zelTerminalInterruptKey(int fd, bool on);
+
+/// After a stop (SIGSTOP, SIGTSTP) the terminals that the process has in the foreground are raw again when it goes on.
+/// This descriptor can be read then; -1 before the first terminal was made raw.
+int zelTerminalResumeDescriptor();
+/// Takes the news from the descriptor and calls what the calling thread has asked for.
+void zelTerminalResumed();
+/// What the calling thread wants done when it finds that the process goes on, such as drawing its line again.
+void zelTerminalOnResume(std::function<void()> redraw);
 
 /// Puts back the settings of every terminal that is still raw. Async-signal-safe and repeatable: for the end of the
 /// process, whatever brings it about.

@@ -7,6 +7,7 @@
 #include "zelshellcommand.h"
 #include "zelshellcommandtree.h"
 #include "zelshellserver.h"
+#include "zelthread.h"
 
 #include <QtTest>
 #include <atomic>
@@ -64,6 +65,35 @@ private Q_SLOTS:
         QVERIFY(leaf->Command()->IsRunning());
         peer.send("kill 2");
         QTRY_VERIFY(!leaf->Command()->IsRunning());
+    }
+
+    /// Killed at any moment between their start and their first output.
+    void taggedJobsAreAnsweredOnce()
+    {
+        const int count = 100;
+        Board board;
+        ZELShellServer server;
+        serve(server, board);
+        QPointer<ZELShellBase> shell;
+        connect(&server, &ZELShellServer::shellConnected,
+            [&](const QPointer<ZELShellBase> &connected) { shell = connected; });
+        RemoteUser peer(server.serverPort());
+        QTRY_VERIFY(peer.has("ConnectId = ") && shell);
+        peer.got.clear();
+        for (int i = 0; i < count; ++i) {
+            peer.socket.write("net/wait#" + QByteArray::number(i) + " UFJPVE9DT0w9WkVMX1NIRUxM &\n");
+            peer.socket.flush();
+            QList<QPointer<ZELThread>> jobs;
+            while (!jobs.value(0))
+                jobs = shell->getRunnings();
+            QElapsedTimer timer;
+            for (timer.start(); timer.nsecsElapsed() < i * 3000;) { }
+            while (jobs[0]->Kill() != 0) { }
+            QTRY_VERIFY(shell->getRunnings().isEmpty());
+        }
+        QTRY_COMPARE((peer.has(""), peer.got.count("State: EXECUTE_ERROR")), count);
+        for (int i = 0; i < count; ++i)
+            QCOMPARE(peer.got.count("START net/wait#" + QByteArray::number(i) + "\r\n"), 1);
     }
 
     void commandTimeout()

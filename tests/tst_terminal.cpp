@@ -226,6 +226,29 @@ private Q_SLOTS:
         QVERIFY(host.isRestored());
     }
 
+    void stoppedAndContinued()
+    {
+        PlainHost host;
+        QVERIFY(host.ready);
+        host.type("text/pi");
+        QVERIFY(host.waitFor("text/pi"));
+        host.takeAll();
+        const QByteArray line = prompt() + "text/pi";
+        for (const int signal : {SIGTSTP, SIGSTOP}) {
+            QCOMPARE(kill(host.pid(), signal), 0);
+            int status = 0;
+            QCOMPARE(waitpid(host.pid(), &status, WUNTRACED), host.pid());
+            QVERIFY(WIFSTOPPED(status));
+            QVERIFY(signal == SIGSTOP || host.isRestored());
+            host.makeCooked(); // as the shell does that has the terminal meanwhile
+            QCOMPARE(kill(host.pid(), SIGCONT), 0);
+            QVERIFY(host.take(line).endsWith("[1]+  Continued(SIGCONT)  ./zelhost\r\n\r" + line));
+            QVERIFY(host.isRaw());
+        }
+        host.type("ng\n");
+        QVERIFY(host.waitFor("pong\r\n" + prompt()));
+    }
+
     /// Nobody reads, the terminal is full, and then it is gone.
     void hangUpInTheMiddleOfOutput()
     {

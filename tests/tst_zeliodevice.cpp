@@ -3,6 +3,7 @@
 #include "table.h"
 #include "threadeddevice.h"
 #include "zelcatch.h"
+#include "zelfault.h"
 #include "zeliodevice.h"
 #include "zelterminal_p.h"
 
@@ -292,6 +293,30 @@ private Q_SLOTS:
         timer.start();
         writer.join();
         QVERIFY(timer.elapsed() < 5000);
+        close(ends[0]);
+    }
+
+    /// A time limit while the reader of a pipe, or the user who pressed Ctrl-S, lets the writer wait.
+    void stoppedWriter()
+    {
+        ZELFault::setReport(SIGALRM, false);
+        int ends[2];
+        QCOMPARE(pipe(ends), 0);
+        Pty pty;
+        QCOMPARE(tcflow(pty.slave, TCOOFF), 0);
+        for (const int fd : {ends[1], dup(pty.slave)}) {
+            ZELStdDevice device(fd);
+            QElapsedTimer timer;
+            timer.start();
+            const auto outcome = ZELFault::call(
+                [&] {
+                    ZELFaultSection section; // as the library's own writers do
+                    device.write(QByteArray(1 << 20, 'x'));
+                },
+                50);
+            QCOMPARE(outcome.state, int(SIGALRM));
+            QVERIFY(timer.elapsed() < 5000);
+        }
         close(ends[0]);
     }
 

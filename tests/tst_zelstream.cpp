@@ -2,11 +2,13 @@
 #include "quiet.h"
 #include "threadeddevice.h"
 #include "threads.h"
+#include "zelfault.h"
 #include "zellogging.h"
 #include "zelstream.h"
 
 #include <QtTest>
 #include <atomic>
+#include <csignal>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -188,6 +190,19 @@ private Q_SLOTS:
         device.reset();
         QVERIFY(!first.IsOpen());
         QCOMPARE(first.readAll(), QByteArray());
+    }
+
+    /// A time limit while the device's thread takes its time: the writer goes, what it wrote stays in its place.
+    void stoppedWriter()
+    {
+        ZELFault::setReport(SIGALRM, false);
+        Line line;
+        std::atomic<bool> released{false};
+        line.block(released);
+        QCOMPARE(ZELFault::call([&] { line.stream->write(QByteArray("first")); }, 50).state, int(SIGALRM));
+        released = true;
+        line.stream->write(QByteArray("second"));
+        QCOMPARE(line.device.writes(), (std::vector<QByteArray>{"first", "second"}));
     }
 
     void waitersLetGo()

@@ -136,6 +136,8 @@ public:
         return now.c_lflag == m_found.c_lflag && now.c_iflag == m_found.c_iflag && now.c_oflag == m_found.c_oflag
             && now.c_cc[VMIN] == m_found.c_cc[VMIN] && now.c_cc[VTIME] == m_found.c_cc[VTIME];
     }
+    /// Puts the settings back that the program found.
+    void makeCooked() { tcsetattr(m_master, TCSANOW, &m_found); }
     /// Takes the terminal away, as when a window is closed.
     void hangUp() { close(std::exchange(m_master, -1)); }
 
