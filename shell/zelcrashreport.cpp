@@ -11,6 +11,7 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QSet>
 #include <atomic>
 #include <climits>
 #include <cstring>
@@ -370,13 +371,26 @@ bool zelReportFaulted()
     return reporter.compare_exchange_strong(self, 0);
 }
 
+/// Once for each library, however often the map is made anew.
+static void logRepeated()
+{
+    static std::mutex mutex;
+    static auto *logged = new QSet<QByteArray>;
+    std::lock_guard<std::mutex> lock(mutex);
+    for (size_t i = 0; i < zelModuleCount(); ++i) {
+        const QByteArray path = zelModule(i)->path;
+        if (!isRepeated(i) || logged->contains(path))
+            continue;
+        logged->insert(path);
+        qDebug("waring: lib '%s' is reloaded", path.constData()); // the spelling is part of the interface
+    }
+}
+
 void zelPrepareReport()
 {
+    ZELCriticalSection section;
     zelRefreshCodeMap();
-    for (size_t i = 0; i < zelModuleCount(); ++i) {
-        if (isRepeated(i))
-            qDebug("waring: lib '%s' is reloaded", zelModule(i)->path); // the spelling is part of the interface
-    }
+    logRepeated();
     zelFindResolver();
     utcOffset = QDateTime::currentDateTime().offsetFromUtc();
 }

@@ -84,6 +84,7 @@ int main(int argc, char **argv)
         users = std::make_unique<UserCommands>(book, database);
     }
 
+    server.registerJobCommands();
     setLimits(server);
     if (options.secure)
         closeDoors(server);
