@@ -113,6 +113,8 @@ void ZELStatement::chooseAnswer()
         return;
     }
     m_args.setProtocl(true);
+    if (m_tagged || scriptKey)
+        m_args.enableEncode();
     if (base && *base != nullText)
         m_args.setBaseCommand(*base);
     m_args.setMessagePrintHook(packetHook(m_args, m_tagged && !scriptKey));
@@ -121,7 +123,6 @@ void ZELStatement::chooseAnswer()
 void ZELStatement::takeTag(int at)
 {
     const QString input = zelWithoutTag(m_args.getAllInput(), zelProtocolTag());
-    m_args.enableEncode();
     m_args.removeAt(at);
     // A client that pads its base64 sends up to two "=", which the splitter made words.
     for (int padding = 0; padding < 2 && at < m_args.Length() && m_args[at] == QLatin1String("="); ++padding)

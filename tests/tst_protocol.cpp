@@ -80,6 +80,7 @@ private Q_SLOTS:
     {
         const QStringList programs = blocks(QStringLiteral("python"));
         QCOMPARE(programs.size(), 1);
+        QVERIFY(programs.first().count(QLatin1Char('\n')) <= 20);
         QTemporaryDir dir;
         QFile file(dir.filePath(QStringLiteral("caller.py")));
         QVERIFY(file.open(QIODevice::WriteOnly));
@@ -99,7 +100,7 @@ private Q_SLOTS:
             errors = process.readAllStandardError();
         }));
         QCOMPARE(errors, QByteArray());
-        QCOMPARE(output, QByteArray("EXECUTE_RESULT\n1\r\n2\r\n3\r\n\n3\n"));
+        QCOMPARE(output, QByteArray("EXECUTE_RESULT\n1\r\n2\r\n3\r\n\nExecute jobs/count Complete!\r\n\n3\n"));
     }
 };
 
