@@ -33,6 +33,16 @@ QSqlDatabase UserCommands::open(const QString &file)
     return {};
 }
 
+static const QString accountExists = "there is an account of that name";
+
+static QString reasonOf(ZELUser &user)
+{
+    const QString error = user.getErrorString();
+    if (error == "Error : password error" || error == "Error : User is logined by another device")
+        return accountExists;
+    return error == "Error : sql exec error" ? "that cannot be stored" : error;
+}
+
 QVariant UserCommands::whoami(ZELArguments args)
 {
     if (!takes(args, 0, 0))
@@ -65,7 +75,8 @@ QVariant UserCommands::passwd(ZELArguments args)
     if (user.password() != unquoted(args[1]))
         return refuse(args, "system/passwd: the old password is another one");
     if (!user.setPassword(unquoted(args[2])))
-        return refuse(args, "system/passwd: " + user.getErrorString());
+        return refuse(args, "system/passwd: " + reasonOf(user));
+    print(args, "password changed");
     return {};
 }
 
@@ -76,10 +87,15 @@ QVariant UserCommands::adduser(ZELArguments args)
     auto *session = qobject_cast<ZELShellBase *>(args.Sender());
     if (!session || !session->IsMain())
         return refuse(args, "system/adduser: only on the board's terminal");
+    const QString name = unquoted(args[1]), password = unquoted(args[2]);
+    ZELUser known = ZELUser::loginAs(name, password, m_database, QUuid(), false);
+    const bool exists = known.isLogin();
+    known.autologout();
     // The first login of a name makes its account.
-    ZELUser user(unquoted(args[1]), unquoted(args[2]), m_database);
+    ZELUser user = exists ? ZELUser() : ZELUser(name, password, m_database);
     if (!user.isLogin())
-        return refuse(args, "system/adduser: " + user.getErrorString());
+        return refuse(args, "system/adduser: " + (exists ? accountExists : reasonOf(user)));
     user.autologout();
+    print(args, "account of " + user.userName() + " made");
     return {};
 }
