@@ -30,6 +30,12 @@ bool open(ZELShellClient &client, const Options &options)
     return client.waitForHost(-1);
 }
 
+QString reasonOf(const ZELShellClient &client, const Options &options)
+{
+    const QString reason = client.errorString().remove("Error : ");
+    return reason == "login required" && !options.user.isEmpty() ? "login refused" : reason;
+}
+
 Status runScript(ZELShellClient &client, const Options &options)
 {
     const bool standard = options.scriptFile.isEmpty() || options.scriptFile == "-";
@@ -57,7 +63,7 @@ int main(int argc, char **argv)
     if (interactive)
         terminal.emplace(client);
     if (!open(client, options))
-        return say(NoConnection, options.address() + ": " + client.errorString());
+        return say(NoConnection, options.address() + ": " + reasonOf(client, options));
     if (!options.user.isEmpty() && !client.isLogin())
         return say(NoConnection, options.address() + ": login refused");
     if (interactive)
