@@ -8,6 +8,7 @@
 #include <cstring>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 #include <zelshellclient.h>
@@ -80,11 +81,14 @@ Terminal::Terminal(ZELShellClient &client)
     : m_client(client)
     , m_bannerFirst(m_mutex)
 {
-    client.setTerminalHook([this](const QByteArray &bytes) {
+    winsize size = {};
+    ioctl(STDOUT_FILENO, TIOCGWINSZ, &size);
+    const auto hook = [this](const QByteArray &bytes) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         show(bytes);
         m_lastShown = (m_lastShown + bytes).right(4096);
-    });
+    };
+    client.setTerminalHook(hook, size.ws_col);
 }
 
 Terminal::~Terminal()

@@ -126,8 +126,8 @@ bool ZELShellClientPrivate::shakeHands(
         Lock lock(mutex);
         // The host takes over the key of a login that worked and keeps its own id otherwise: the only sign of it.
         usedKey = key.isNull() && !user.isEmpty() ? QUuid::createUuid() : key;
-        hello = zelHandshakeLine(
-            user, password, usedKey.isNull() ? QString() : usedKey.toString(QUuid::WithoutBraces), !terminalHook);
+        hello = zelHandshakeLine(user, password, usedKey.isNull() ? QString() : usedKey.toString(QUuid::WithoutBraces),
+            terminalHook ? terminalColumns : -1);
     }
     Greeting greeting;
     if (hello.isEmpty())

@@ -88,9 +88,9 @@ QByteArray zelTaggedLine(const QString &line, bool background)
     return (line + QLatin1Char(' ') + tag + (background ? QStringLiteral(" &\n") : QStringLiteral("\n"))).toUtf8();
 }
 
-QByteArray zelHandshakeLine(const QString &user, const QString &password, const QString &key, bool noTerminal)
+QByteArray zelHandshakeLine(const QString &user, const QString &password, const QString &key, int columns)
 {
-    QString line = noTerminal ? QStringLiteral("--nt") : QString();
+    QString line = columns < 0 ? QStringLiteral("--nt") : QString();
     const auto add = [&line](const QString &option, const QString &value) {
         if (!value.isEmpty())
             line += QLatin1Char(' ') + option + QLatin1Char(' ') + value;
@@ -98,6 +98,8 @@ QByteArray zelHandshakeLine(const QString &user, const QString &password, const 
     const QString name = quoted(user), word = quoted(password);
     if (name.isEmpty() || word.isEmpty() || (user + password).contains(QLatin1Char('\n')))
         return {};
+    if (columns > 0)
+        add(QStringLiteral("--columns"), QString::number(columns));
     add(QStringLiteral("--user"), user.isEmpty() ? user : name);
     add(QStringLiteral("--password"), password.isEmpty() ? password : word);
     add(QStringLiteral("--key"), key);

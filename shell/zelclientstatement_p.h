@@ -24,8 +24,8 @@ ZELClientStatement zelNumberStatement(const QString &text, quint64 number);
 /// The line with the mark that has the host answer in packets, as bytes to be sent.
 QByteArray zelTaggedLine(const QString &line, bool background);
 
-/// The first line of a connection: whether there is a terminal, and who logs in. Empty when a value holds all kinds of
-/// quotes and brackets, or a line feed, and so cannot be written.
-QByteArray zelHandshakeLine(const QString &user, const QString &password, const QString &key, bool noTerminal);
+/// The first line of a connection: who logs in, and how wide the terminal is, 0 when not known and -1 without one.
+/// Empty when a value holds all kinds of quotes and brackets, or a line feed, and so cannot be written.
+QByteArray zelHandshakeLine(const QString &user, const QString &password, const QString &key, int columns);
 
 #endif

@@ -285,11 +285,12 @@ bool ZELShellClient::sendLine(const QString &line, bool background)
     return d->sendLine(line, background);
 }
 
-void ZELShellClient::setTerminalHook(std::function<void(QByteArray)> hook)
+void ZELShellClient::setTerminalHook(std::function<void(QByteArray)> hook, int columns)
 {
     ZELCriticalSection section;
     Lock lock(d->mutex);
     d->terminalHook = std::move(hook);
+    d->terminalColumns = std::max(columns, 0);
 }
 
 bool ZELShellClient::sendKeys(const QByteArray &bytes)

@@ -208,8 +208,8 @@ public:
 
     /// Makes the next connections terminal sessions, with the host's own editing and prompt: no packets and no records,
     /// but hook called on the receiving thread with all that the host writes behind its banner. An empty hook for
-    /// connections of the other kind.
-    void setTerminalHook(std::function<void(QByteArray)> hook);
+    /// connections of the other kind. The host paints its listings for that many columns; 0 when not known.
+    void setTerminalHook(std::function<void(QByteArray)> hook, int columns = 0);
     /// Sends keys to a terminal session, as they stand. False without a connection.
     bool sendKeys(const QByteArray &bytes);
 

@@ -82,6 +82,7 @@ public:
     bool login = false;
     std::function<void(ZELShellProcessHeader)> requestHook;
     std::function<void(QByteArray)> terminalHook;
+    int terminalColumns = 0;
     std::shared_ptr<ZELClientConnection> connection; ///< the latest one, ended or not
     std::shared_ptr<ZELClientSocket> listener;
     struct Entry

@@ -118,6 +118,7 @@ bool ZELShellLoop::handshake()
         + (settings.passwordHidden ? withoutPassword(args) : args.ToString(QStringLiteral(" "))) + QLatin1Char(']'));
     if (args.containsOpt(QStringLiteral("--nt")))
         m_session.noTerminal = true;
+    m_session.output.setColumns(args.getOptFromString(QStringLiteral("--columns")).toInt());
     login(args, settings);
     if (!settings.loginRequired || ZELUser::getUser(m_session.sessionUuid()).isLogin())
         return true;

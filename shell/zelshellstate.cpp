@@ -351,7 +351,7 @@ int ZELSessionOutput::width()
 {
     int columns = -1;
     withDevice([&](ZELIODevice *device) { columns = get_screen_width(dynamic_cast<ZELStdDevice *>(device)); });
-    return columns;
+    return columns > 0 ? columns : m_columns.load();
 }
 
 bool ZELSessionOutput::isPiped()

@@ -182,10 +182,12 @@ public:
     void forgetPrompt() { m_promptMark = 0; }
     /// False for a null stream and once the stream is closed.
     bool isOpen();
-    /// Columns of the terminal; -1 when the stream is none.
+    /// Columns of the terminal; 0 when the stream is none and no columns were set.
     int width();
     /// True for a standard device that is open and no terminal.
     bool isPiped();
+    /// Those of the terminal at the other end of a connection.
+    void setColumns(int columns) { m_columns = columns; }
     /// Makes the terminal raw again, whatever a command left behind, or as it was found; nothing for other streams.
     void restoreRawMode();
     void leaveRawMode();
@@ -207,6 +209,7 @@ private:
     const std::shared_ptr<std::atomic<quint64>> m_writes; ///< counted by the stream's signals, whoever writes
     QMetaObject::Connection m_counting[2];
     std::atomic<quint64> m_promptMark{0};
+    std::atomic<int> m_columns{0};
 };
 
 #endif

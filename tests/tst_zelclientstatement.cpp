@@ -93,12 +93,12 @@ private Q_SLOTS:
         QFETCH(QString, user);
         QFETCH(QString, password);
         QFETCH(bool, fits);
-        const QByteArray line = zelHandshakeLine(user, password, "KEY", true);
+        const QByteArray line = zelHandshakeLine(user, password, "KEY", -1);
         QCOMPARE(!line.isEmpty(), fits);
         if (!fits)
             return;
         QVERIFY(line.endsWith('\n') && line.count('\n') == 1);
-        QCOMPARE("--nt" + zelHandshakeLine(user, password, "KEY", false), line);
+        QCOMPARE("--nt" + zelHandshakeLine(user, password, "KEY", 0), line);
         const QStringList words = ZELArguments::CommandSplit("ZELShell " + QString::fromUtf8(line), true, true);
         const auto value = [&](const char *option) {
             QString word = words.value(words.indexOf(option) + 1);
