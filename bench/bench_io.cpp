@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: MIT
-// Splitting lines, building records, one log message on its way.
+// Splitting lines, building records, one log message on its way, one task on its way to a thread.
 #include "zelarguments_p.h"
 #include "zeliodevice.h"
 #include "zelstream.h"
+#include "zelthreadpool.h"
 
 #include <QCoreApplication>
+#include <QDebug>
+#include <QSemaphore>
 #include <QThread>
+#include <atomic>
 #include <benchmark/benchmark.h>
+#include <chrono>
+#include <thread>
 
 namespace {
 class Swallow : public ZELAbstractStream
@@ -88,6 +94,17 @@ void logMessage(benchmark::State &state)
 }
 BENCHMARK(logMessage);
 
+/// The same message through Qt's own log, to compare with.
+void plainMessage(benchmark::State &state)
+{
+    const auto before = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &text) { benchmark::DoNotOptimize(text.constData()); });
+    for (auto _ : state)
+        qDebug() << "fan" << 3 << QStringLiteral("stopped");
+    qInstallMessageHandler(before);
+}
+BENCHMARK(plainMessage);
+
 /// What carrying a write into the device's thread and waiting for it costs.
 void streamHop(benchmark::State &state)
 {
@@ -104,6 +121,48 @@ void streamHop(benchmark::State &state)
     worker.wait();
 }
 BENCHMARK(streamHop)->UseRealTime();
+
+/// From posting a task to its first instruction, on a thread of the pool that sleeps.
+void poolPostToRun(benchmark::State &state)
+{
+    using Clock = std::chrono::steady_clock;
+    QSemaphore ran;
+    Clock::time_point arrived;
+    for (auto _ : state) {
+        const auto posted = Clock::now();
+        ZELThread *const thread = ZELThreadPool::Pool()->BeginInvoke([&] {
+            arrived = Clock::now();
+            ran.release();
+        });
+        ran.acquire();
+        state.SetIterationTime(std::chrono::duration<double>(arrived - posted).count());
+        while (thread->IsBusy())
+            std::this_thread::yield();
+    }
+}
+BENCHMARK(poolPostToRun)->UseManualTime();
+
+/// The poster's part alone: nobody waits for the tasks, and the pool may add threads for them.
+void poolPost(benchmark::State &state)
+{
+    constexpr int Batch = 1024; // bounds what is queued
+    std::atomic<qint64> ran{0};
+    qint64 posted = 0;
+    for (auto _ : state) {
+        ZELThreadPool::Pool()->BeginInvoke([&] { ++ran; });
+        if (++posted % Batch)
+            continue;
+        state.PauseTiming();
+        while (ran < posted)
+            std::this_thread::yield();
+        state.ResumeTiming();
+    }
+    while (ran < posted)
+        std::this_thread::yield();
+    state.SetItemsProcessed(posted);
+    state.counters["threads"] = ZELThreadPool::Pool()->NumberOfThread();
+}
+BENCHMARK(poolPost)->UseRealTime();
 } // namespace
 
 int main(int argc, char **argv)

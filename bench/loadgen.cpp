@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // loadgen: load generator for line-based request/response servers on TCP.
-// One thread, epoll, no dependencies.  Build: g++ -O2 -std=c++17 loadgen.cpp -o loadgen
-#include <dirent.h>
+// One thread, epoll, no dependencies.  Build: g++ -O2 -std=c++17 loadgen*.cpp processfigures.cpp -o loadgen
+#include "loadgenoptions.h"
+#include "processfigures.h"
+
 #include <netdb.h>
 #include <netinet/tcp.h>
 #include <signal.h>
@@ -11,7 +13,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -20,55 +21,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
-
-static const char *kHelp = R"(usage: loadgen --mode rtt|ramp|churn --port P --request STR --until STR [options]
-modes
-  rtt     every connection sends requests (up to --depth unanswered ones at a time)
-          and the time from sending to the end of the answer is measured
-  ramp    opens --conns connections, keeps them, sends one request on each, holds
-          them for --hold seconds, then closes them
-  churn   --conns workers loop connect, hello, one request, close for --duration
-options                 (in STR, \r \n \t \e \0 \\ and \xHH are decoded)
-  --host A              server address (127.0.0.1)
-  --port P              server port
-  --conns N             connections, or parallel workers in churn (1)
-  --requests M          requests per connection in rtt (1000); 0 = use --duration
-  --duration S          seconds for churn, and for rtt with --requests 0 (10)
-  --hello STR           bytes sent as soon as the connection is open (none)
-  --hello-until STR     wait for this text before the first request (do not wait)
-  --request STR         one request, sent as it is
-  --until STR           text that ends one response
-  --expect STR          text that each response must hold before --until (none)
-  --bye STR             churn and ramp: sent last, then wait for the peer's close
-  --depth D             unanswered requests allowed per connection in rtt (1)
-  --burst B             connections being opened at a time (256)
-  --timeout MS          limit for connect + hello, and for each response (5000)
-  --deadline S          limit for the whole run (duration + hold + 120)
-  --hold S              ramp: seconds to keep the connections afterwards (1)
-  --quickack            acknowledge at once (hides a server without TCP_NODELAY)
-  --pid PID             report the server's RSS, PSS, threads, fds and CPU time
-  --tree                with --pid: sum over the process and its descendants
-  --json                one JSON object instead of key=value lines
-exit status: 0 all went well, 1 something failed, 2 bad usage)";
 
 static int64_t nowNs()
 {
     using namespace std::chrono;
     return duration_cast<nanoseconds>(steady_clock::now().time_since_epoch()).count();
 }
-
-struct Options
-{
-    std::string mode, host = "127.0.0.1", hello, helloUntil, request, until, expect, bye;
-    int port = 0, conns = 1, depth = 1, burst = 256, pid = 0, requests = 1000;
-    double duration = 10, timeoutMs = 5000, deadline = 0, hold = 1;
-    bool tree = false, json = false, quickack = false;
-};
 
 // Finds a text in a byte stream that arrives in pieces (Knuth-Morris-Pratt).
 struct Matcher
@@ -99,70 +60,6 @@ struct Matcher
         return true;
     }
 };
-
-struct ProcInfo
-{
-    long procs = 0, rssKb = 0, pssKb = 0, threads = 0, fds = 0;
-    double cpuMs = 0;
-};
-
-static void addProc(const std::string &base, ProcInfo &p)
-{
-    std::string line, word;
-    std::ifstream status(base + "status"), rollup(base + "smaps_rollup"), stat(base + "stat");
-    if (!status)
-        return;
-    ++p.procs;
-    while (std::getline(status, line)) {
-        if (line.compare(0, 6, "VmRSS:") == 0)
-            p.rssKb += atol(line.c_str() + 6);
-        if (line.compare(0, 8, "Threads:") == 0)
-            p.threads += atol(line.c_str() + 8);
-    }
-    while (std::getline(rollup, line))
-        if (line.compare(0, 4, "Pss:") == 0)
-            p.pssKb += atol(line.c_str() + 4);
-    if (DIR *d = opendir((base + "fd").c_str())) {
-        while (dirent *e = readdir(d))
-            p.fds += e->d_name[0] != '.';
-        closedir(d);
-    }
-    std::getline(stat, line);
-    std::istringstream f(line.substr(std::min(line.size(), line.rfind(')') + 2)));
-    for (int i = 3; i < 14 && f >> word; ++i) { }
-    for (long ticks, i = 0; i < 4 && f >> ticks; ++i)
-        p.cpuMs += double(ticks) * 1000 / double(sysconf(_SC_CLK_TCK));
-}
-
-static ProcInfo readProc(int pid, bool tree)
-{
-    ProcInfo p;
-    std::vector<int> todo;
-    std::multimap<int, int> kids;
-    if (pid)
-        todo.push_back(pid);
-    DIR *d = pid && tree ? opendir("/proc") : nullptr;
-    while (dirent *e = d ? readdir(d) : nullptr) {
-        if (!isdigit(static_cast<unsigned char>(e->d_name[0])))
-            continue;
-        std::ifstream f("/proc/" + std::string(e->d_name) + "/stat");
-        std::string line;
-        std::getline(f, line);
-        const size_t r = line.rfind(')');
-        if (r != std::string::npos && r + 4 < line.size())
-            kids.emplace(atoi(line.c_str() + r + 4), atoi(e->d_name));
-    }
-    if (d)
-        closedir(d);
-    while (!todo.empty()) {
-        const int q = todo.back();
-        todo.pop_back();
-        addProc("/proc/" + std::to_string(q) + "/", p);
-        for (auto r = kids.equal_range(q); r.first != r.second; ++r.first)
-            todo.push_back(r.first->second);
-    }
-    return p;
-}
 
 enum class St { Free, Connecting, Hello, Ready, Bye };
 
@@ -517,58 +414,12 @@ private:
     }
 };
 
-static std::string decode(const char *s)
-{
-    static const std::string names = "rnte0", codes("\r\n\t\x1b\0", 5);
-    std::string r;
-    for (; *s; ++s) {
-        if (*s != '\\' || !s[1]) {
-            r += *s;
-            continue;
-        }
-        const size_t k = names.find(*++s);
-        if (*s == 'x' && isxdigit(static_cast<unsigned char>(s[1])) && isxdigit(static_cast<unsigned char>(s[2]))) {
-            r += char(strtol(std::string(s + 1, 2).c_str(), nullptr, 16));
-            s += 2;
-        } else {
-            r += k == std::string::npos ? *s : codes[k];
-        }
-    }
-    return r;
-}
-
 int main(int argc, char **argv)
 {
     Options o;
-    const std::map<std::string, bool *> flags{{"--tree", &o.tree}, {"--json", &o.json}, {"--quickack", &o.quickack}};
-    const std::map<std::string, int *> ints{{"--port", &o.port}, {"--conns", &o.conns}, {"--depth", &o.depth},
-        {"--burst", &o.burst}, {"--pid", &o.pid}, {"--requests", &o.requests}};
-    const std::map<std::string, double *> reals{
-        {"--duration", &o.duration}, {"--timeout", &o.timeoutMs}, {"--deadline", &o.deadline}, {"--hold", &o.hold}};
-    const std::map<std::string, std::string *> texts{{"--mode", &o.mode}, {"--host", &o.host}, {"--hello", &o.hello},
-        {"--hello-until", &o.helloUntil}, {"--request", &o.request}, {"--until", &o.until}, {"--expect", &o.expect},
-        {"--bye", &o.bye}};
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        if (a == "--help" || a == "-h")
-            return puts(kHelp) < 0;
-        if (flags.count(a)) {
-            *flags.at(a) = true;
-            continue;
-        }
-        const char *v = i + 1 < argc ? argv[++i] : nullptr;
-        if (v && ints.count(a))
-            *ints.at(a) = atoi(v);
-        else if (v && reals.count(a))
-            *reals.at(a) = atof(v);
-        else if (v && texts.count(a))
-            *texts.at(a) = decode(v);
-        else
-            return fprintf(stderr, "loadgen: unknown option or missing value: %s\n", a.c_str()), 2;
-    }
-    if ((o.mode != "rtt" && o.mode != "ramp" && o.mode != "churn") || o.port <= 0 || o.port > 65535 || o.request.empty()
-        || o.until.empty() || o.conns < 1 || o.depth < 1 || o.burst < 1 || o.duration <= 0)
-        return fprintf(stderr, "%s\n", kHelp), 2;
+    const int bad = readOptions(argc, argv, o);
+    if (bad >= 0)
+        return bad;
     signal(SIGPIPE, SIG_IGN);
     rlimit rl{};
     getrlimit(RLIMIT_NOFILE, &rl);

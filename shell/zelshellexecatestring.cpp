@@ -265,7 +265,7 @@ void ZELShellPrivate::startJob(const QString &statement)
 {
     const auto job = std::make_shared<ZELShellJob>(statement);
     const ZELArguments args = newRecord(statement);
-    const auto run = [session = shared_from_this(), job, statement, args, key = ZELStatementDepth::remoteKey()] {
+    auto run = [session = shared_from_this(), job, statement, args, key = ZELStatementDepth::remoteKey()] {
         std::optional<ZELStatementDepth> script;
         if (key) {
             script.emplace();
@@ -283,7 +283,7 @@ void ZELShellPrivate::startJob(const QString &statement)
                   session->answerUnanswered(statement, args);
               job->end();
           };
-    const auto callback = [job, run](ZELThreadInfo *) {
+    const auto callback = [job, run = std::move(run)](ZELThreadInfo *) {
         job->begin();
         run();
     };
