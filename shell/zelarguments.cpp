@@ -66,9 +66,11 @@ bool ZELArgumentsPrivate::hasquote(int i) const
     return false;
 }
 
+thread_local const ZELArgumentsPrivate *ZELArgumentsPrivate::completing = nullptr;
+
 QString ZELArgumentsPrivate::packetState() const
 {
-    return running ? QStringLiteral("EXECUTE_PROCESS") : protocol.state;
+    return answersInPackets && completing != this ? QStringLiteral("EXECUTE_PROCESS") : protocol.state;
 }
 
 ZELArguments ZELArgumentsPrivate::handle(ZELArgumentsPrivate *record)

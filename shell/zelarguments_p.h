@@ -30,7 +30,8 @@ public:
     static ZELArguments handle(ZELArgumentsPrivate *record);
 
     bool hasquote(int i) const;
-    /// The state for a packet that is written now: "EXECUTE_PROCESS" while the command runs, whatever it has set.
+    /// The state for a packet that this thread writes now. For a statement "EXECUTE_PROCESS", whatever its command has
+    /// set and whoever prints, but in the packet that completes it.
     QString packetState() const;
 
     ZELLife<ZELShellBase>::Ref shell;
@@ -45,8 +46,10 @@ public:
     QVariant returnValue;
     bool hasReturnValue = false;
     bool isBackground = false;
-    /// Set by the dispatcher around the command itself.
-    bool running = false;
+    /// The record is that of a statement answered in packets.
+    bool answersInPackets = false;
+    /// The record whose completing packet this thread prints.
+    static thread_local const ZELArgumentsPrivate *completing;
     /// The text or packet that completes the statement has been written.
     bool answered = false;
     Protocl_Set_Type protocol;

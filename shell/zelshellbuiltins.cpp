@@ -217,12 +217,11 @@ void ZELShellPrivate::complete(const ZELArguments &args, const QString &state, c
 {
     ZELCriticalSection section; // a kill comes before the answer, and gives its own, or after it
     ZELArgumentsPrivate *record = ZELArgumentsPrivate::get(args);
-    record->running = false;
     args.setProtoclState(state);
+    ZELArgumentsPrivate::completing = record;
     args.debug().noquote() << text;
+    ZELArgumentsPrivate::completing = nullptr;
     record->answered = true;
-    // What threads of the command print later must not complete a second time.
-    record->running = true;
 }
 
 ZELShellPrivate::Outcome ZELShellPrivate::runCommand(ZELArguments &args)
@@ -253,14 +252,8 @@ bool ZELShellPrivate::runPinned(ZELShellCommandPin &pin, const ZELArguments &arg
     // Weak: what a kill leaves behind on the stack must not keep the session. Its owner is further out.
     const auto session = weak_from_this();
     const auto label = std::make_shared<QString>();
-    const auto started = [session, args, label] {
-        *label = session.lock()->running.take(args.getExecName());
-        ZELArgumentsPrivate::get(args)->running = true;
-    };
-    const auto ended = [session, args, label] {
-        ZELArgumentsPrivate::get(args)->running = false;
-        session.lock()->running.drop(*label);
-    };
+    const auto started = [session, args, label] { *label = session.lock()->running.take(args.getExecName()); };
+    const auto ended = [session, label] { session.lock()->running.drop(*label); };
     return pin.execute(args, started, ended, [session, args] { session.lock()->answerKilled(args); });
 }
 
@@ -296,15 +289,12 @@ bool ZELShellPrivate::answerHelp(ZELArguments &args)
 
 void ZELShellPrivate::callGuarded(const std::function<void(ZELArguments)> &function, ZELArguments &args)
 {
-    ZELArgumentsPrivate *record = ZELArgumentsPrivate::get(args);
     ZELFrame frame;
     frame->abandoned = [this, args] { answerKilled(args); };
-    record->running = true;
     if (zelGuard(frame.get(), [&] { function(args); })) {
         args.setProtoclState(errorState);
         args.setErrorString(QLatin1String("EXECUTE_ERROR :") + frame->exception->ToString());
     }
-    record->running = false;
 }
 
 void ZELShellPrivate::answerKilled(const ZELArguments &args)

@@ -35,8 +35,11 @@ ZELLogging::Hook colourHook(const ZELArguments &args)
 /// Devices write Latin-1, so the packet's UTF-8 bytes travel as Latin-1 characters.
 ZELLogging::Hook packetHook(const ZELArguments &args, bool mayComplete)
 {
-    return [record = ZELArgumentsPrivate::get(args), mayComplete](const QString &text) {
-        record->running = record->running || !mayComplete;
+    ZELArgumentsPrivate *const record = ZELArgumentsPrivate::get(args);
+    record->answersInPackets = true;
+    return [record, mayComplete](const QString &text) {
+        if (!mayComplete)
+            record->completing = nullptr;
         const QByteArray packet = zelWritePacket(ZELArgumentsPrivate::handle(record), text);
         return QString::fromLatin1(packet.constData(), packet.size());
     };
@@ -237,7 +240,10 @@ void ZELShellPrivate::refuseLine(const QString &line, bool tagged, const QString
 
 void ZELShellPrivate::answerUnanswered(const QString &line, const ZELArguments &args)
 {
-    if (line.contains(zelProtocolTag()) && !ZELArgumentsPrivate::get(args)->answered)
+    if (ZELArgumentsPrivate::get(args)->answered)
+        return;
+    // Of the line, since the record's tag is taken out when it is parsed.
+    if (newRecord(line).indexOfOptFromString(zelProtocolTag()) >= 1)
         refuseLine(line, true, QStringLiteral("EXECUTE_ERROR :Thread or Process is forced exit!"));
 }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zelshellreply_p.h"
 
-#include "zelarguments_p.h"
 #include "zelshell_p.h"
 
 #include <QTextCodec>
@@ -69,8 +68,6 @@ void ZELTerminalReply::farewell(const QString &, const QString &terminalText, co
 
 void ZELPacketReply::text(const QString &text)
 {
-    // A process packet, whatever state stands in the record already.
-    ZELArgumentsPrivate::get(m_args)->running = true;
     m_args.stream() << text;
 }
 

@@ -174,9 +174,9 @@ private Q_SLOTS:
         copy.setProtoclState("EXECUTE_ERROR");
         QVERIFY(args.hasError());
         auto *record = ZELArgumentsPrivate::get(args);
-        record->running = true;
+        record->answersInPackets = true;
         QCOMPARE(record->packetState(), QString("EXECUTE_PROCESS"));
-        record->running = false;
+        ZELArgumentsPrivate::completing = record;
         QCOMPARE(record->packetState(), QString("EXECUTE_ERROR"));
     }
 

@@ -165,6 +165,8 @@ private Q_SLOTS:
         row("plain", "foo " + filling, "Error : input is longer than 100 bytes\n");
         row("tag at the end", "foo#7 " + filling + " " + tag.toLatin1(), "PACKET_START foo#7\r\n");
         row("tag in front", "foo#7 " + tag.toLatin1() + filling, "PACKET_START foo#7\r\n");
+        row("behind what is ignored", QByteArray(200, '\t') + "foo#7 " + tag.toLatin1(), "PACKET_START foo#7\r\n");
+        row("assignment", "$a = foo#7 " + filling + tag.toLatin1(), "PACKET_START foo#7\r\n");
     }
 
     void lineLimit()
@@ -187,10 +189,11 @@ private Q_SLOTS:
         const auto jobs = session.shell->getRunnings();
         QCOMPARE(jobs.size(), 1);
         QCOMPARE(jobs.first()->getLabel(), QString("ZELShell Cammand (demo/wait 1 )"));
-        session.device.type("demo/wait &; demo/wait &\n");
+        session.device.type("demo/wait &; demo/wait '" + tag.toLatin1() + "' &\n");
         QVERIFY(board.entered.tryAcquire(2, 5000));
         board.proceed.release(3);
         QTRY_VERIFY(session.shell->getRunnings().isEmpty());
+        QVERIFY(!session.device.text().contains("PACKET")); // a quoted tag is text
         QTRY_COMPARE(session.shell->getEnvironment("$?"), QString("3"));
     }
 
