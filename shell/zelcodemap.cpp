@@ -135,6 +135,12 @@ uintptr_t endOfFunction(uintptr_t start)
     return end;
 }
 
+#if defined(__x86_64__)
+constexpr size_t jumpSize = 5;
+#else
+constexpr size_t jumpSize = 4;
+#endif
+
 /// Where the jump at the address leads, 0 when there is none.
 uintptr_t jumpTarget(uintptr_t at)
 {
@@ -232,7 +238,7 @@ const Function *functionAt(const Map *map, uintptr_t address)
 /// A function that ends in a jump to a nameless one, as sem_wait() does, is not on the stack while that waits.
 void addTailCalls(Map *map, const Function &function)
 {
-    for (uintptr_t at = function.start; at + 5 <= function.end; ++at) {
+    for (uintptr_t at = function.start; at + jumpSize <= function.end; ++at) {
         const uintptr_t target = jumpTarget(at);
         const ZELModule *module = target ? moduleIn(map, target) : nullptr;
         if (module && module == moduleIn(map, at) && !functionAt(map, target) && map->functionCount < 600

@@ -3,18 +3,25 @@
 //
 //   zel_torture kill  SCENARIO COUNT    kills a busy thread; SCENARIO "all" runs every one
 //   zel_torture limit SCENARIO COUNT    the same by time limits
-//   zel_torture crash KIND COUNT        provokes crashes and reads their reports
+//   zel_torture crash KIND COUNT [missing|hanging]    provokes crashes and reads their reports; addr2line can be
+//                                       missing or never end
+//   zel_torture remote all COUNT        kills commands of remote sessions whose clients vanish
 //
 // After every kill the victim and a bystander must allocate, print, lock and log. A child that makes no progress for
 // ten seconds, dies, or forces a jump has failed.
+#include "rawpeer.h"
 #include "zelcatch.h"
 #include "zelfault.h"
+#include "zelshellcommand.h"
+#include "zelshellcommandtree.h"
+#include "zelshellserver.h"
 #include "zelthread.h"
 #include "zelthreadpool.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QHostAddress>
 #include <QMap>
 #include <QMutex>
 #include <QTemporaryDir>
@@ -197,10 +204,10 @@ int beVictim(void (*work)(), int count, bool byLimit)
     std::atomic<long long> sentAt{0};
     std::thread victim([&] {
         for (int i = 0; i < count; ++i) {
+            sentAt = nowUs() + 1000; // a limit's; a kill says when it is sent
             auto outcome = ZELFault::call(
                 [&] {
                     victimId = QThread::currentThreadId();
-                    sentAt = nowUs() + 1000;
                     round = i + 1;
                     for (;;)
                         work();
@@ -277,8 +284,8 @@ void crashNull()
 void crashInMalloc()
 {
     // A chunk in a bin whose links were overwritten: the fault comes inside of the allocator, its lock held.
-    void *a = malloc(2000);
-    void *barrier = malloc(5000); // keeps the chunk from the top of the heap
+    void *volatile a = malloc(2000);
+    void *volatile barrier = malloc(5000); // keeps the chunk from the top of the heap
     const auto links = uintptr_t(a);
     free(a);
     for (int i = 0; i < 4; ++i)
@@ -288,6 +295,17 @@ void crashInMalloc()
     free(barrier);
 }
 
+void crashInArena()
+{
+    // The free memory at the end of the thread's arena is made unreadable: whoever takes from it holds the lock.
+    const size_t size = 60000;
+    void *volatile last = malloc(size);
+    const auto behind = (uintptr_t(last) + size + 4095) & ~uintptr_t(4095);
+    mprotect(reinterpret_cast<void *>(behind), 64 * 1024, PROT_NONE);
+    for (int i = 0; i < 100; ++i)
+        sink = double(size_t(malloc(size / 6)));
+}
+
 int crashOverflow(int depth)
 {
     volatile char room[1024];
@@ -295,12 +313,20 @@ int crashOverflow(int depth)
     return depth < 0 ? 0 : crashOverflow(depth + 1) + room[0];
 }
 
-void crashSmashed()
+[[gnu::noinline]] void smash()
 {
     auto **stack = static_cast<void **>(__builtin_frame_address(0));
     for (int i = 0; i < 40; ++i)
         stack[i] = reinterpret_cast<void *>(0x1234567);
     crashNull();
+}
+
+void crashSmashed()
+{
+    volatile char room[1024]; // what is overwritten belongs to the crashing code, not to whoever goes on after it
+    room[0] = 1;
+    smash();
+    sink = room[0];
 }
 
 void crashBadCall()
@@ -320,7 +346,7 @@ struct Crash
 QVector<Crash> crashes()
 {
     return {{"null", crashNull, true}, {"overflow", [] { crashOverflow(0); }, true}, {"smashed", crashSmashed, true},
-        {"badcall", crashBadCall, true}, {"malloc", crashInMalloc, false},
+        {"badcall", crashBadCall, true}, {"malloc", crashInMalloc, false}, {"arena", crashInArena, false},
         {"stdout",
             [] {
                 flockfile(stdout);
@@ -330,8 +356,22 @@ QVector<Crash> crashes()
             true}};
 }
 
-int beCrashing(const Crash &crash, int count, const QString &dir)
+/// How the child finds addr2line: as it is, "missing", or as a program that never ends.
+void chooseResolver(const char *kind, const QString &dir)
 {
+    if (!kind)
+        return;
+    QFile file(dir + QStringLiteral("/addr2line"));
+    if (!strcmp(kind, "hanging") && !file.exists() && file.open(QFile::WriteOnly)) {
+        file.write("#!/bin/sh\nexec /bin/sleep 100\n");
+        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    qputenv("PATH", dir.toLocal8Bit());
+}
+
+int beCrashing(const Crash &crash, int count, const QString &dir, const char *resolver)
+{
+    chooseResolver(resolver, dir);
     const int null = open("/dev/null", O_WRONLY);
     dup2(null, 2);
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
@@ -367,45 +407,125 @@ int completeReports(const QString &dir)
     return complete;
 }
 
-bool runCrash(const Crash &crash, int count)
+bool runCrash(const Crash &crash, int count, const char *resolver)
 {
     QTemporaryDir dir;
     QElapsedTimer timer;
     timer.start();
     int good = 0;
     if (crash.survives) {
-        good = watched([&] { return beCrashing(crash, count, dir.path()); }) == 0 ? count : 0;
+        good = watched([&] { return beCrashing(crash, count, dir.path(), resolver); }) == 0 ? count : 0;
     } else {
         for (int i = 0; i < count; ++i) {
-            const int status = watched([&] { return beCrashing(crash, 1, dir.path()); });
+            const int status = watched([&] { return beCrashing(crash, 1, dir.path(), resolver); });
             good += status != -1 && WIFSIGNALED(status) && (WTERMSIG(status) == SIGSEGV || WTERMSIG(status) == SIGABRT);
         }
     }
     const int complete = completeReports(dir.path());
-    printf("crash %-10s %5d of %5d ended as promised, %d reports complete, worst %d us, %.1f s\n", crash.name, good,
-        count, complete, progress->worstUs.load(), double(timer.elapsed()) / 1000);
+    printf("crash %-10s %-7s %5d of %5d ended as promised, %d reports complete, worst %d us, %.1f s\n", crash.name,
+        resolver ? resolver : "", good, count, complete, progress->worstUs.load(), double(timer.elapsed()) / 1000);
     return good == count && complete == count;
+}
+
+// Remote sessions
+
+class Board : public QObject
+{
+    Q_OBJECT
+public:
+    std::atomic<int> started{0};
+    std::atomic<void *> thread{nullptr};
+public Q_SLOTS:
+    void work(ZELArguments args)
+    {
+        thread = QThread::currentThreadId();
+        ++started;
+        for (;;) {
+            workMix();
+            args.debug() << "line";
+        }
+    }
+};
+
+/// Every second command in the background; the client goes before, with or after the kill.
+int beServed(int count)
+{
+    nullFile = fopen("/dev/null", "w");
+    qInstallMessageHandler(discard);
+    int argc = 0;
+    QCoreApplication app(argc, nullptr);
+    ZELShellServer server;
+    Board board;
+    server.setListenAddress(QHostAddress::LocalHost);
+    server.registerCmd("a", "work", &board, SLOT(work(ZELArguments)), true);
+    server.startTcpServer(0);
+    std::thread clients([&] {
+        unsigned seed = unsigned(getpid());
+        for (int i = 0; i < count; ++i) {
+            auto peer = std::make_unique<RawPeer>(server.serverPort(), 4096);
+            peer->send(i % 2 ? "--nt\na/work\n" : "--nt\na/work &\n");
+            while (board.started <= i)
+                std::this_thread::yield();
+            const long long until = nowUs() + rand_r(&seed) % 200;
+            while (nowUs() < until) { }
+            const auto begin = nowUs();
+            if (i % 3 == 0)
+                peer->reset();
+            except_stack->Kill(board.thread);
+            if (i % 3 == 1)
+                peer->reset();
+            while (server.FindCommand("a", "work")->Command()->IsRunning())
+                usleep(20);
+            record(begin);
+            peer.reset();
+            while (server.ClientNumber() > 0)
+                usleep(20);
+            health();
+            ++progress->survived;
+        }
+        QMetaObject::invokeMethod(&app, [] { QCoreApplication::exit(0); });
+    });
+    app.exec();
+    clients.join();
+    return ZELFault::counters().forced ? 4 : 0;
+}
+
+bool runRemote(int count)
+{
+    QElapsedTimer timer;
+    timer.start();
+    const int status = watched([&] { return beServed(count); });
+    const int survived = progress->survived;
+    printf("remote %6d of %6d survived, %d forced, mean %lld us, worst %d us, %.1f s, status %d\n", survived, count,
+        progress->forced.load(), survived ? progress->totalUs / survived : 0, progress->worstUs.load(),
+        double(timer.elapsed()) / 1000, status);
+    return status == 0 && survived == count;
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    if (argc != 4) {
-        fprintf(stderr, "usage: zel_torture kill|limit|crash NAME|all COUNT\n");
+    if (argc < 4 || argc > 5) {
+        fprintf(stderr, "usage: zel_torture kill|limit|crash|remote NAME|all COUNT [missing|hanging]\n");
         return 2;
     }
+    const QByteArray mode = argv[1], name = argv[2];
+    const int count = atoi(argv[3]);
+    const char *resolver = argc == 5 ? argv[4] : nullptr;
     setvbuf(stdout, nullptr, _IOLBF, 0);
     progress = static_cast<Progress *>(
         mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     bool good = true;
     for (const Scenario &scenario : scenarios) {
-        if (strcmp(argv[1], "crash") != 0 && (!strcmp(argv[2], "all") || !strcmp(argv[2], scenario.name)))
-            good = runScenario(scenario, atoi(argv[3]), !strcmp(argv[1], "limit")) && good;
+        if ((mode == "kill" || mode == "limit") && (name == "all" || name == scenario.name))
+            good = runScenario(scenario, count, mode == "limit") && good;
     }
     for (const Crash &crash : crashes()) {
-        if (!strcmp(argv[1], "crash") && (!strcmp(argv[2], "all") || !strcmp(argv[2], crash.name)))
-            good = runCrash(crash, atoi(argv[3])) && good;
+        if (mode == "crash" && (name == "all" || name == crash.name))
+            good = runCrash(crash, count, resolver) && good;
     }
-    return good ? 0 : 1;
+    return (mode != "remote" || runRemote(count)) && good ? 0 : 1;
 }
+
+#include "torture.moc"

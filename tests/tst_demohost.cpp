@@ -135,13 +135,11 @@ private Q_SLOTS:
 private:
     bool start(QProcess &process, const QStringList &arguments)
     {
-        QStringList command = QString(ZEL_EMULATOR).split(' ', Qt::SkipEmptyParts);
-        command << ZELHOST << arguments;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         // Abandoned commands do not run their destructors.
         environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":detect_leaks=0");
         process.setProcessEnvironment(environment);
-        process.start(command.takeFirst(), command);
+        process.start(ZELHOST, arguments);
         return process.waitForStarted();
     }
 

@@ -13,7 +13,7 @@
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 static const bool sanitized = true;
 #else
-static const bool sanitized = false;
+static const bool sanitized = !qEnvironmentVariableIsEmpty("ZEL_TEST_EMULATOR"); // takes memory for each thread
 #endif
 
 namespace {

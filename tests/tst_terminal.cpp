@@ -11,12 +11,6 @@
 
 namespace {
 
-QStringList hostCommand()
-{
-    QStringList command = QString(ZEL_EMULATOR).split(' ', Qt::SkipEmptyParts);
-    return command << ZELHOST;
-}
-
 QByteArray prompt(const QByteArray &path = "/Main")
 {
     return "\033[32mZELShell@ZEL:~\033[0m\033[34m" + path + "\033[0m\033[33m $ \033[0m";
@@ -32,7 +26,7 @@ class PlainHost : public PtyHost
 {
 public:
     PlainHost()
-        : PtyHost(hostCommand(), 80, 24, Plain)
+        : PtyHost({ZELHOST}, 80, 24, Plain)
     {
         ready = take(prompt()) == prompt() && isRaw();
     }
@@ -55,7 +49,7 @@ class ScreenHost : public PtyHost
 {
 public:
     explicit ScreenHost(int columns)
-        : PtyHost(hostCommand(), columns)
+        : PtyHost({ZELHOST}, columns)
         , screen(columns, 24, true)
     {
         screen.feed(take(prompt()));
@@ -275,7 +269,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, input);
         QTemporaryFile file;
         QVERIFY(file.open() && file.write(input) == input.size() && file.flush());
-        const QString command = hostCommand().join(' ');
+        const QString command = ZELHOST;
         for (const QString way : {"exec %1 <%2", "cat %2 | %1", "exec %1 <%2 >&- 2>&-"}) {
             QProcess shell;
             shell.start("/bin/sh", {"-c", way.arg(command, file.fileName())});
