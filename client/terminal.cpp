@@ -120,11 +120,12 @@ Status Terminal::run(const QString &address)
     return Success;
 }
 
-/// The host says nothing on "quit": that shows only in the line at its last prompt.
+/// The host says nothing on "quit": that shows only in what was typed, or came from its history or completion.
 bool Terminal::wasToldToEnd() const
 {
     QString line = QString::fromUtf8(m_lastShown.mid(m_lastShown.lastIndexOf("ZELShell@")));
     line.remove(QRegularExpression("\x1b\\[[0-9;]*[A-Za-z]"));
+    line += '\n' + QString::fromUtf8(m_lastTyped).section('\n', -2);
     return line.contains(QRegularExpression("\\b(quit|exit|reinit)\\b"));
 }
 
@@ -145,6 +146,7 @@ bool Terminal::sendKeys(int ended)
             continue;
         if (count <= 0 || memchr(keys, leaveKey, size_t(count)))
             return true;
+        m_lastTyped = (m_lastTyped + QByteArray(keys, int(count))).right(256);
         if (!m_client.sendKeys(QByteArray(keys, int(count))))
             return false;
     }

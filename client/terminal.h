@@ -31,6 +31,7 @@ private:
     ZELShellClient &m_client;
     std::mutex m_mutex;
     QByteArray m_lastShown;
+    QByteArray m_lastTyped;
     std::unique_lock<std::mutex> m_bannerFirst; ///< holds back what the host writes behind its banner
 };
 
