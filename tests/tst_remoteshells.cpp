@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Remote shells from end to end, by plain peers: the promise of one completing packet, and the life of a session.
 #include "processinfo.h"
+#include "quiet.h"
 #include "remotehost.h"
-#include "table.h"
 
 #include <QRandomGenerator>
 #include <QtTest>
@@ -77,54 +77,8 @@ class tst_RemoteShells : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        // Faults and statements log a lot.
         disable_error_dump();
-        qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
-            if (type != QtDebugMsg)
-                fprintf(stderr, "%s\n", qPrintable(text));
-        });
-    }
-
-    void oneCompletingPacket_data()
-    {
-        Table<QByteArray, QByteArray, QByteArray, QByteArray, QByteArray> row(
-            "statement", "key", "state", "printed", "value");
-        row("text/ping#1", "text/ping#1", "EXECUTE_RESULT", "", "pong");
-        row("/text/echo#1 a  b", "/text/echo#1", "EXECUTE_COMPLETE", "a b\r\n", "");
-        row("jobs/count 2", "jobs/count", "EXECUTE_RESULT", "1\r\n2\r\n", "2");
-        row("cd nowhere", "cd", "EXECUTE_ERROR", "", "");
-        row("sys echo hi", "sys", "EXECUTE_COMPLETE", "hi\n\n", "");
-        row("$a = text/ping", "text/ping", "EXECUTE_RESULT", "", "pong");
-        row("$unset", "$unset", "EXECUTE_RESULT", "", "");
-        row("ls", "ls", "EXECUTE_NOTFOUND", "", "");
-        row("foo#3", "foo#3", "EXECUTE_NOTFOUND", "", "");
-        row("fault/throw", "fault/throw", "EXECUTE_ERROR", "", "");
-        row("fault/segv", "fault/segv", "EXECUTE_ERROR", "", "");
-        row("text/ping &", "text/ping", "EXECUTE_RESULT", "", "pong");
-        row("quit", "quit", "ZEL_SHELL_DISCONNECT", "", "");
-    }
-
-    void oneCompletingPacket()
-    {
-        QFETCH(QByteArray, statement);
-        Packet packet, next;
-        QByteArray printed;
-        QVERIFY(host.run([&] {
-            Client client;
-            if (statement.endsWith('&'))
-                client.send(QByteArray(statement).replace(statement.size() - 1, 1, tag).trimmed() + " &\n");
-            else
-                client.ask(statement);
-            packet = client.answer(&printed);
-            client.ask("text/echo#next");
-            next = client.next(packet.state == "ZEL_SHELL_DISCONNECT" ? 500 : 20000);
-        }));
-        QTEST(packet.key, "key");
-        QTEST(packet.state, "state");
-        QTEST(printed, "printed");
-        if (statement != "$unset")
-            QTEST(packet.value, "value");
-        QCOMPARE(next.key, statement == "quit" ? QByteArray() : QByteArray("text/echo#next"));
+        dropDebugMessages();
     }
 
     void manyAtOnce()
@@ -165,37 +119,21 @@ private Q_SLOTS:
         QVERIFY(host.isDeserted());
     }
 
-    void whoeverEndsIt_data()
-    {
-        Table<QString> row("by");
-        for (const char *by : {"close", "reset", "quit", "reset in output", "close in a command", "no handshake"})
-            row(by, by);
-    }
-
     void whoeverEndsIt()
     {
-        QFETCH(QString, by);
         QVERIFY(host.isDeserted());
         const int threads = processinfo::threads(), descriptors = processinfo::descriptors();
         QVERIFY(host.run([&] {
-            if (by == "no handshake") {
-                RawPeer peer(host.port());
-                peer.send("--nt");
-                return;
-            }
-            Client client;
-            if (by == "quit") {
-                client.send("quit\n");
-                client.atEnd();
-            } else if (by == "reset in output") {
-                client.ask("text/fill 1000 20000");
-                client.receive(100000);
-                client.reset();
-            } else if (by == "close in a command") {
-                client.ask("jobs/sleep 200");
-            } else if (by == "reset") {
-                client.reset();
-            }
+            RawPeer peer(host.port());
+            peer.send("--nt"); // no whole handshake
+            Client close, reset, quit, resetInOutput, closeInCommand;
+            closeInCommand.ask("jobs/sleep 200");
+            quit.send("quit\n");
+            quit.atEnd();
+            resetInOutput.ask("text/fill 1000 20000");
+            resetInOutput.receive(100000);
+            resetInOutput.reset();
+            reset.reset();
         }));
         QVERIFY(host.isDeserted());
         QTRY_VERIFY(processinfo::descriptors() <= descriptors);

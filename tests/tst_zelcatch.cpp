@@ -203,17 +203,6 @@ private Q_SLOTS:
         QVERIFY(openerFinished && !abandoned); // one or the other, never both
     }
 
-    void timeLimit()
-    {
-        ZELFrame frame;
-        frame->timeoutMs = 50;
-        QElapsedTimer timer;
-        timer.start();
-        QCOMPARE(zelGuard(frame.get(), [] { pause(); }), SIGALRM);
-        QVERIFY(timer.elapsed() >= 45 && timer.elapsed() < 10000);
-        QCOMPARE(frame->exception->ToString(), QStringLiteral("Application Timerout,Max time is 50"));
-    }
-
     void timeLimitReturnsToItsOwnFrame()
     {
         bool outerWentOn = false;

@@ -4,6 +4,7 @@
 
 #include <QtGlobal>
 #include <atomic>
+#include <cstdio>
 
 /// Swallows and counts the messages of a scope. Qt Test's ignoreMessage() is not made for those of several threads.
 class Quiet
@@ -18,5 +19,14 @@ private:
     static inline std::atomic<int> s_count{0};
     const QtMessageHandler m_before = (s_count = 0, qInstallMessageHandler(swallow));
 };
+
+/// Drops debug messages from now on: thousands of lines help nobody.
+inline void dropDebugMessages()
+{
+    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
+        if (type != QtDebugMsg)
+            fprintf(stderr, "%s\n", qPrintable(text));
+    });
+}
 
 #endif
