@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "count.h"
 #include "rawpeer.h"
 #include "table.h"
 #include "zelstream.h"
@@ -11,23 +12,6 @@
 #include <atomic>
 #include <memory>
 #include <thread>
-
-/// Counts a signal that the worker emits.
-class Count
-{
-public:
-    template <class Sender, class Signal>
-    Count(Sender *sender, Signal signal)
-        : m_connection(QObject::connect(sender, signal, [count = m_count] { ++*count; }))
-    {
-    }
-    ~Count() { QObject::disconnect(m_connection); }
-    int count() const { return *m_count; }
-
-private:
-    const std::shared_ptr<std::atomic<int>> m_count = std::make_shared<std::atomic<int>>(0);
-    const QMetaObject::Connection m_connection;
-};
 
 /// One accepted ZELTcpSocket and the plain peer on its other end.
 class Pair

@@ -60,6 +60,8 @@ public:
                 return {};
         return socket.readLine();
     }
+    /// The first word of the next line, by which its answer is known.
+    static QByteArray readKey(QTcpSocket &socket) { return readLine(socket).trimmed().split(' ').first(); }
     static void send(QTcpSocket &socket, const QByteArray &bytes)
     {
         socket.write(bytes);
@@ -82,6 +84,17 @@ public:
         return "ZEL_SHELL_PACKET_START " + key + "\r\nAccept: STDOUT\r\nState: " + state
             + "\r\nContent-Length: 0\r\nHost: H\r\nPATH: /\r\nEncode: true\r\n" + more + "\r\n" + text.toBase64()
             + "ZEL_SHELL_PACKET_END\r\n";
+    }
+
+    using Answer = std::function<QByteArray(const QByteArray &key, const QByteArray &line)>;
+    /// Greets and answers line by line until the other end hangs up.
+    static Script answering(const Answer &answer)
+    {
+        return [answer](QTcpSocket &socket) {
+            greet(socket);
+            for (QByteArray line = readLine(socket); !line.isEmpty(); line = readLine(socket))
+                send(socket, answer(line.trimmed().split(' ').first(), line));
+        };
     }
 
 private:

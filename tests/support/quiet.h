@@ -2,7 +2,7 @@
 #ifndef TESTS_SUPPORT_QUIET_H
 #define TESTS_SUPPORT_QUIET_H
 
-#include <QtGlobal>
+#include <QString>
 #include <atomic>
 #include <cstdio>
 
