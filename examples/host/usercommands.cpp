@@ -6,6 +6,7 @@
 
 #include <QDateTime>
 #include <QSqlError>
+#include <QSqlQuery>
 #include <QStringList>
 #include <cstdio>
 #include <zelshellbase.h>
@@ -27,9 +28,13 @@ QSqlDatabase UserCommands::open(const QString &file)
 {
     QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE");
     database.setDatabaseName(file);
-    if (database.open())
+    const bool isOpen = database.open();
+    QSqlQuery query(database);
+    // Opening does not look into the file yet.
+    if (isOpen && query.exec("select count(*) from sqlite_master"))
         return database;
-    std::fprintf(stderr, "zelhost: %s: %s\n", qPrintable(file), qPrintable(database.lastError().text()));
+    const QSqlError error = isOpen ? query.lastError() : database.lastError();
+    std::fprintf(stderr, "zelhost: %s: %s\n", qPrintable(file), qPrintable(error.databaseText()));
     return {};
 }
 
@@ -52,6 +57,14 @@ QVariant UserCommands::whoami(ZELArguments args)
     return {};
 }
 
+/// Names are whatever somebody logged in as; an escape sequence must not reach the terminal of another.
+static QString harmless(QString name)
+{
+    for (QChar &c : name)
+        c = c.isPrint() || c.isSurrogate() ? c : QLatin1Char('?');
+    return name;
+}
+
 QVariant UserCommands::users(ZELArguments args)
 {
     if (!takes(args, 0, 0))
@@ -59,7 +72,8 @@ QVariant UserCommands::users(ZELArguments args)
     QStringList lines;
     for (const ZELUser &user : ZELUser::loggedIn()) {
         const QDateTime since = ZELUser::getLastLoginTime(user);
-        lines += user.userName().leftJustified(20) + (since.isValid() ? since.toString("yyyy-MM-dd hh:mm:ss") : "-");
+        lines += harmless(user.userName()).leftJustified(20) + "  "
+            + (since.isValid() ? since.toString("yyyy-MM-dd hh:mm:ss") : "-");
     }
     print(args, lines.isEmpty() ? QStringLiteral("nobody is logged in") : lines.join("\r\n"));
     return {};
