@@ -87,14 +87,16 @@ bool fitsStatement(const QString &text)
     return text.isValidUtf16() && std::none_of(text.begin(), text.end(), isRefused);
 }
 
-bool isBareIdentifier(const QString &name)
+bool fitsTableName(const QString &name)
 {
+    // Every connection reads the names of all tables; a few huge ones would slow down everybody's login.
+    constexpr int longest = 255;
     const auto isPart = [](QChar c) {
         return c.unicode() >= 128 || c.isLetterOrNumber() || c == QLatin1Char('_') || c == QLatin1Char('$');
     };
     // The engine reads over a leading byte order mark: the history would be that of another name.
     static const QString notFirst = QStringLiteral("0123456789$\uFEFF");
-    return !name.isEmpty() && !notFirst.contains(name.at(0)) && fitsStatement(name)
+    return !name.isEmpty() && name.size() <= longest && !notFirst.contains(name.at(0)) && fitsStatement(name)
         && std::all_of(name.begin(), name.end(), isPart);
 }
 
@@ -298,7 +300,7 @@ bool ZELUserPrivate::createHistory(const Access &access)
     QSqlQuery query = access.query();
     const QString create = QStringLiteral("create table if not exists %1([Id] integer PRIMARY KEY autoincrement,"
                                           "[Time] DATETIME,[IsLogin] BOOLEAN)");
-    if (!isBareIdentifier(userName) || !query.exec(create.arg(table()))) {
+    if (!fitsTableName(userName) || !query.exec(create.arg(table()))) {
         debugLine(QStringLiteral("Error : Failed to creat table '%1'").arg(table()), query);
         return false;
     }
@@ -329,7 +331,7 @@ QDateTime ZELUserPrivate::lastTime(const QString &isLogin, const QString &error)
     const QString statement = QStringLiteral("select * from %1 where [IsLogin] = '%2' order by [Id] desc");
     const Access access(db);
     QSqlQuery query = access.query();
-    if (!isBareIdentifier(userName) || !query.exec(statement.arg(table(), isLogin))) {
+    if (!fitsTableName(userName) || !query.exec(statement.arg(table(), isLogin))) {
         debugLine(error, query);
         fail(error);
         return {};

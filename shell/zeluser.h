@@ -25,9 +25,10 @@ class ZELUserPrivate;
  * pair is not: the call fails with "Error : sql exec error". Passwords are kept and compared as plain text.
  *
  * The history of a user stands in the table userName + "_LoginInfo", made only for names that are a bare identifier
- * (letters, digits, "_", "$", anything beyond ASCII, no digit first); others have an account and no history. SQLite
- * compares table names without case: "Bob" and "bob" are two accounts that share one history. The trigger that
- * bounds a history has one name for the whole database, so that only the first history made is bounded.
+ * (letters, digits, "_", "$", anything beyond ASCII, no digit first) of at most 255 characters; others have an account
+ * and no history. SQLite compares table names without case: "Bob" and "bob" are two accounts that share one history.
+ * The trigger that bounds a history has one name for the whole database, so that only the first history made is
+ * bounded.
  *
  * Threads: all functions may be called from any thread. The database is used directly only on the thread that opened
  * it; elsewhere every operation opens a connection of its own to the same file and closes it again. That cannot be

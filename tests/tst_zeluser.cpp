@@ -207,7 +207,7 @@ private Q_SLOTS:
     void namesWithoutAHistory()
     {
         const QStringList without{"a-b", "1bob", "main.x", "[a]", "\"a\"", "a(b", "sqlite_x", "$a", "a;b", "a--", "`a`",
-            QChar(0xfeff) + QString("a")};
+            QChar(0xfeff) + QString("a"), QString(256, 'a')};
         const QStringList with{"_a1$", "j\xc3\xb6rg", "\xf0\x9f\x90\xb1", "select", "ZELUser"};
         for (const QString &name : without + with) {
             ZELUser user(name, "pw", m_db);
