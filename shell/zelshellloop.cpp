@@ -302,6 +302,8 @@ void ZELShellLoop::runPieces(const QStringList &pieces)
     m_session.pending += pieces.size();
     for (const QString &piece : pieces) {
         --m_session.pending;
+        if (m_session.stopState == ZELShellPrivate::Ended)
+            continue; // the peer has gone; behind "quit" the line is finished
         logStatement(piece);
         const QVariant value = runPiece(piece);
         if (!piece.endsWith(QLatin1Char('&')))

@@ -127,13 +127,14 @@ private Q_SLOTS:
             RawPeer peer(host.port());
             peer.send("--nt"); // no whole handshake
             Client close, reset, quit, resetInOutput, closeInCommand;
-            closeInCommand.ask("jobs/sleep 200");
             quit.send("quit\n");
             quit.atEnd();
             resetInOutput.ask("text/fill 1000 20000");
             resetInOutput.receive(100000);
             resetInOutput.reset();
             reset.reset();
+            closeInCommand.ask("text/echo;jobs/sleep 500;jobs/sleep 60000");
+            closeInCommand.receive(2);
         }));
         QVERIFY(host.isDeserted());
         QTRY_VERIFY(processinfo::descriptors() <= descriptors);
