@@ -86,15 +86,14 @@ public:
 private:
     RemoteHost()
     {
-        const auto add = [this](const char *path, const char *name, const char *slot, bool shared = true) {
-            server.registerCmd(path, name, &commands, slot, shared);
+        const auto add = [this](const char *path, const char *name, const char *slot) {
+            server.registerCmd(path, name, &commands, slot, true);
         };
         add("text", "ping", SLOT(ping(ZELArguments)));
         add("text", "echo", SLOT(echo(ZELArguments)));
         add("text", "fill", SLOT(fill(ZELArguments)));
         add("jobs", "count", SLOT(count(ZELArguments)));
         add("jobs", "sleep", SLOT(sleep(ZELArguments)));
-        add("jobs", "alone", SLOT(sleep(ZELArguments)), false);
         add("fault", "assert", SLOT(assertion(ZELArguments)));
         add("fault", "throw", SLOT(raise(ZELArguments)));
         add("fault", "segv", SLOT(nullWrite(ZELArguments)));
