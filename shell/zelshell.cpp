@@ -6,6 +6,7 @@
 #include "zelshellloop_p.h"
 #include "zelshellserver_p.h"
 #include "zelthread.h"
+#include "zelthread_p.h"
 #include "zeluser.h"
 
 #include <QDebug>
@@ -182,6 +183,14 @@ void ZELShell::Start(bool ismain, bool isnotem)
     }
     Q_EMIT Started();
     thread->start(QThread::InheritPriority);
+    if (zelHasStarted(*thread))
+        return;
+    delete thread;
+    qWarning("ZELShell::Start: no thread left, the session ends");
+    d->finishCore();
+    Stop();
+    Q_EMIT Stoped();
+    deleteLater();
 }
 
 void ZELShell::Stop()

@@ -5,6 +5,7 @@
 #include "zelshellexpansion_p.h"
 #include "zelshellpacket_p.h"
 #include "zelshellreply_p.h"
+#include "zelthread_p.h"
 #include "zelthreadpool.h"
 
 #include <QFile>
@@ -294,7 +295,13 @@ void ZELShellPrivate::startJob(const QString &statement)
         run();
     };
     jobs.append(job);
-    job->open(ZELThreadPool::Pool()->run(callback, QVariant()), ended);
+    ZELThread *thread = ZELThreadPool::Pool()->run(callback, QVariant());
+    if (zelHasStarted(*thread))
+        return job->open(thread, ended);
+    ZELThreadPool::Pool()->Clear(false);
+    job->end();
+    const bool tagged = !ZELStatementDepth::remoteKey() && statement.contains(zelProtocolTag());
+    refuseLine(statement, tagged, QStringLiteral("Error : no thread left for the job"));
 }
 
 std::optional<QString> zelScriptCode(const ZELArguments &args, QString *error)

@@ -111,10 +111,13 @@ ZELTcpSocket::ZELTcpSocket(qintptr descriptor, QObject *parent)
     d->valid = setSocketDescriptor(descriptor, ConnectedState, ReadWrite);
     notePeer();
     watchArrival();
-    // The worker starts last: from then on bytes are received and nothing may be missing.
-    if (setUp(parent)) {
-        moveToThread(d->thread);
+    // The worker gets this last: from then on bytes are received and nothing may be missing. Without a worker it stays
+    // here, where it can be destroyed.
+    if (setUp(parent))
         startWorker();
+    if (d->working) {
+        ZEL_TSAN_RELEASE(this);
+        moveToThread(d->thread);
     }
     Start();
 }

@@ -6,6 +6,7 @@
 #include "zelguard_p.h"
 
 #include <QHash>
+#include <QThread>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -52,5 +53,11 @@ public:
     Exception *failure = nullptr; ///< of a task, until the body reports it; touched by the thread alone
     bool inLoop = false; ///< still set after a fault has jumped out of the event loop
 };
+
+/// False when the system had no thread, or no memory for one, to give.
+inline bool zelHasStarted(const QThread &thread)
+{
+    return thread.isRunning() || thread.isFinished();
+}
 
 #endif

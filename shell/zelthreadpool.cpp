@@ -142,6 +142,8 @@ ZELThread *ZELThreadPool::append(ZELThread *thread)
     if (QCoreApplication::instance())
         thread->moveToThread(QCoreApplication::instance()->thread());
     thread->start(QThread::InheritPriority);
+    if (!zelHasStarted(*thread))
+        thread->dropPosted(); // nobody waits for a thread that will never run
     m_threads.append(thread);
     return thread;
 }
@@ -149,7 +151,7 @@ ZELThread *ZELThreadPool::append(ZELThread *thread)
 void ZELThreadPool::sweep()
 {
     for (int i = m_threads.size() - 1; i >= 0; --i) {
-        if (!m_threads.at(i)->isRunning())
+        if (m_threads.at(i)->isFinished()) // one that could not be started is its caller's to look at
             m_threads.takeAt(i)->deleteLater();
     }
 }

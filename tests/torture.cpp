@@ -6,22 +6,19 @@
 //   zel_torture crash KIND COUNT [missing|hanging]    provokes crashes and reads their reports; addr2line can be
 //                                       missing or never end
 //   zel_torture remote all COUNT        kills commands of remote sessions whose clients vanish
+//   zel_torture remote exhausted 1      clients that come when there is no room for a thread
 //
 // After every kill the victim and a bystander must allocate, print, lock and log. A child that makes no progress for
 // ten seconds, dies, or forces a jump has failed.
-#include "rawpeer.h"
+#include "torture.h"
 #include "zelcatch.h"
 #include "zelfault.h"
-#include "zelshellcommand.h"
-#include "zelshellcommandtree.h"
-#include "zelshellserver.h"
 #include "zelthread.h"
 #include "zelthreadpool.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QHostAddress>
 #include <QMap>
 #include <QMutex>
 #include <QTemporaryDir>
@@ -36,6 +33,9 @@
 #include <thread>
 #include <unistd.h>
 
+Progress *progress;
+FILE *nullFile;
+
 namespace {
 
 #ifdef __SANITIZE_ADDRESS__
@@ -45,17 +45,7 @@ constexpr bool forcedIsNormal = true;
 constexpr bool forcedIsNormal = false;
 #endif
 
-struct Progress
-{
-    std::atomic<int> survived;
-    std::atomic<int> worstUs;
-    std::atomic<long long> totalUs;
-    std::atomic<int> forced;
-};
-Progress *progress; // shared with the watchdog
-
 QMutex sharedMutex;
-FILE *nullFile;
 int silentPipe[2];
 volatile double sink;
 
@@ -130,6 +120,8 @@ void workNested()
     });
 }
 
+} // namespace
+
 void workMix()
 {
     static thread_local unsigned turn = 0;
@@ -149,6 +141,8 @@ void workMix()
     }
 }
 
+namespace {
+
 struct Scenario
 {
     const char *name;
@@ -157,6 +151,8 @@ struct Scenario
 const Scenario scenarios[] = {{"malloc", workMalloc}, {"stdio", workStdio}, {"qdebug", workDebug},
     {"containers", workContainers}, {"blocked", workBlocked}, {"locks", workLocks}, {"compute", workCompute},
     {"nested", workNested}, {"mix", workMix}};
+
+} // namespace
 
 long long nowUs()
 {
@@ -190,6 +186,8 @@ void record(long long since)
         progress->worstUs = took;
     progress->forced = int(ZELFault::counters().forced);
 }
+
+namespace {
 
 /// One child: a victim that works until it is stopped, again and again.
 int beVictim(void (*work)(), int count, bool byLimit)
@@ -238,7 +236,8 @@ int beVictim(void (*work)(), int count, bool byLimit)
     return ZELFault::counters().forced && !forcedIsNormal ? 4 : 0;
 }
 
-/// Runs body in a child; its wait status, or -1 when it made no progress.
+} // namespace
+
 int watched(const std::function<int()> &body)
 {
     new (progress) Progress{};
@@ -258,6 +257,8 @@ int watched(const std::function<int()> &body)
     }
     return status;
 }
+
+namespace {
 
 bool runScenario(const Scenario &scenario, int count, bool byLimit)
 {
@@ -427,81 +428,6 @@ bool runCrash(const Crash &crash, int count, const char *resolver)
     return good == count && complete == count;
 }
 
-// Remote sessions
-
-class Board : public QObject
-{
-    Q_OBJECT
-public:
-    std::atomic<int> started{0};
-    std::atomic<void *> thread{nullptr};
-public Q_SLOTS:
-    void work(ZELArguments args)
-    {
-        thread = QThread::currentThreadId();
-        ++started;
-        for (;;) {
-            workMix();
-            args.debug() << "line";
-        }
-    }
-};
-
-/// Every second command in the background; the client goes before, with or after the kill.
-int beServed(int count)
-{
-    nullFile = fopen("/dev/null", "w");
-    qInstallMessageHandler(discard);
-    int argc = 0;
-    QCoreApplication app(argc, nullptr);
-    ZELShellServer server;
-    Board board;
-    server.setListenAddress(QHostAddress::LocalHost);
-    server.registerCmd("a", "work", &board, SLOT(work(ZELArguments)), true);
-    server.startTcpServer(0);
-    std::thread clients([&] {
-        unsigned seed = unsigned(getpid());
-        for (int i = 0; i < count; ++i) {
-            auto peer = std::make_unique<RawPeer>(server.serverPort(), 4096);
-            peer->send(i % 2 ? "--nt\na/work\n" : "--nt\na/work &\n");
-            while (board.started <= i)
-                std::this_thread::yield();
-            const long long until = nowUs() + rand_r(&seed) % 200;
-            while (nowUs() < until) { }
-            const auto begin = nowUs();
-            if (i % 3 == 0)
-                peer->reset();
-            except_stack->Kill(board.thread);
-            if (i % 3 == 1)
-                peer->reset();
-            while (server.FindCommand("a", "work")->Command()->IsRunning())
-                usleep(20);
-            record(begin);
-            peer.reset();
-            while (server.ClientNumber() > 0)
-                usleep(20);
-            health();
-            ++progress->survived;
-        }
-        QMetaObject::invokeMethod(&app, [] { QCoreApplication::exit(0); });
-    });
-    app.exec();
-    clients.join();
-    return ZELFault::counters().forced ? 4 : 0;
-}
-
-bool runRemote(int count)
-{
-    QElapsedTimer timer;
-    timer.start();
-    const int status = watched([&] { return beServed(count); });
-    const int survived = progress->survived;
-    printf("remote %6d of %6d survived, %d forced, mean %lld us, worst %d us, %.1f s, status %d\n", survived, count,
-        progress->forced.load(), survived ? progress->totalUs / survived : 0, progress->worstUs.load(),
-        double(timer.elapsed()) / 1000, status);
-    return status == 0 && survived == count;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -525,7 +451,7 @@ int main(int argc, char **argv)
         if (mode == "crash" && (name == "all" || name == crash.name))
             good = runCrash(crash, count, resolver) && good;
     }
-    return (mode != "remote" || runRemote(count)) && good ? 0 : 1;
+    if (mode == "remote")
+        good = name == "exhausted" ? runExhausted() : runRemote(count);
+    return good ? 0 : 1;
 }
-
-#include "torture.moc"
