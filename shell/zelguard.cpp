@@ -301,6 +301,9 @@ ExceptionHelp *Except_frame::Push(ExceptionHelp *frame)
     ZELCriticalSection section;
     frame->link.stack = reinterpret_cast<quintptr>(__builtin_frame_address(0));
     ensureRegistered();
+    // Before the first frame of all can be found by a kill, whose signal would end the process otherwise.
+    static const bool handled = (installUnixSignal(), true);
+    Q_UNUSED(handled)
     if (!self.innermost)
         setHasFrames(true);
     const ExceptionState *state = exceptionState();

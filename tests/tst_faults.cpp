@@ -133,12 +133,20 @@ void tst_Faults::threadsWithFramesOfTheirOwn()
     QCOMPARE(provokeOften(1, 3, QStringLiteral("Segmentation fault (core dumped)")), 3); // the main thread
 }
 
+static int fromEnvironment(const char *name, int otherwise)
+{
+    return qEnvironmentVariableIsSet(name) ? qEnvironmentVariableIntValue(name) : otherwise;
+}
+
+/// By hand with ZEL_TEST_THREADS=200 ZEL_TEST_KILLS=10000.
 void tst_Faults::registryUnderKills()
 {
+    const int threads = fromEnvironment("ZEL_TEST_THREADS", 16);
+    const int kills = fromEnvironment("ZEL_TEST_KILLS", 3000 / share);
     std::atomic<bool> stop{false};
     std::atomic<int> strange{0};
     std::vector<std::thread> workers;
-    std::atomic<void *> ids[16] = {};
+    std::vector<std::atomic<void *>> ids(static_cast<size_t>(threads));
     for (auto &id : ids) {
         workers.emplace_back([&] {
             id = QThread::currentThreadId();
@@ -155,8 +163,8 @@ void tst_Faults::registryUnderKills()
             id = nullptr;
         });
     }
-    for (int i = 0; i < 3000 / share; ++i)
-        except_stack->Kill(ids[i % 16]);
+    for (int i = 0; i < kills; ++i)
+        except_stack->Kill(ids[size_t(i % threads)]);
     stop = true;
     for (auto &worker : workers)
         worker.join();
