@@ -76,7 +76,7 @@ public:
     /// Whether byte 3 (Ctrl-C) from the session's terminal abandons the foreground command. Off.
     void setInterruptible(bool on);
     /// The longest input line in bytes; 0, the default, is no limit. A longer line is answered with an error and
-    /// dropped up to its line feed.
+    /// dropped up to its line feed; a longer handshake ends the session.
     void setLineLimit(int bytes);
     /// Ends a remote session whose peer has sent nothing for that long while no statement ran. 0, the default, never.
     void setIdleLimit(int ms);
