@@ -178,6 +178,11 @@ private Q_SLOTS:
         session.start(false, false, "--nt\n" + line + "\n" + QByteArray(99, '5') + "\n7\n");
         QTRY_VERIFY(session.device.text().endsWith("\n" + QString(99, '5') + "\n7\n"));
         QCOMPARE(session.device.text().count(answer), 1);
+        Session cut(&board);
+        cut.shell->setLineLimit(100);
+        cut.start(false, false, "--nt --user " + QByteArray(100, 'x') + "\n5\n");
+        QTRY_VERIFY(!cut.shell);
+        QCOMPARE(cut.device.text(), QString("Error : input is longer than 100 bytes\n"));
     }
 
     void backgroundJobs()
