@@ -12,25 +12,11 @@ const int metaType = [] {
     return qRegisterMetaType<ZELArguments>("ZELArguments");
 }();
 
-void increment(ZELArgumentsPrivate *d)
-{
-    ZELCriticalSection section;
-    std::lock_guard<std::mutex> lock(d->mutex);
-    ++d->refCount;
-}
-
 // Apart from the raise, so that nothing of it is on the stack when that jumps.
 Exception *errorAt(const ZELArgumentsPrivate &record, const char *what, const char *file, int line)
 {
     const QByteArray where = (record.execPath + QLatin1Char('/') + record.execName).toLatin1();
     return new Exception(where.constData(), what, file, line);
-}
-
-bool decrement(ZELArgumentsPrivate *d)
-{
-    ZELCriticalSection section;
-    std::lock_guard<std::mutex> lock(d->mutex);
-    return --d->refCount == 0;
 }
 } // namespace
 
@@ -81,7 +67,7 @@ ZELArguments ZELArgumentsPrivate::handle(ZELArgumentsPrivate *record)
 ZELArguments::ZELArguments(ZELArgumentsPrivate *record)
     : d(record)
 {
-    increment(d);
+    ++d->refCount;
 }
 
 ZELArguments::ZELArguments()
@@ -103,14 +89,14 @@ ZELArguments::ZELArguments(ZELShellBase *shell, const QString &line, QStringList
 ZELArguments::ZELArguments(const ZELArguments &other)
     : d(other.d)
 {
-    increment(d);
+    ++d->refCount;
 }
 
 ZELArguments &ZELArguments::operator=(const ZELArguments &other)
 {
     if (d == other.d)
         return *this;
-    increment(other.d);
+    ++other.d->refCount;
     release();
     d = other.d;
     return *this;
@@ -123,7 +109,7 @@ ZELArguments::~ZELArguments()
 
 void ZELArguments::release()
 {
-    if (decrement(d))
+    if (--d->refCount == 0)
         delete d;
 }
 

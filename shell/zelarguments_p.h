@@ -4,7 +4,7 @@
 
 #include "zelarguments.h"
 #include "zellife_p.h"
-#include <mutex>
+#include <atomic>
 
 /// One execution's record; see ZELArguments for what the fields mean.
 class ZELArgumentsPrivate
@@ -53,8 +53,7 @@ public:
     /// The text or packet that completes the statement has been written.
     bool answered = false;
     Protocl_Set_Type protocol;
-    std::mutex mutex; ///< guards refCount only
-    int refCount = 1;
+    std::atomic<int> refCount{1}; ///< handles on this record, which any thread may copy and destroy
 
 private:
     static ZELLife<ZELShellBase>::Ref refOf(ZELShellBase *shell);

@@ -9,6 +9,7 @@
 #include <utility>
 
 class QThread;
+class ZELSemaphore;
 
 /**
  * What the signal handlers know of their thread. Plain data in the initial-exec model, so that reaching it in a
@@ -28,6 +29,7 @@ struct ZELThreadFaults
     sigjmp_buf *attempt; ///< where a fault of the handler itself returns to
     sigjmp_buf *stop; ///< where a system call inside a critical section is left for, when there is a kill or limit
     quintptr stopStack; ///< of the function that keeps that
+    ZELSemaphore *wakeUp; ///< what a wait inside a critical section waits for, posted when there is a kill or limit
     void *context; ///< where the signal under way interrupted the thread
     siginfo_t *signalInfo;
     long long waitingSince; ///< monotonic ms of the first attempt to take what is pending, 0 for none
@@ -92,6 +94,8 @@ bool zelStopWanted();
 /// call(argument), one system call with nothing to undo, in a critical section; false when a kill or time limit came
 /// before it or ended it. How far it got is not known then.
 bool zelInterruptibly(void (*call)(void *), void *argument);
+/// Waits inside a critical section; false when the thread is to be stopped. What it waits for may still come.
+bool zelWaitInterruptibly(ZELSemaphore &semaphore);
 
 /// Opens frame, runs call(argument), closes it.
 int zelGuardCall(ExceptionHelp *frame, void (*call)(void *), void *argument);

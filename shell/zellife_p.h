@@ -59,7 +59,8 @@ public:
                 *mine = users.back();
                 users.pop_back();
             }
-            m_state->freed.notify_all();
+            if (!m_state->object) // end() waits
+                m_state->freed.notify_all();
         }
         explicit operator bool() const { return m_object != nullptr; }
         T *operator->() const { return m_object; }

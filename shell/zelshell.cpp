@@ -10,6 +10,7 @@
 #include "zeluser.h"
 
 #include <QDebug>
+#include <QLoggingCategory>
 
 namespace {
 
@@ -80,7 +81,10 @@ void ZELShellPrivate::setSessionUuid(const QUuid &id)
 void ZELShellPrivate::log(const QString &line)
 {
     ZELCriticalSection section;
-    qDebug().noquote() << line;
+    // What qDebug() does, without a text stream for each line.
+    const QLoggingCategory *const category = QLoggingCategory::defaultCategory();
+    if (category->isDebugEnabled())
+        qt_message_output(QtDebugMsg, QMessageLogContext(nullptr, 0, nullptr, category->categoryName()), line);
 }
 
 void ZELShellPrivate::emitProcessReceived()

@@ -77,6 +77,7 @@ public:
     };
     Outcome runCommand(ZELArguments &args);
     /// False when the command runs already and may not run twice.
+    class CommandWatcher;
     bool runPinned(ZELShellCommandPin &pin, const ZELArguments &args);
     bool answerHelp(ZELArguments &args);
     /// Whether the host lets this remote session run what the record names.

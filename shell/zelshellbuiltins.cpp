@@ -3,6 +3,7 @@
 #include "zelcatch.h"
 #include "zelshell_p.h"
 #include "zelshellcommand.h"
+#include "zelshellcommand_p.h"
 #include "zelshellcommandtree_p.h"
 #include "zelshellexpansion_p.h"
 #include "zelshellreply_p.h"
@@ -172,7 +173,7 @@ bool isOpen(ZELShellPrivate &session, ZELArguments &args)
     const QString name = args.getExecName();
     if (name == QLatin1String("quit"))
         return true;
-    if (name == QLatin1String("sys") && !session.isMain && !session.server->settings().remoteSys)
+    if (name == QLatin1String("sys") && !session.isMain && !session.server->settings()->remoteSys)
         return false;
     return session.isPermitted(args);
 }
@@ -247,23 +248,38 @@ ZELShellPrivate::Outcome ZELShellPrivate::runCommand(ZELArguments &args)
     return Outcome::Answered;
 }
 
+/// Keeps the session's list of running commands. Weak: what a kill leaves behind on the stack must not keep the
+/// session, whose owner is further out.
+class ZELShellPrivate::CommandWatcher : public ZELCommandWatcher
+{
+public:
+    CommandWatcher(std::weak_ptr<ZELShellPrivate> session, const ZELArguments &args)
+        : m_session(std::move(session))
+        , m_args(args)
+    {
+    }
+    void started() override { m_label = m_session.lock()->running.take(m_args.getExecName()); }
+    void ended() override { m_session.lock()->running.drop(m_label); }
+    void abandoned() override { m_session.lock()->answerKilled(m_args); }
+
+private:
+    const std::weak_ptr<ZELShellPrivate> m_session;
+    const ZELArguments m_args;
+    QString m_label;
+};
+
 bool ZELShellPrivate::runPinned(ZELShellCommandPin &pin, const ZELArguments &args)
 {
-    // Weak: what a kill leaves behind on the stack must not keep the session. Its owner is further out.
-    const auto session = weak_from_this();
-    const auto label = std::make_shared<QString>();
-    const auto started = [session, args, label] { *label = session.lock()->running.take(args.getExecName()); };
-    const auto ended = [session, label] { session.lock()->running.drop(*label); };
-    return pin.execute(args, started, ended, [session, args] { session.lock()->answerKilled(args); });
+    return pin.execute(args, std::make_shared<CommandWatcher>(weak_from_this(), args));
 }
 
 bool ZELShellPrivate::isPermitted(ZELArguments &args)
 {
-    const auto permission = isMain ? nullptr : server->settings().permission;
-    if (!permission)
+    const auto settings = server->settings();
+    if (isMain || !settings->permission)
         return true;
     bool permitted = false;
-    callGuarded([&](const ZELArguments &record) { permitted = permission(record); }, args);
+    callGuarded([&](const ZELArguments &record) { permitted = settings->permission(record); }, args);
     return permitted;
 }
 
@@ -275,15 +291,15 @@ void ZELShellPrivate::refuse(const ZELArguments &args)
 
 bool ZELShellPrivate::answerHelp(ZELArguments &args)
 {
-    const ZELShellSettings settings = server->settings();
-    if (!settings.help)
+    const auto settings = server->settings();
+    if (!settings->help)
         return false;
     if (args.containsOpt(QStringLiteral("-h")) || args.containsOpt(QStringLiteral("--help")))
-        callGuarded(settings.help, args);
+        callGuarded(settings->help, args);
     else if (!args.containsOpt(QStringLiteral("--weakup")))
         return false;
-    else if (settings.weakup)
-        callGuarded(settings.weakup, args);
+    else if (settings->weakup)
+        callGuarded(settings->weakup, args);
     return true;
 }
 

@@ -93,9 +93,9 @@ public:
             ++m_d->running;
         else if (!m_d->running.compare_exchange_strong(idle, 1))
             return false;
-        m_counted = m_begun = true;
-        if (m_run.started)
-            m_run.started();
+        m_counted = m_open = m_begun = true;
+        if (m_run.watcher)
+            m_run.watcher->started();
         return true;
     }
 
@@ -104,16 +104,16 @@ public:
         ZELCriticalSection section;
         if (std::exchange(m_counted, false))
             --m_d->running;
-        if (m_begun && m_run.ended)
-            std::exchange(m_run.ended, nullptr)();
+        if (std::exchange(m_open, false) && m_run.watcher)
+            m_run.watcher->ended();
         ZELShellCommandTreePrivate::drop(std::exchange(m_run.node, nullptr));
     }
 
     void abandon()
     {
         end();
-        if (m_run.abandoned)
-            m_run.abandoned();
+        if (m_run.watcher)
+            m_run.watcher->abandoned();
     }
 
     bool hasBegun() const { return m_begun; }
@@ -122,7 +122,21 @@ private:
     ZELShellCommandPrivate *const m_d;
     Run m_run;
     bool m_counted = false;
+    bool m_open = false; ///< started and not ended
     bool m_begun = false;
+};
+
+class AbandonWatcher : public ZELCommandWatcher
+{
+public:
+    explicit AbandonWatcher(std::function<void()> action)
+        : m_action(std::move(action))
+    {
+    }
+    void abandoned() override { m_action(); }
+
+private:
+    const std::function<void()> m_action;
 };
 
 void fail(const ZELArguments &args, const Exception &exception)
@@ -200,7 +214,8 @@ void ZELShellCommand::doExecute(ZELArguments args)
 void ZELShellCommand::doExecute(ZELArguments args, std::function<void()> abandoned)
 {
     Run run;
-    run.abandoned = std::move(abandoned);
+    if (abandoned)
+        run.watcher = std::make_shared<AbandonWatcher>(std::move(abandoned));
     d->execute(this, args, std::move(run));
 }
 

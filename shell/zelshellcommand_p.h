@@ -12,17 +12,24 @@
 
 class ZELShellCommandTree;
 
+/// Who is told of an execution, whichever way it ends; in critical sections, so briefly.
+class ZELCommandWatcher
+{
+public:
+    virtual ~ZELCommandWatcher() = default;
+    virtual void started() { } ///< before the command, inside its frame
+    virtual void ended() { } ///< once after started(), also when a kill jumps over the call
+    virtual void abandoned() { } ///< after that, in the case of a kill only
+};
+
 class ZELShellCommandPrivate
 {
 public:
-    /// Who has to be told when an execution is over, whichever way it ended.
     struct Run
     {
         ZELShellCommandTree *node = nullptr; ///< a hold on the command's leaf, given back at the end; may be null
         bool always = true; ///< start also when the command is running and does not allow several executions
-        std::function<void()> started;
-        std::function<void()> ended; ///< only after started
-        std::function<void()> abandoned; ///< a kill jumps over the call
+        std::shared_ptr<ZELCommandWatcher> watcher; ///< may be null
     };
 
     static ZELShellCommandPrivate *get(ZELShellCommand *command) { return command->d.get(); }

@@ -144,8 +144,7 @@ ZELShellCommand *ZELShellCommandPin::command() const
     return m_node ? m_node->Command() : nullptr;
 }
 
-bool ZELShellCommandPin::execute(const ZELArguments &args, std::function<void()> started, std::function<void()> ended,
-    std::function<void()> abandoned)
+bool ZELShellCommandPin::execute(const ZELArguments &args, std::shared_ptr<ZELCommandWatcher> watcher)
 {
     ZELShellCommand *bound = command();
     if (!bound)
@@ -153,9 +152,7 @@ bool ZELShellCommandPin::execute(const ZELArguments &args, std::function<void()>
     ZELShellCommandPrivate::Run run;
     run.node = std::exchange(m_node, nullptr);
     run.always = false;
-    run.started = std::move(started);
-    run.ended = std::move(ended);
-    run.abandoned = std::move(abandoned);
+    run.watcher = std::move(watcher);
     return ZELShellCommandPrivate::get(bound)->execute(bound, args, std::move(run));
 }
 

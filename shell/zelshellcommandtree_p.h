@@ -8,10 +8,11 @@
 #include <QStringList>
 #include <QVector>
 #include <atomic>
-#include <functional>
+#include <memory>
 #include <utility>
 
 class ZELArguments;
+class ZELCommandWatcher;
 class ZELShellCommand;
 
 /// One line of a directory listing.
@@ -31,7 +32,7 @@ struct ZELShellCommandEntry
  *     auto pin = ZELShellCommandPin::walk(directory, pieces);
  *     if (!pin.command())
  *         return false;                              // no such command
- *     if (!pin.execute(args, [=] { addLabel(); }, [=] { removeLabel(); }))
+ *     if (!pin.execute(args, std::make_shared<LabelKeeper>(labels)))
  *         return locked();                           // runs already, and may not run twice
  */
 class ZELShellCommandPin
@@ -63,12 +64,9 @@ public:
     /**
      * Runs the command and gives the node up; the pin is empty afterwards. False, with nothing called, when there is no
      * command or it is running and does not allow several executions at once; looking and starting are one step.
-     * `started` is called before the command, inside its frame; `ended` once after it, however the command ended, also
-     * when a kill jumps over this call, which then never returns. Both run in critical sections: keep them short.
-     * `abandoned` follows in the case of a kill only.
+     * A kill may jump over this call, which then never returns; the watcher is told.
      */
-    bool execute(const ZELArguments &args, std::function<void()> started = {}, std::function<void()> ended = {},
-        std::function<void()> abandoned = {});
+    bool execute(const ZELArguments &args, std::shared_ptr<ZELCommandWatcher> watcher = {});
     /// Gives the node up.
     void release();
 

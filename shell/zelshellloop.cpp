@@ -9,20 +9,25 @@
 #include "zeluser.h"
 
 #include <QDebug>
+#include <QStringBuilder>
 
 namespace {
 
 const int loggedLength = 500;
 
 /// A field of the connection description, "Name=value;Name=value;".
-QString field(const QString &description, const QString &name)
+QStringRef field(const QString &description, QLatin1String name)
 {
-    const QString key = name + QLatin1Char('=');
-    for (const QString &part : description.split(QLatin1Char(';'))) {
-        if (part.startsWith(key))
-            return part.mid(key.size());
+    for (int start = 0; start < description.size();) {
+        int end = description.indexOf(QLatin1Char(';'), start);
+        if (end < 0)
+            end = description.size();
+        const QStringRef part = description.midRef(start, end - start);
+        if (part.startsWith(name))
+            return part.mid(name.size());
+        start = end + 1;
     }
-    return QString();
+    return QStringRef();
 }
 
 QString line(const QString &text)
@@ -113,14 +118,14 @@ bool ZELShellLoop::handshake()
     if (m_session.lineLimit != 0 && hello->size() > m_session.lineLimit)
         return turnAway(tooLong());
     const ZELArguments args(nullptr, QLatin1String("ZELShell ") + zelTextOf(*hello));
-    const ZELShellSettings settings = m_session.server->settings();
+    const auto settings = m_session.server->settings();
     ZELShellPrivate::log(QLatin1String("================ get input =[")
-        + (settings.passwordHidden ? withoutPassword(args) : args.ToString(QStringLiteral(" "))) + QLatin1Char(']'));
+        + (settings->passwordHidden ? withoutPassword(args) : args.ToString(QStringLiteral(" "))) + QLatin1Char(']'));
     if (args.containsOpt(QStringLiteral("--nt")))
         m_session.noTerminal = true;
     m_session.output.setColumns(args.getOptFromString(QStringLiteral("--columns")).toInt());
-    login(args, settings);
-    if (!settings.loginRequired || ZELUser::getUser(m_session.sessionUuid()).isLogin())
+    login(args, *settings);
+    if (!settings->loginRequired || ZELUser::getUser(m_session.sessionUuid()).isLogin())
         return true;
     return turnAway(QStringLiteral("Error : login required"));
 }
@@ -342,11 +347,10 @@ bool ZELShellLoop::takeTypedInterrupt()
 void ZELShellLoop::logStatement(const QString &statement)
 {
     const QString description = m_session.text(&ZELShellPrivate::description);
-    const QString shown
-        = statement.size() > loggedLength ? statement.left(loggedLength) + QLatin1String("...") : statement;
-    ZELShellPrivate::log(QLatin1Char('[') + field(description, QStringLiteral("PeerName")) + QLatin1Char(':')
-        + field(description, QStringLiteral("PeerAddress")) + QLatin1String("] input command [") + shown
-        + QLatin1Char(']'));
+    const bool isLong = statement.size() > loggedLength;
+    ZELShellPrivate::log(QLatin1Char('[') % field(description, QLatin1String("PeerName=")) % QLatin1Char(':')
+        % field(description, QLatin1String("PeerAddress=")) % QLatin1String("] input command [")
+        % statement.leftRef(loggedLength) % QLatin1String(isLong ? "...]" : "]"));
 }
 
 void ZELShellLoop::completeWord()

@@ -59,13 +59,16 @@ QByteArray filled(const QStringList &values, const QString &body)
 /// The same for values without placeholders, in one buffer.
 QByteArray joined(const QStringList &values, const QByteArray &body)
 {
+    const QByteArray tail = endMarker + lineEnd;
     static const char *const names[] = {"ZEL_SHELL_PACKET_START ", "\r\nAccept: ", "\r\nState: ",
         "\r\nContent-Length: ", "\r\nHost: ", "\r\nPATH: ", "\r\nEncode: ", "\r\nReturnType: ", "\r\nReturn: "};
-    QByteArray packet;
-    packet.reserve(320 + body.size());
+    QString head;
+    head.reserve(320);
     for (int i = 0; i < values.size(); ++i)
-        packet.append(names[i]).append(values[i].toUtf8());
-    return packet.append("\r\n\r\n").append(body).append("ZEL_SHELL_PACKET_END\r\n");
+        head.append(QLatin1String(names[i])).append(values[i]);
+    QByteArray packet = head.append(QLatin1String("\r\n\r\n")).toUtf8();
+    packet.reserve(packet.size() + body.size() + tail.size());
+    return packet.append(body).append(tail);
 }
 
 /// What is still unread of a packet while its head is taken apart.

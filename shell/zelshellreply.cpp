@@ -20,8 +20,9 @@ QString withoutLineEnd(QString text)
 
 QString zelTextOf(const QByteArray &bytes)
 {
+    static const QTextCodec *const utf8 = QTextCodec::codecForName("UTF-8"); // looking it up takes a lock
     QTextCodec::ConverterState state;
-    const QString text = QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
+    const QString text = utf8->toUnicode(bytes.constData(), bytes.size(), &state);
     return state.invalidChars || state.remainingChars ? QString::fromLatin1(bytes.constData(), bytes.size()) : text;
 }
 

@@ -31,7 +31,7 @@ void ZELShellServerState::setCurrent(const std::shared_ptr<ZELShellServerState> 
     currentState = state;
 }
 
-ZELShellSettings ZELShellServerState::settings() const
+std::shared_ptr<const ZELShellSettings> ZELShellServerState::settings() const
 {
     const ZELServerLock locked(m_mutex);
     return m_settings;
@@ -40,7 +40,9 @@ ZELShellSettings ZELShellServerState::settings() const
 void ZELShellServerState::change(const std::function<void(ZELShellSettings &)> &change)
 {
     const ZELServerLock locked(m_mutex);
-    change(m_settings);
+    auto changed = std::make_shared<ZELShellSettings>(*m_settings);
+    change(*changed);
+    m_settings = std::move(changed);
 }
 
 void ZELShellServer::setShellCachePath(const QString &path)

@@ -35,7 +35,7 @@ struct ZELShellSettings
  *
  * Held by std::shared_ptr by the server, every shell and everybody who walks the trees; the last holder deletes the
  * trees, on whatever thread that is.
- * Threads: any. The roots never change; the settings are copied under a lock.
+ * Threads: any. The roots never change; the settings are replaced whole, and whoever has got them keeps what they were.
  */
 class ZELShellServerState
 {
@@ -51,10 +51,10 @@ public:
     ZELShellCommandTree *systemRoot() const { return m_systemRoot.get(); }
     ZELShellCommandTree *mainRoot() const { return m_mainRoot.get(); }
 
-    ZELShellSettings settings() const;
-    std::function<void(ZELArguments)> helpFunction() const { return settings().help; }
-    std::function<void(ZELArguments)> weakupFunction() const { return settings().weakup; }
-    /// Calls `change` with the settings, under the lock.
+    std::shared_ptr<const ZELShellSettings> settings() const;
+    std::function<void(ZELArguments)> helpFunction() const { return settings()->help; }
+    std::function<void(ZELArguments)> weakupFunction() const { return settings()->weakup; }
+    /// Calls `change` with a copy that takes the settings' place, under the lock.
     void change(const std::function<void(ZELShellSettings &)> &change);
 
     std::recursive_mutex registration; ///< held by one registration at a time, never while a tree is read
@@ -66,7 +66,7 @@ private:
     const std::unique_ptr<ZELShellCommandTree> m_systemRoot;
     const std::unique_ptr<ZELShellCommandTree> m_mainRoot;
     mutable std::mutex m_mutex;
-    ZELShellSettings m_settings;
+    std::shared_ptr<const ZELShellSettings> m_settings = std::make_shared<ZELShellSettings>();
 };
 
 /// A lock that a kill waits for.

@@ -42,13 +42,13 @@ ZELShellServerPrivate::~ZELShellServerPrivate()
 
 void ZELShellServerPrivate::configure(ZELShell *shell, bool remote) const
 {
-    const ZELShellSettings settings = state->settings();
-    shell->setInterruptible(settings.interruptible);
-    shell->setUtf8Editing(settings.utf8Editing);
+    const auto settings = state->settings();
+    shell->setInterruptible(settings->interruptible);
+    shell->setUtf8Editing(settings->utf8Editing);
     if (!remote)
         return;
-    shell->setLineLimit(settings.lineLimit);
-    shell->setIdleLimit(settings.idleLimit);
+    shell->setLineLimit(settings->lineLimit);
+    shell->setIdleLimit(settings->idleLimit);
     const ZELServerLock locked(mutex);
     shell->setDatabase(database);
 }

@@ -3,6 +3,7 @@
 #include "zelfault.h"
 #include "zelguard_p.h"
 #include "zelresolver_p.h"
+#include "zelsemaphore_p.h"
 #include "zelsignals_p.h"
 
 #include <QCoreApplication>
@@ -300,6 +301,8 @@ void zelTakeWhereSafe()
     ExceptionHelp *target = kill ? zelKillTarget() : zelLimitTarget();
     if (self.critical && target && self.stop)
         leaveCall();
+    if (self.critical && target && self.wakeUp)
+        self.wakeUp->post();
     if (self.critical || !target)
         return; // the end of the section, or of the event loop, takes it
     if (signalsComeLate || mayLeave(target))
@@ -331,6 +334,19 @@ bool zelStopWanted()
     }
     self.stop = nullptr;
     return first && !zelStopWanted();
+}
+
+bool zelWaitInterruptibly(ZELSemaphore &semaphore)
+{
+    ZELThreadFaults &self = zelThreadFaults;
+    self.wakeUp = &semaphore;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    const bool wait = !zelStopWanted();
+    if (wait)
+        semaphore.wait();
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    self.wakeUp = nullptr;
+    return wait;
 }
 
 static bool prepareOnce()

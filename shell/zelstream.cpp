@@ -3,11 +3,12 @@
 
 #include "zelguard_p.h"
 #include "zeliodevice_p.h"
+#include "zelsemaphore_p.h"
 
 #include <QDebug>
 #include <QThread>
-#include <chrono>
-#include <condition_variable>
+#include <algorithm>
+#include <atomic>
 #include <deque>
 #include <mutex>
 
@@ -23,10 +24,17 @@ struct Job
         , isText(true)
     {
     }
+    void settle(int end)
+    {
+        state = end;
+        settled.post();
+    }
     QByteArray bytes;
     QString text;
     bool isText = false;
-    bool done = false;
+    enum { Waiting, Written, LetGo };
+    std::atomic<int> state{Waiting};
+    ZELSemaphore settled; ///< posted when the state changes
 };
 
 template <class Data>
@@ -41,18 +49,13 @@ void logDropped(const Data &data)
 class ZELStreamPrivate
 {
 public:
-    bool isClosed()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return closed;
-    }
     void bind(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self);
     void followThread(ZELStream *q, QThread *thread, const std::shared_ptr<ZELStreamPrivate> &self);
-    void end(bool ZELStreamPrivate::*reason);
+    void end(std::atomic<bool> ZELStreamPrivate::*reason);
     bool waitsForThread(const ZELStream *q) const;
     bool hand(ZELStream *q, const std::shared_ptr<Job> &job);
     std::shared_ptr<Job> takeJob();
-    void settle(Job &job);
+    void settle(const std::shared_ptr<Job> &job);
     template <class Data>
     void write(ZELStream *q, const Data &data);
     template <class Data>
@@ -65,11 +68,11 @@ public:
     QMetaObject::Connection threadEnd;
 
     std::mutex mutex; ///< guards the rest
-    std::condition_variable settled;
     std::deque<std::shared_ptr<Job>> jobs;
+    std::shared_ptr<Job> writing; ///< taken from the jobs and not settled
     bool posted = false; ///< writeQueued() is under way to the device's thread
-    bool closed = false;
-    bool threadEnded = false;
+    std::atomic<bool> closed{false}; ///< set under the mutex
+    std::atomic<bool> threadEnded{false};
 };
 
 void ZELStreamPrivate::bind(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self)
@@ -97,13 +100,16 @@ void ZELStreamPrivate::followThread(ZELStream *q, QThread *thread, const std::sh
         ended();
 }
 
-void ZELStreamPrivate::end(bool ZELStreamPrivate::*reason)
+void ZELStreamPrivate::end(std::atomic<bool> ZELStreamPrivate::*reason)
 {
     ZELCriticalSection section;
     std::lock_guard<std::mutex> lock(mutex);
     this->*reason = true;
+    if (writing)
+        jobs.push_back(std::move(writing));
+    for (const auto &job : jobs)
+        job->settle(Job::LetGo);
     jobs.clear();
-    settled.notify_all();
 }
 
 bool ZELStreamPrivate::waitsForThread(const ZELStream *q) const
@@ -116,42 +122,45 @@ bool ZELStreamPrivate::waitsForThread(const ZELStream *q) const
 // is to be stopped: it leaves the job behind, to be done in its turn.
 bool ZELStreamPrivate::hand(ZELStream *q, const std::shared_ptr<Job> &job)
 {
-    std::unique_lock<std::mutex> lock(mutex);
-    if (!closed && !threadEnded) {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (closed || threadEnded)
+            return false;
         jobs.push_back(job);
         // Posted under the lock that the end of the thread takes: its dispatcher must still be there.
         if (!std::exchange(posted, true))
             QMetaObject::invokeMethod(q, "writeQueued", Qt::QueuedConnection);
     }
-    while (!job->done && !closed && !threadEnded) {
-        if (settled.wait_for(lock, std::chrono::milliseconds(20)) == std::cv_status::timeout && zelStopWanted())
+    while (job->state == Job::Waiting) {
+        if (!zelWaitInterruptibly(job->settled))
             return true;
     }
-    return job->done;
+    return job->state == Job::Written;
 }
 
 std::shared_ptr<Job> ZELStreamPrivate::takeJob()
 {
     ZELCriticalSection section;
     std::lock_guard<std::mutex> lock(mutex);
-    std::shared_ptr<Job> job;
     if (jobs.empty()) {
         posted = false;
-    } else {
-        job = jobs.front();
-        jobs.pop_front();
+        return nullptr;
     }
-    return job;
+    writing = std::move(jobs.front());
+    jobs.pop_front();
+    return writing;
 }
 
-void ZELStreamPrivate::settle(Job &job)
+void ZELStreamPrivate::settle(const std::shared_ptr<Job> &job)
 {
     ZELCriticalSection section;
     {
         std::lock_guard<std::mutex> lock(mutex);
-        job.done = true;
+        if (writing != job) // its writer was let go
+            return;
+        writing.reset();
     }
-    settled.notify_all(); // without the lock, which the writer would run into
+    job->settle(Job::Written); // without the lock, which the writer's next job would run into
 }
 
 template <class Data>
@@ -161,7 +170,7 @@ void ZELStreamPrivate::write(ZELStream *q, const Data &data)
         return;
     // A kill between handing over and being told would leave the writer's place in the wait behind.
     ZELCriticalSection section;
-    if (isClosed())
+    if (closed)
         logDropped(data);
     else if (!waitsForThread(q))
         q->write_(data);
@@ -255,7 +264,7 @@ void ZELStream::write(QString data)
 bool ZELStream::IsOpen()
 {
     ZELCriticalSection section;
-    return !d->isClosed() && d->deviceRef.peek();
+    return !d->closed && d->deviceRef.peek();
 }
 
 ZELIODevice *ZELStream::getDevice()
@@ -285,7 +294,7 @@ void ZELStream::writeQueued()
             write_(job->text);
         else
             write_(job->bytes);
-        shared->settle(*job);
+        shared->settle(job);
         if (!ref.peek())
             return;
     }

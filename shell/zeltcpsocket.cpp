@@ -3,6 +3,7 @@
 
 #include "zeleventdispatcher_p.h"
 #include "zelguard_p.h"
+#include "zelsemaphore_p.h"
 #include "zelstream.h"
 #include "zelthread.h"
 #include "zeltsan_p.h"
@@ -18,7 +19,6 @@
 #include <cerrno>
 #include <mutex>
 #include <poll.h>
-#include <semaphore.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -40,6 +40,29 @@ qint64 sendNow(qintptr descriptor, const QByteArray &data)
         ssize_t(0), send(int(descriptor), data.constData(), size_t(data.size()), MSG_DONTWAIT | MSG_NOSIGNAL));
 }
 
+/// What one recv(2) gives, appended up to the limit. Most of what people and programs send fits a line, for which
+/// asking first what is there would be a system call too many.
+ssize_t receiveInto(int descriptor, QByteArray &to, int limit)
+{
+    char line[512];
+    const int before = to.size();
+    const ssize_t head = recv(descriptor, line, size_t(std::min(int(sizeof line), limit - before)), MSG_DONTWAIT);
+    if (head <= 0)
+        return head;
+    to.append(line, int(head));
+    int pending = 0;
+    if (head == sizeof line)
+        ioctl(descriptor, FIONREAD, &pending);
+    pending = std::min(pending, limit - to.size());
+    if (pending <= 0)
+        return head;
+    const int at = to.size();
+    to.resize(at + pending);
+    const ssize_t rest = recv(descriptor, to.data() + at, size_t(pending), MSG_DONTWAIT);
+    to.resize(at + std::max(0, int(rest)));
+    return head;
+}
+
 /// Throws away what the peer still sends: closing with input unread would reset the connection, and the peer could
 /// lose the last answer.
 void drain(qintptr descriptor, const QElapsedTimer &since)
@@ -58,19 +81,6 @@ void drain(qintptr descriptor, const QElapsedTimer &since)
 class ZELTcpSocketPrivate
 {
 public:
-    ZELTcpSocketPrivate() { sem_init(&arrived, 0, 0); }
-    ~ZELTcpSocketPrivate() { sem_destroy(&arrived); }
-
-    /// After the mutex was let go, so that the reader need not wait for it. One token is enough: readers look at the
-    /// buffer before they wait.
-    void wakeReader()
-    {
-        int tokens = 0;
-        sem_getvalue(&arrived, &tokens);
-        if (tokens == 0)
-            sem_post(&arrived);
-    }
-
     std::atomic<qintptr> descriptor{-1};
     ZELThread *thread = nullptr;
     ZELStream *stream = nullptr;
@@ -82,8 +92,7 @@ public:
     std::atomic<bool> valid{false};
     std::atomic<bool> closed{false};
 
-    // A semaphore and not a wait condition, since a kill may jump out of waiting for it at any time.
-    sem_t arrived;
+    ZELSemaphore arrived; ///< posted when the mutex was let go, so that the reader need not wait for it
     mutable std::mutex mutex; ///< guards the rest
     QByteArray received;
     bool paused = false; ///< receive() left bytes behind for want of room
@@ -244,23 +253,17 @@ bool ZELTcpSocket::takeArrived()
     {
         ZELCriticalSection section;
         std::lock_guard<std::mutex> lock(d->mutex);
-        const int before = d->received.size();
-        d->paused = before >= MaxUnread;
+        d->paused = d->received.size() >= MaxUnread;
         if (d->paused) {
             d->arrival->setEnabled(false);
             return true;
         }
-        int pending = 0;
-        ioctl(int(d->descriptor), FIONREAD, &pending);
-        d->received.resize(before + qBound(1, pending, MaxUnread - before));
-        count
-            = recv(int(d->descriptor), d->received.data() + before, size_t(d->received.size() - before), MSG_DONTWAIT);
+        count = receiveInto(int(d->descriptor), d->received, MaxUnread);
         const int error = errno;
-        d->received.resize(before + std::max(0, int(count)));
         if (count <= 0)
             return count < 0 && (error == EAGAIN || error == EINTR);
     }
-    d->wakeReader();
+    d->arrived.postOne();
     callReadyReadHook();
     return true;
 }
@@ -286,7 +289,7 @@ void ZELTcpSocket::receive()
         d->received += QIODevice::read(std::min(room, bytesAvailable()));
         d->paused = bytesAvailable() > 0;
     }
-    d->wakeReader();
+    d->arrived.postOne();
     callReadyReadHook();
 }
 
@@ -314,12 +317,12 @@ QByteArray ZELTcpSocket::readAll()
             if (!d->received.isEmpty())
                 return std::exchange(d->received, QByteArray());
             if (d->closed) {
-                d->wakeReader(); // for the next one
+                d->arrived.postOne(); // for the next one
                 return QByteArray();
             }
         }
         zelSafePoint();
-        sem_wait(&d->arrived);
+        d->arrived.wait();
     }
 }
 
@@ -364,7 +367,7 @@ bool ZELTcpSocket::beginClose()
         if (d->closed.exchange(true))
             return false;
     }
-    d->wakeReader();
+    d->arrived.postOne();
     d->valid = false;
     callCloseHook();
     return true;

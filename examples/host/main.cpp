@@ -38,9 +38,11 @@ static bool openLog(const Options &options)
     if (!options.log.isEmpty()) {
         if (!std::freopen(QFile::encodeName(options.log).constData(), "a", stderr))
             return false;
-        setvbuf(stderr, nullptr, _IOLBF, 0); // a file would be written in blocks, the port's number among them
         qputenv("QT_FORCE_STDERR_LOGGING", "1"); // without a terminal Qt may log to the system's journal
     }
+    // By lines: a file would be written in blocks, the port's number among them, and an unbuffered stream takes a
+    // buffer of 8 kB on the stack of each thread that logs.
+    setvbuf(stderr, nullptr, _IOLBF, BUFSIZ);
     if (options.terminal && isatty(STDERR_FILENO))
         QLoggingCategory::setFilterRules("default.debug=false");
     return true;
