@@ -228,13 +228,13 @@ private Q_SLOTS:
         QCOMPARE(ZELShellServer::seft, second.get());
         QCOMPARE(ZELShellServerState::current(), state);
         QVERIFY(state->helpFunction());
-        QVERIFY(state->settings().permission(ZELArguments()));
+        QVERIFY(state->settings()->permission(ZELArguments()));
         second.reset();
         QVERIFY(!ZELShellServer::seft);
         QVERIFY(ZELShellServerState::current() != state);
         QCOMPARE(state->mainRoot()->getPath(), QString("/Main"));
         QVERIFY(!state->helpFunction());
-        QVERIFY(!state->settings().permission(ZELArguments())); // the doors stay closed for shells that go on
+        QVERIFY(!state->settings()->permission(ZELArguments())); // the doors stay closed for shells that go on
     }
 
     void threadsRegisterAndRead()
