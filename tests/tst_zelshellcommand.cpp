@@ -61,6 +61,22 @@ public Q_SLOTS:
     }
 };
 
+using Action = std::function<void()>;
+
+struct Told : ZELCommandWatcher
+{
+    Told(Action first, Action second, Action third)
+        : actions{std::move(first), std::move(second), std::move(third)}
+    {
+    }
+    void started() override { tell(0); }
+    void ended() override { tell(1); }
+    void abandoned() override { tell(2); }
+    void tell(int which) { actions[which] ? actions[which]() : void(); }
+
+    const Action actions[3];
+};
+
 /// One command below the root of a tree.
 struct Single
 {
@@ -69,10 +85,10 @@ struct Single
         command->BindCommand(&board, member);
         root.insert(leaf);
     }
-    using Action = std::function<void()>;
     bool execute(const Action &started = {}, const Action &ended = {}, const Action &abandoned = {})
     {
-        return Pin::find(&root, "cmd").execute(ZELArguments(nullptr, "cmd"), started, ended, abandoned);
+        return Pin::find(&root, "cmd")
+            .execute(ZELArguments(nullptr, "cmd"), std::make_shared<Told>(started, ended, abandoned));
     }
 
     Board board;
@@ -190,7 +206,10 @@ private Q_SLOTS:
         int ended = 0;
         for (int i = 0; i < 50; ++i) {
             const ZELArguments args(nullptr, "crash");
-            QVERIFY(Pin::find(root, "crash").execute(args, {}, [&] { ++ended; }));
+            QVERIFY(Pin::find(root, "crash")
+                        .execute(args,
+                            std::make_shared<Told>(
+                                Action(), [&] { ++ended; }, Action())));
             QVERIFY(args.hasError());
         }
         QCOMPARE(ended, 50);
