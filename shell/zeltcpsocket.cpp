@@ -221,8 +221,14 @@ void ZELTcpSocket::onConnected()
     d->valid = true;
     notePeer();
     watchArrival();
-    ZEL_TSAN_RELEASE(this);
-    moveToThread(d->thread);
+    {
+        // Not into a thread that has ended meanwhile: nobody could destroy it there.
+        ZELCriticalSection section;
+        std::lock_guard<std::mutex> lock(d->mutex);
+        ZEL_TSAN_RELEASE(this);
+        if (d->working && !d->ended)
+            moveToThread(d->thread);
+    }
     qDebug() << "ZELTcpSocket connected ip=" << peerAddress().toString() << " port=" << peerPort();
 }
 
