@@ -6,6 +6,7 @@
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QSqlRecord>
 #include <QThread>
 #include <QVector>
 #include <algorithm>
@@ -127,9 +128,9 @@ public:
     void open(const QString &name, const QString &pass, const QSqlDatabase &database, bool mayCreate, const QUuid &id);
     bool createUserTable(const Access &access);
     bool login(const Access &access, bool mayCreate);
-    bool checkAccount(QSqlQuery &query);
+    bool checkAccount(const QString &storedPassword);
     bool createAccount(const Access &access, bool mayCreate);
-    bool select(QSqlQuery &query, const QString &columns);
+    bool select(const Access &access, const QString &columns, QVariantList &row);
     bool enter(const Access &access, const QUuid &id);
     void takeTerminalId(const Access &access, const QUuid &id);
     void updateLoginInfo(const Access &access);
@@ -209,28 +210,35 @@ bool ZELUserPrivate::login(const Access &access, bool mayCreate)
         return false;
     if (userName.isEmpty())
         return failLoudly(QStringLiteral("Error : user name error"));
-    QSqlQuery query = access.query();
-    if (!select(query, QStringLiteral("count(*)")))
+    QVariantList row;
+    if (!select(access, QStringLiteral("count(*)"), row))
         return false;
-    if (query.value(0).toInt() == 0)
+    if (row.first().toInt() == 0)
         return createAccount(access, mayCreate);
-    if (!select(query, QStringLiteral("*")) || !checkAccount(query))
+    if (!select(access, QStringLiteral("*"), row) || !checkAccount(row.value(3).toString()))
         return false;
-    return enter(access, query.value(1).toUuid());
+    return enter(access, row.value(1).toUuid());
 }
 
-bool ZELUserPrivate::select(QSqlQuery &query, const QString &columns)
+// The query must not outlive this: while it reads, a write of this connection fails at once when another process
+// writes, instead of waiting for its turn.
+bool ZELUserPrivate::select(const Access &access, const QString &columns, QVariantList &row)
 {
     const QString statement = QStringLiteral("select %1 from ZELUser where [UserName] == '%2'");
-    if (fitsStatement(userName) && query.exec(statement.arg(columns, userName)) && query.next())
+    QSqlQuery query = access.query();
+    if (fitsStatement(userName) && query.exec(statement.arg(columns, userName)) && query.next()) {
+        row.clear();
+        for (int column = 0; column < query.record().count(); ++column)
+            row += query.value(column);
         return true;
+    }
     debugLine(QStringLiteral("Error : Failed to select data from 'ZELUser'"), query);
     return fail(sqlExecError);
 }
 
-bool ZELUserPrivate::checkAccount(QSqlQuery &query)
+bool ZELUserPrivate::checkAccount(const QString &storedPassword)
 {
-    if (query.value(3).toString() == get(&ZELUserPrivate::password))
+    if (storedPassword == get(&ZELUserPrivate::password))
         return true;
     return failLoudly(QStringLiteral("Error : password error"));
 }

@@ -312,6 +312,14 @@ private Q_SLOTS:
         }).join();
         QVERIFY(time.isValid() && changed && !user.isLogin());
         QCOMPARE(rowOf("bob", 3), QString("other"));
+
+        // What another process writes at that moment is waited for.
+        QVERIFY(QSqlQuery(m_db).exec("begin immediate"));
+        std::thread login([&] { ZELUser("bob", "other", m_db).logout(); });
+        QTest::qWait(100);
+        QVERIFY(QSqlQuery(m_db).exec("commit"));
+        login.join();
+        QCOMPARE(snapshot()["bob_LoginInfo"].size(), 5);
         QCOMPARE(QSqlDatabase::connectionNames(), QStringList("users"));
     }
 
