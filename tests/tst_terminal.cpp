@@ -103,23 +103,6 @@ private Q_SLOTS:
         QVERIFY(host.answer("sys ls /").contains("usr\n"));
     }
 
-    void directories()
-    {
-        PlainHost host;
-        QVERIFY(host.ready);
-        QCOMPARE(
-            host.answer("ls"), QByteArray("fault      jobs       log        network    storage    system     text\n"));
-        QCOMPARE(host.answer("cd nowhere"), QByteArray("-Shell: cd: nowhere: No such file or directory\n"));
-        QCOMPARE(host.answer("cd text/", prompt("/Main/text")), QByteArray());
-        QCOMPARE(host.answer("ls", prompt("/Main/text")), QByteArray("\033[33mecho\033[0m    \033[33mping\033[0m\n"));
-        QCOMPARE(host.answer("ping", prompt("/Main/text")), QByteArray("pong\r\n"));
-        QCOMPARE(host.answer("/Main/text/ping", prompt("/Main/text")), QByteArray("pong\r\n"));
-        QCOMPARE(host.answer("cd ..;cd ..", prompt("")), QByteArray());
-        QCOMPARE(host.answer("ls", prompt("")), QByteArray("Main\n"));
-        QCOMPARE(host.answer("ping", prompt("")), error("ping"));
-        QCOMPARE(host.answer("cd", prompt()), QByteArray());
-    }
-
     void faults_data()
     {
         Table<QByteArray, QByteArray> row("line", "said");
@@ -146,32 +129,6 @@ private Q_SLOTS:
         QVERIFY(host.waitForEnd());
         QCOMPARE(host.status(), 0);
         QVERIFY(host.isRestored());
-    }
-
-    void keysOnScreen_data()
-    {
-        Table<QByteArray, QString, int> row("typed", "shown", "column");
-        // The history holds "$x = 1" and "$y = 2".
-        row("ab<left>X", "aXb", 2);
-        row("abc<left><bs>", "ac", 1);
-        row("draft<up><up><down><down>!", "draft!", 6);
-        row("\u00e4\u00f6<left><bs>o", "o\u00f6", 1);
-    }
-
-    void keysOnScreen()
-    {
-        QFETCH(QByteArray, typed);
-        QFETCH(QString, shown);
-        QFETCH(int, column);
-        ScreenHost host(80);
-        host.type("$x = 1\n$y = 2\n");
-        QVERIFY(
-            host.shows([&] { return host.screen.row(3) == "2" && host.screen.cursor() == QPoint(typedAt.size(), 4); }));
-        host.type(keys(typed));
-        QVERIFY2(host.shows([&] {
-            return host.screen.row(4) == typedAt + shown && host.screen.cursor().x() == typedAt.size() + column;
-        }),
-            qPrintable(host.screen.rows().join('\n')));
     }
 
     void completion_data()

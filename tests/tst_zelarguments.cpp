@@ -166,6 +166,9 @@ private Q_SLOTS:
         args.setReturnValue(QVariant());
         QCOMPARE(copy.getReturnValue(), QVariant(5));
         QCOMPARE(QByteArray(args), QByteArray("a c"));
+        Recorder stream;
+        ZELLogging::debug(&stream) << args << 1;
+        QCOMPARE(stream.take(), QString("\"a c\" 1\r\n"));
         QString text;
         QDebug(&text) << args << 1;
         QCOMPARE(text, QString("\"a c\" 1 "));
@@ -277,18 +280,6 @@ private Q_SLOTS:
         close(ends[0]);
         QCOMPARE(QByteArray(text, int(count)), QByteArray("Error: lost\r\n\"as any other\"\r\n"));
         QCOMPARE(args.getProtoclAccept(), QString("STREAM"));
-    }
-
-    void execl()
-    {
-        RecorderShell shell;
-        const ZELArguments args(&shell, "a b");
-        args.Execl("x %1");
-        args.Execl(QString());
-        QCOMPARE(shell.executed, (QStringList{"dostring --string x %1\n", "a b"}));
-        const ZELArguments orphan; // out here, because the jump out of the call destroys nothing
-        ZELFrame frame;
-        QVERIFY(zelGuard(frame.get(), [&] { orphan.Execl(QStringLiteral("x")); }));
     }
 
     void shellDiesWhilePrinting()

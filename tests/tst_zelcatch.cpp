@@ -164,23 +164,6 @@ private Q_SLOTS:
         QCOMPARE(outer->exception->ToString(), QStringLiteral("Thread or Process is forced exit!"));
     }
 
-    void killWaitsForCriticalSection()
-    {
-        bool sectionEnded = false, wentOn = false;
-        ZELFrame frame;
-        zelGuard(frame.get(), [&] {
-            {
-                ZELCriticalSection section;
-                QCOMPARE(frame->Kill(), 0);
-                QTest::qSleep(20);
-                sectionEnded = true;
-            }
-            wentOn = true;
-        });
-        QVERIFY(sectionEnded && !wentOn);
-        QCOMPARE(frame->state, SIGQUIT);
-    }
-
     void killWithoutFrames()
     {
         QCOMPARE(except_stack->Kill(QThread::currentThreadId()), ESRCH);

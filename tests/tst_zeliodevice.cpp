@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "fakedevice.h"
 #include "ptypair.h"
 #include "table.h"
-#include "threadeddevice.h"
+#include "threads.h"
 #include "zelcatch.h"
 #include "zelfault.h"
 #include "zeliodevice.h"
@@ -43,19 +44,14 @@ private Q_SLOTS:
     {
         const int before = ZELIODevice::Device_Table().size();
         {
-            ThreadedDevice device(nullptr);
+            FakeDevice device(nullptr);
             QVERIFY(ZELIODevice::Device_Table().contains(&device));
-            std::vector<std::thread> threads;
-            for (int i = 0; i < 4; ++i) {
-                threads.emplace_back([] {
-                    for (int j = 0; j < 500; ++j) {
-                        ThreadedDevice other(nullptr);
-                        ZELIODevice::Device_Table();
-                    }
-                });
-            }
-            for (std::thread &thread : threads)
-                thread.join();
+            Threads(4, [] {
+                for (int j = 0; j < 500; ++j) {
+                    FakeDevice other(nullptr);
+                    ZELIODevice::Device_Table();
+                }
+            }).join();
         }
         QCOMPARE(ZELIODevice::Device_Table().size(), before);
     }

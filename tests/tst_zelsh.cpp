@@ -91,28 +91,6 @@ private Q_SLOTS:
         QTEST(outcome.status, "status");
     }
 
-    void connectionTrouble_data()
-    {
-        Table<QByteArray, QString> row("answer", "message");
-        row("full", "", "connection closed by the host");
-        row("refused", "Error : login required\n", "login required");
-        row("garbage", QByteArray(100000, '\x80'), "what answers there is not a shell");
-    }
-
-    void connectionTrouble()
-    {
-        QFETCH(QByteArray, answer);
-        QFETCH(QString, message);
-        FakeHost host([&](QTcpSocket &socket) {
-            FakeHost::readLine(socket);
-            FakeHost::send(socket, answer);
-        });
-        const Outcome outcome = run({at(host), "x"});
-        QCOMPARE(QString(outcome.err), "zelsh: " + at(host) + ": " + message + '\n');
-        QCOMPARE(outcome.out, QByteArray());
-        QCOMPARE(outcome.status, 255);
-    }
-
     void usage_data()
     {
         Table<QStringList> row("arguments");
@@ -232,23 +210,6 @@ private Q_SLOTS:
         QCOMPARE(shell("echo err | " + zelsh + at(host) + " | cat"), 1);
         QCOMPARE(shell(zelsh + at(host) + " 'say 1; say 2; say 3' | true") & ~141, 0);
         QCOMPARE(shell(zelsh + at(host) + " say 1 > /dev/full"), 1);
-    }
-
-    void hostDialsOut()
-    {
-        QProcess process;
-        process.start(ZELSH, {"--listen", "127.0.0.1:0", "say", "hello"});
-        QVERIFY(process.waitForStarted());
-        process.setReadChannel(QProcess::StandardError);
-        QTRY_VERIFY_WITH_TIMEOUT(process.canReadLine() || process.waitForReadyRead(10), 10000);
-        const quint16 port = process.readLine().split(' ').last().trimmed().toUShort();
-        QTcpSocket socket;
-        socket.connectToHost(QHostAddress::LocalHost, port);
-        QVERIFY(socket.waitForConnected(5000));
-        answer(socket);
-        QVERIFY(process.waitForFinished(10000));
-        QCOMPARE(process.readAllStandardOutput(), QByteArray("hello\n"));
-        QCOMPARE(process.exitCode(), 0);
     }
 
     void session()

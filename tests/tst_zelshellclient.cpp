@@ -286,27 +286,6 @@ private Q_SLOTS:
         QVERIFY(timer.elapsed() < 5000);
     }
 
-    void terminalSession()
-    {
-        Note hello, keys;
-        FakeHost host([&](QTcpSocket &socket) {
-            hello.write(FakeHost::readLine(socket));
-            FakeHost::send(socket, FakeHost::banner() + "\033[32mprompt");
-            keys.write(FakeHost::readLine(socket));
-            FakeHost::send(socket, "ZEL_SHELL_PACKET_START\0\377");
-        });
-        ZELShellClient client;
-        Note text;
-        client.setTerminalHook([&](const QByteArray &bytes) { text.write(text.read() + bytes); });
-        Count disconnected(&client, &ZELShellClient::disconnected);
-        QVERIFY(client.connectToHost(local, host.port(), 5000));
-        QVERIFY(client.sendKeys("a\033[D\n"));
-        QTRY_COMPARE(disconnected.count(), 1);
-        QCOMPARE(hello.read(), QByteArray("\n"));
-        QCOMPARE(keys.read(), QByteArray("a\033[D\n"));
-        QCOMPARE(text.read(), QByteArray("\033[32mpromptZEL_SHELL_PACKET_START"));
-    }
-
     void closeFromAHookAndWhileConnecting()
     {
         std::atomic<bool> greets{true};

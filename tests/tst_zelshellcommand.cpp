@@ -48,7 +48,6 @@ public Q_SLOTS:
     QString text(ZELArguments args) { return args[1]; }
     QStringList list() { return {"a", "b"}; }
     Unknown unknown() { return {}; }
-    void tooMany(ZELArguments, int) { }
     void throwPointer(ZELArguments args) { args.throwError("bad", "file", 7); }
     void assertion() { zel_assert_x("f", "bad", "a", 7); }
     void standard() { throw std::runtime_error("no luck"); }
@@ -127,21 +126,6 @@ private Q_SLOTS:
         QCOMPARE(args.hasRetrunValue(), value.isValid());
         QVERIFY(!args.hasError());
         QVERIFY(!command.IsRunning());
-    }
-
-    void refusedMembers()
-    {
-        Board board;
-        ZELShellCommand command;
-        QTest::ignoreMessage(
-            QtWarningMsg, "ZELShellCommand::BindCommand: Incompatible arguments of Board::tooMany(ZELArguments, int)");
-        command.BindCommand(&board, SLOT(tooMany(ZELArguments, int)));
-        QTest::ignoreMessage(QtWarningMsg, "ZELShellCommand::BindCommand: invalid null parameter");
-        command.BindCommand(&board, nullptr);
-        QVERIFY(!command.isBound());
-        const ZELArguments args(nullptr, "cmd");
-        command.doExecute(args); // nothing to call is no error
-        QVERIFY(!args.hasError() && !args.hasRetrunValue());
     }
 
     void bindings()
@@ -250,18 +234,6 @@ private Q_SLOTS:
             threads.join();
             QCOMPARE(ran.load(), 1);
         }
-    }
-
-    void timeLimit()
-    {
-        Board board;
-        ZELShellCommand command;
-        command.BindCommand(&board, SLOT(wait()));
-        const ZELArguments args(nullptr, "wait");
-        command.setTimeLimit(30);
-        command.doExecute(args);
-        QCOMPARE(args.getErrorString(), QString("EXECUTE_ERROR :Application Timerout,Max time is 30"));
-        QVERIFY(!command.IsRunning());
     }
 
     void killGivesEverythingBack()

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "table.h"
+#include "threads.h"
 #include "zelshellcommand.h"
 #include "zelshellcommandtree_p.h"
 
 #include <QPointer>
 #include <QtTest>
 #include <atomic>
-#include <thread>
 
 using Node = ZELShellCommandTree;
 using Pin = ZELShellCommandPin;
@@ -124,35 +124,26 @@ private Q_SLOTS:
         auto *net = new Node("net", nullptr, &root);
         root.insert(net);
         std::atomic<bool> stop{false};
-        std::atomic<int> found{0};
-        std::vector<std::thread> threads;
-        for (int reader = 0; reader < 3; ++reader) {
-            threads.emplace_back([&] {
-                while (!stop) {
-                    const Pin pin = Pin::walk(&root, {"net", "ping"});
-                    if (pin && pin.node()->getPath() == "/Main/net/ping" && !pin.command()->IsRunning())
-                        ++found;
-                    ZELShellCommandTreePrivate::snapshot(net);
-                }
-            });
-        }
-        for (int writer = 0; writer < 2; ++writer) {
-            threads.emplace_back([&, writer] {
-                for (int i = 0; i < 2000; ++i) {
-                    auto *leaf = new Node("ping", new ZELShellCommand, net);
-                    const quint64 serial = ZELShellCommandTreePrivate::serialOf(leaf);
-                    net->insert(leaf);
-                    if (writer)
-                        Node::dispose(net->Remove("ping"));
-                    ZELShellCommandTreePrivate::takeOut(net, "ping", serial);
-                }
-            });
-        }
-        for (int writer = 3; writer < 5; ++writer)
-            threads[writer].join();
+        Threads readers(3, [&] {
+            while (!stop) {
+                const Pin pin = Pin::walk(&root, {"net", "ping"});
+                if (pin && (pin.node()->getPath() != "/Main/net/ping" || pin.command()->IsRunning()))
+                    qFatal("a torn command");
+                ZELShellCommandTreePrivate::snapshot(net);
+            }
+        });
+        Threads(2, [&](int writer) {
+            for (int i = 0; i < 2000; ++i) {
+                auto *leaf = new Node("ping", new ZELShellCommand, net);
+                const quint64 serial = ZELShellCommandTreePrivate::serialOf(leaf);
+                net->insert(leaf);
+                if (writer)
+                    Node::dispose(net->Remove("ping"));
+                ZELShellCommandTreePrivate::takeOut(net, "ping", serial);
+            }
+        }).join();
         stop = true;
-        for (int reader = 0; reader < 3; ++reader)
-            threads[reader].join();
+        readers.join();
         QCOMPARE(net->length(), 0);
     }
 };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "fakedevice.h"
 #include "quiet.h"
-#include "threadeddevice.h"
 #include "threads.h"
 #include "zelfault.h"
 #include "zellogging.h"
@@ -75,7 +75,7 @@ struct Line
     }
 
     QThread worker;
-    ThreadedDevice device{&worker};
+    FakeDevice device{&worker};
     Errand errand{&worker};
     std::unique_ptr<ZELStream> stream{new ZELStream(&device, true)};
     std::atomic<int> closes{0};
@@ -94,14 +94,14 @@ class tst_ZELStream : public QObject
 private Q_SLOTS:
     void withoutThread()
     {
-        ThreadedDevice device(nullptr);
+        FakeDevice device(nullptr);
         ZELStream stream(&device, true);
         QSignalSpy ready(&stream, &ZELStream::readyRead);
         QCOMPARE(stream.thread(), QThread::currentThread());
         stream.write(QByteArray("a"));
         stream.write(QString("b"));
-        QCOMPARE(device.writes(), (std::vector<QByteArray>{"a", "b"}));
-        device.receive();
+        QCOMPARE(device.writes(), QStringList({"a", "b"}));
+        device.type("input");
         QCOMPARE(ready.count(), 1);
         QCOMPARE(stream.readAll(), QByteArray("input"));
         QCOMPARE(device.boundStream(), &stream);
@@ -121,8 +121,8 @@ private Q_SLOTS:
             });
         line.stream->write(QString("outer"));
         QCOMPARE(emitter, &line.worker);
-        QCOMPARE(line.device.writes(), (std::vector<QByteArray>{"outer", "inner"}));
-        QCOMPARE(line.device.threads(), (std::vector<QThread *>{&line.worker, &line.worker}));
+        QCOMPARE(line.device.writes(), QStringList({"outer", "inner"}));
+        QCOMPARE(line.device.writers(), QList<QThread *>({&line.worker, &line.worker}));
     }
 
     void byName()
@@ -134,7 +134,7 @@ private Q_SLOTS:
             line.stream.get(), "write_", Qt::BlockingQueuedConnection, Q_ARG(QString, QString("b"))));
         QVERIFY(
             QMetaObject::invokeMethod(line.stream.get(), "write", Qt::DirectConnection, Q_ARG(QString, QString("c"))));
-        QCOMPARE(line.device.writes(), (std::vector<QByteArray>{"a", "b", "c"}));
+        QCOMPARE(line.device.writes(), QStringList({"a", "b", "c"}));
     }
 
     void orderOfEachWriter()
@@ -148,7 +148,7 @@ private Q_SLOTS:
             }
         }).join();
         QVector<int> next(Writers);
-        for (const QByteArray &data : line.device.writes()) {
+        for (const QString &data : line.device.writes()) {
             const auto parts = data.split(' ');
             QCOMPARE(parts.at(1).toInt(), next[parts.at(0).toInt()]++);
         }
@@ -168,12 +168,12 @@ private Q_SLOTS:
         line.stream->write(QString("x"));
         line.stream->write(QByteArray("x"));
         line.stream->write(QByteArray());
-        QVERIFY(line.device.writes().empty());
+        QVERIFY(line.device.writes().isEmpty());
     }
 
     void streamsWithoutDevice()
     {
-        auto device = std::make_unique<ThreadedDevice>(nullptr);
+        auto device = std::make_unique<FakeDevice>(nullptr);
         ZELStream first(device.get(), true);
         QTest::ignoreMessage(QtDebugMsg, "IODevice is olready binded!");
         QPointer<ZELStream> second = new ZELStream(device.get(), true);
@@ -186,7 +186,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!second && !third);
         QCOMPARE(device->boundStream(), &first);
         first.write(QByteArray("y"));
-        QCOMPARE(device->writes().size(), size_t(1));
+        QCOMPARE(device->writes().size(), 1);
         device.reset();
         QVERIFY(!first.IsOpen());
         QCOMPARE(first.readAll(), QByteArray());
@@ -202,7 +202,7 @@ private Q_SLOTS:
         QCOMPARE(ZELFault::call([&] { line.stream->write(QByteArray("first")); }, 50).state, int(SIGALRM));
         released = true;
         line.stream->write(QByteArray("second"));
-        QCOMPARE(line.device.writes(), (std::vector<QByteArray>{"first", "second"}));
+        QCOMPARE(line.device.writes(), QStringList({"first", "second"}));
     }
 
     void waitersLetGo()
@@ -227,7 +227,7 @@ private Q_SLOTS:
             QTRY_COMPARE(back.load(), 3);
             released = true;
             QCOMPARE(Quiet::count(), 3); // dropped, and said so
-            QVERIFY(line.device.writes().empty());
+            QVERIFY(line.device.writes().isEmpty());
         }
     }
 
@@ -285,16 +285,16 @@ private Q_SLOTS:
 
     void rebinding()
     {
-        ThreadedDevice device(nullptr);
+        FakeDevice device(nullptr);
         auto first = std::make_unique<ZELStream>(&device, true);
         first.reset();
         QVERIFY(!device.boundStream());
-        device.receive();
+        device.type("input");
         device.Close(); // the first one's hook is still there and finds it gone
         ZELStream second(&device, true);
         QVERIFY(second.IsOpen());
         second.write(QByteArray("a"));
-        QCOMPARE(device.writes().size(), size_t(1));
+        QCOMPARE(device.writes().size(), 1);
     }
 };
 

@@ -150,19 +150,6 @@ private Q_SLOTS:
         QVERIFY(echoes(*peers.back()));
     }
 
-    void peersThatVanish()
-    {
-        EchoServer &server = EchoServer::instance(1000);
-        for (int i = 0; i < 100; ++i) {
-            RawPeer peer(server.port());
-            peer.send("x");
-            if (i % 2)
-                peer.reset();
-        }
-        QTRY_COMPARE(server.running.load(), 0);
-        QTRY_COMPARE(server.server.clientCount(), 0);
-    }
-
     void descriptorsRunOut()
     {
         EchoServer &server = EchoServer::instance(1000);

@@ -232,19 +232,6 @@ private Q_SLOTS:
         QTRY_VERIFY(!socket);
     }
 
-    void connectsToNobody()
-    {
-        quint16 port = 0;
-        {
-            RawListener gone;
-            port = gone.port();
-        }
-        ZELTcpSocket socket(QStringLiteral("127.0.0.1"), port, nullptr);
-        QVERIFY(!socket.waitForConnected(3000));
-        QVERIFY(socket.readAll().isEmpty());
-        QVERIFY(!socket.GetStream()->IsOpen());
-    }
-
     void survivesAnythingAtOnce()
     {
         // Readers, writers, peers and closers meet in any order; whoever loses, everybody comes back.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "noleakcheck.h"
 #include "table.h"
 #include "threadend.h"
 #include "zelcatch.h"
@@ -196,6 +197,41 @@ private Q_SLOTS:
             quitter.join();
             QVERIFY(hasEnded(&thread));
         }
+    }
+
+    void killedCaller()
+    {
+        expectKillLine();
+        ZELThread target, caller;
+        QSemaphore calling, release;
+        target.start();
+        caller.setCallback([&](ZELThreadInfo *) {
+            target.Invoke([&] {
+                calling.release();
+                release.acquire();
+            });
+        });
+        caller.start();
+        calling.acquire();
+        QCOMPARE(caller.Kill(), 0);
+        QVERIFY(hasEnded(&caller));
+        release.release();
+        bool alive = false;
+        target.Invoke([&] { alive = true; });
+        QVERIFY(alive);
+    }
+
+    void faultInSlotOfLoop()
+    {
+        QTest::ignoreMessage(QtDebugMsg,
+            QRegularExpression(
+                QStringLiteral("^ERROR:in ZELThread::run \"\" \"Segmentation fault \\(core dumped\\)\" .*")));
+        ZELThread thread;
+        thread.start();
+        thread.Invoke([] { QTimer::singleShot(0, [] { raise(SIGSEGV); }); }); // not in a task's frame
+        QVERIFY(hasEnded(&thread));
+        thread.quit();
+        thread.exit(3);
     }
 
     void postedTasksAreFreed()

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "threads.h"
 #include "zelfault.h"
 #include "zelwait.h"
 
 #include <QtTest>
 #include <csignal>
 #include <thread>
-#include <vector>
 
 class tst_ZELWait : public QObject
 {
@@ -60,20 +60,17 @@ private Q_SLOTS:
     {
         ZELWait event;
         std::atomic<bool> stop{false};
-        std::vector<std::thread> setters;
-        for (int i = 0; i < 4; ++i)
-            setters.emplace_back([&] {
-                while (!stop) {
-                    event.set();
-                    std::this_thread::yield();
-                }
-            });
+        Threads setters(4, [&] {
+            while (!stop) {
+                event.set();
+                std::this_thread::yield();
+            }
+        });
         int woken = 0;
         for (int i = 0; i < 2000; ++i)
             woken += event.waitOne(1000);
         stop = true;
-        for (std::thread &setter : setters)
-            setter.join();
+        setters.join();
         QCOMPARE(woken, 2000);
     }
 

@@ -5,14 +5,20 @@
 #include "zeliodevice.h"
 
 #include <QStringList>
+#include <QThread>
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
 
-/// A device whose peer is the test: bytes are typed in, and what is written is kept, one entry a write.
+/// A device whose peer is the test: bytes are typed in, and what is written is kept, one entry a write. With a thread
+/// of its own its stream carries the writes there.
 class FakeDevice : public ZELIODevice
 {
 public:
+    explicit FakeDevice(QThread *thread = nullptr)
+        : m_thread(thread)
+    {
+    }
     ~FakeDevice() override
     {
         endLife();
@@ -28,10 +34,12 @@ public:
     void write(QByteArray data) override
     {
         std::unique_lock<std::mutex> lock(m_mutex);
+        m_writers << QThread::currentThread();
         m_writes << QString::fromLatin1(data.constData(), data.size());
     }
     void write(QString text) override { write(text.toLatin1()); }
-    void Start() override { }
+    void Start() override { callStartHook(); }
+    QThread *innerThread() override { return m_thread; }
     void Close() override
     {
         end();
@@ -71,6 +79,12 @@ public:
         std::unique_lock<std::mutex> lock(m_mutex);
         return m_writes;
     }
+    /// The threads that wrote, an entry a write.
+    QList<QThread *> writers() const
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_writers;
+    }
     QString text() const { return writes().join(QString()); }
     /// Everything written since the last call.
     QString take()
@@ -85,6 +99,8 @@ private:
     std::condition_variable m_change;
     QByteArray m_input;
     QStringList m_writes;
+    QList<QThread *> m_writers;
+    QThread *const m_thread;
     bool m_ended = false;
 };
 
