@@ -32,7 +32,6 @@ private Q_SLOTS:
         row("bad level", "log/print loud x", "LEVEL must be .*, not loud\r\n");
         row("sleep", "jobs/sleep 20", "^[2-9]\\d+\r\n|^\\d{3,}\r\n");
         row("no number", "jobs/sleep soon", "^jobs/sleep: MS must be a whole number .* not soon\r\n");
-        row("missing", "jobs/sleep", "^jobs/sleep: takes 1 argument, not 0");
         row("too many", "text/ping a b", "^text/ping: takes no arguments, not 2");
         row("count", "jobs/count 3", "^1\r\n2\r\n3\r\n3\r\n");
         row("throw pointer", "fault/throw pointer", error + "Exception in fault: provoked, file host, line 2\r\n");
@@ -43,7 +42,6 @@ private Q_SLOTS:
         row("help below", "help jobs", "^jobs/count N .*\r\njobs/sleep MS .*\r\n");
         row("no help", "help nothing", "no command below 'nothing'");
         row("option of help", "jobs/sleep -h", "^Usage: jobs/sleep MS\r\nsleeps");
-        row("help on help", "help -h", "^Usage: help \\[PATH\\]\r\n");
         row("version", "version", "^ZEL Shell \\d+\\.\\d+\\.\\d+");
         row("from a directory", "cd jobs; count 1; version; cd", "1\r\n1\r\nZEL Shell");
     }
@@ -78,25 +76,6 @@ private Q_SLOTS:
         QVERIFY(host.waitForFinished(10000));
         const QByteArray output = host.readAllStandardOutput();
         QVERIFY2(output.contains("job\r\n") && output.contains("last\r\n"), output.constData());
-    }
-
-    void refusesOptions_data()
-    {
-        Table<QStringList> row("arguments");
-        row("no way in", {"--no-terminal"});
-        row("port", {"--tcp", "65536"});
-        row("reports", {"--reports", "/nowhere"});
-        row("stray word", {"word"});
-    }
-
-    void refusesOptions()
-    {
-        QFETCH(QStringList, arguments);
-        QProcess host;
-        QVERIFY(start(host, arguments));
-        QVERIFY(host.waitForFinished(10000));
-        QCOMPARE(host.exitCode(), 2);
-        QVERIFY(host.readAllStandardError().startsWith("zelhost: "));
     }
 
     void closedDoors()

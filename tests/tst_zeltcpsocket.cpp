@@ -247,18 +247,15 @@ private Q_SLOTS:
                 for (int i = 0; i < 20; ++i)
                     stream->write(QByteArray("line\n"));
             });
-            std::thread closer([&] {
-                std::this_thread::sleep_for(std::chrono::microseconds(round * 7));
-                if (round % 3 == 1)
-                    pair.peer->reset();
-                else
-                    pair.peer->shutdownWriting();
-                if (round % 3 == 0)
-                    socket->Close();
-            });
+            std::this_thread::sleep_for(std::chrono::microseconds(round * 7));
+            if (round % 3 == 1)
+                pair.peer->reset();
+            else
+                pair.peer->shutdownWriting();
+            if (round % 3 == 0)
+                socket->Close();
             reader.join();
             writer.join();
-            closer.join();
             pair.peer.reset();
         }
     }

@@ -51,7 +51,6 @@ public:
         m_thread.join();
     }
     quint16 port() const { return m_port; }
-    bool stopped() const { return m_stop; }
 
     static QByteArray readLine(QTcpSocket &socket)
     {

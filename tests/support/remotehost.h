@@ -36,7 +36,6 @@ public Q_SLOTS:
     }
     void sleep(ZELArguments args) { QThread::msleep(args[1].toULong()); }
     void assertion(ZELArguments) { zel_assert_x("fault", "provoked", "host", 7); }
-    void raise(ZELArguments) { throw 3; }
     [[gnu::no_sanitize_thread, gnu::no_sanitize_address, gnu::no_sanitize_undefined]] void nullWrite(ZELArguments)
     {
         volatile int *volatile nowhere = nullptr;
@@ -95,7 +94,6 @@ private:
         add("jobs", "count", SLOT(count(ZELArguments)));
         add("jobs", "sleep", SLOT(sleep(ZELArguments)));
         add("fault", "assert", SLOT(assertion(ZELArguments)));
-        add("fault", "throw", SLOT(raise(ZELArguments)));
         add("fault", "segv", SLOT(nullWrite(ZELArguments)));
         server.setListenAddress(QHostAddress::LocalHost);
         server.startTcpServer(0);
