@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Real faults by the thousand on one worker thread; a program of its own, since it lives on faults.
+#include "processinfo.h"
+#include "quiet.h"
+#include "table.h"
 #include "zelguard_p.h"
 #include "zelthread.h"
 #include "zeltsan_p.h"
 
-#include <QFile>
 #include <QtTest>
 #include <malloc.h>
 #include <stdexcept>
@@ -15,20 +17,6 @@ static constexpr int share = 20; // of the count: sanitizers make each fault slo
 #else
 static constexpr int share = 1;
 #endif
-
-class tst_Faults : public QObject
-{
-    Q_OBJECT
-private Q_SLOTS:
-    void initTestCase() { zelSetCrashDump(false); }
-    void inARow_data();
-    void inARow();
-    void threadsWithFramesOfTheirOwn();
-    void registryUnderKills();
-    void faultWithoutFrames_data();
-    void faultWithoutFrames();
-    void noexceptBarrier();
-};
 
 static volatile int *nowhere = nullptr;
 
@@ -46,42 +34,17 @@ static volatile int *nowhere = nullptr;
 
 static void provoke(int kind)
 {
-    switch (kind) {
-    case 0:
-        return writeNull();
-    case 1:
+    if (kind == 0)
+        writeNull();
+    if (kind == 1)
         overflow(0);
-        return;
-    case 2:
+    if (kind == 2)
         throw new Exception("w", "pointer", "f", 1);
-    case 3:
+    if (kind == 3)
         throw Exception("w", "value", "f", 1);
-    case 4:
+    if (kind == 4)
         throw std::runtime_error("standard");
-    default:
-        throw 42;
-    }
-}
-
-static long residentKb()
-{
-    QFile file(QStringLiteral("/proc/self/statm"));
-    if (!file.open(QFile::ReadOnly))
-        return 0;
-    return file.readAll().split(' ').value(1).toLong() * 4;
-}
-
-void tst_Faults::inARow_data()
-{
-    QTest::addColumn<int>("kind");
-    QTest::addColumn<int>("count");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("null write") << 0 << 1000 << "Segmentation fault (core dumped)";
-    QTest::newRow("stack overflow") << 1 << 1000 << "Segmentation fault (core dumped)";
-    QTest::newRow("Exception*") << 2 << 10000 << "Exception in w: pointer, file f, line 1";
-    QTest::newRow("Exception") << 3 << 10000 << "Exception in w: value, file f, line 1";
-    QTest::newRow("std::exception") << 4 << 10000 << "Aborted (core dumped)";
-    QTest::newRow("int") << 5 << 10000 << "Aborted (core dumped)";
+    throw 42;
 }
 
 static int provokeOften(int kind, int count, const QString &text)
@@ -95,111 +58,9 @@ static int provokeOften(int kind, int count, const QString &text)
     return right;
 }
 
-static void discard(QtMsgType, const QMessageLogContext &, const QString &) { }
-
-void tst_Faults::inARow()
-{
-    QFETCH(int, kind);
-    QFETCH(int, count);
-    QFETCH(QString, text);
-    const auto previous = qInstallMessageHandler(discard);
-    count /= share;
-    int right = 0;
-    long growth = 0;
-    ZELThread thread;
-    thread.setCallback([&](ZELThreadInfo *) {
-        right = provokeOften(kind, count / 10, text); // warm: arenas, unwinder tables
-        const long before = residentKb();
-        right += provokeOften(kind, count - count / 10, text);
-        growth = residentKb() - before;
-    });
-    thread.start();
-    const bool ended = thread.wait(100000);
-    ZEL_TSAN_ACQUIRE(&thread);
-    qInstallMessageHandler(previous);
-    QVERIFY(ended);
-    QCOMPARE(right, count);
-    if (share == 1)
-        QVERIFY2(growth < 1024, qPrintable(QStringLiteral("grew by %1 kB").arg(growth)));
-}
-
-void tst_Faults::threadsWithFramesOfTheirOwn()
-{
-    std::atomic<int> right{0};
-    for (int i = 0; i < 50; ++i) {
-        std::thread([&] { right += provokeOften(1, 1, QStringLiteral("Segmentation fault (core dumped)")); }).join();
-    }
-    QCOMPARE(right.load(), 50);
-    QCOMPARE(provokeOften(1, 3, QStringLiteral("Segmentation fault (core dumped)")), 3); // the main thread
-}
-
 static int fromEnvironment(const char *name, int otherwise)
 {
     return qEnvironmentVariableIsSet(name) ? qEnvironmentVariableIntValue(name) : otherwise;
-}
-
-/// By hand with ZEL_TEST_THREADS=200 ZEL_TEST_KILLS=10000.
-void tst_Faults::registryUnderKills()
-{
-    const int threads = fromEnvironment("ZEL_TEST_THREADS", 16);
-    const int kills = fromEnvironment("ZEL_TEST_KILLS", 3000 / share);
-    std::atomic<bool> stop{false};
-    std::atomic<int> strange{0};
-    std::vector<std::thread> workers;
-    std::vector<std::atomic<void *>> ids(static_cast<size_t>(threads));
-    for (auto &id : ids) {
-        workers.emplace_back([&] {
-            id = QThread::currentThreadId();
-            while (!stop) {
-                ZELFrame outer;
-                const int state = zelGuard(outer.get(), [] {
-                    for (int i = 0; i < 20; ++i) {
-                        ZELFrame inner;
-                        zelGuard(inner.get(), [] {});
-                    }
-                });
-                strange += (state != 0 && state != SIGQUIT) || except_stack->Depth() != 0;
-            }
-            id = nullptr;
-        });
-    }
-    for (int i = 0; i < kills; ++i)
-        except_stack->Kill(ids[size_t(i % threads)]);
-    stop = true;
-    for (auto &worker : workers)
-        worker.join();
-    QCOMPARE(strange.load(), 0);
-}
-
-void tst_Faults::faultWithoutFrames_data()
-{
-    QTest::addColumn<int>("sig");
-    QTest::newRow("real") << 0;
-    QTest::newRow("sent segv") << SIGSEGV;
-    QTest::newRow("abort") << SIGABRT;
-    QTest::newRow("cpu time") << SIGXCPU;
-}
-
-void tst_Faults::faultWithoutFrames()
-{
-#if defined(__SANITIZE_THREAD__)
-    QSKIP("a forked child of a threaded program is not supported here");
-#endif
-    QFETCH(int, sig);
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(20); // the watchdog of a process that spins on its fault
-        installUnixSignal();
-        if (sig)
-            raise(sig);
-        else
-            writeNull();
-        _exit(0);
-    }
-    int status = 0;
-    QCOMPARE(waitpid(child, &status, 0), child);
-    QVERIFY(WIFSIGNALED(status));
-    QCOMPARE(WTERMSIG(status), sig ? sig : SIGSEGV);
 }
 
 static void throwsThrough() noexcept
@@ -207,15 +68,134 @@ static void throwsThrough() noexcept
     provoke(3);
 }
 
-void tst_Faults::noexceptBarrier()
+class tst_Faults : public QObject
 {
-    for (int i = 0; i < 100; ++i) {
-        ZELFrame frame;
-        QCOMPARE(zelGuard(frame.get(), throwsThrough), SIGABRT);
-        QCOMPARE(frame->exception->what(), QStringLiteral("value"));
-        QVERIFY(!std::current_exception());
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { zelSetCrashDump(false); }
+
+    void inARow_data()
+    {
+        Table<int, int, QString> row("kind", "count", "text");
+        row("null write", 0, 1000, "Segmentation fault (core dumped)");
+        row("stack overflow", 1, 1000, "Segmentation fault (core dumped)");
+        row("Exception*", 2, 10000, "Exception in w: pointer, file f, line 1");
+        row("Exception", 3, 10000, "Exception in w: value, file f, line 1");
+        row("std::exception", 4, 10000, "Aborted (core dumped)");
+        row("int", 5, 10000, "Aborted (core dumped)");
     }
-}
+
+    void inARow()
+    {
+        QFETCH(int, kind);
+        QFETCH(int, count);
+        QFETCH(QString, text);
+        const Quiet quiet;
+        count /= share;
+        int right = 0;
+        int growth = 0;
+        ZELThread thread;
+        thread.setCallback([&](ZELThreadInfo *) {
+            right = provokeOften(kind, count / 10, text); // warm: arenas, unwinder tables
+            const int before = processinfo::resident();
+            right += provokeOften(kind, count - count / 10, text);
+            growth = processinfo::resident() - before;
+        });
+        thread.start();
+        const bool ended = thread.wait(100000);
+        ZEL_TSAN_ACQUIRE(&thread);
+        QVERIFY(ended);
+        QCOMPARE(right, count);
+        if (share == 1)
+            QVERIFY2(growth < 1024, qPrintable(QStringLiteral("grew by %1 kB").arg(growth)));
+    }
+
+    void threadsWithFramesOfTheirOwn()
+    {
+        std::atomic<int> right{0};
+        for (int i = 0; i < 50; ++i) {
+            std::thread([&] {
+                right += provokeOften(1, 1, QStringLiteral("Segmentation fault (core dumped)"));
+            }).join();
+        }
+        QCOMPARE(right.load(), 50);
+        QCOMPARE(provokeOften(1, 3, QStringLiteral("Segmentation fault (core dumped)")), 3); // the main thread
+    }
+
+    /// By hand with ZEL_TEST_THREADS=200 ZEL_TEST_KILLS=10000.
+    void registryUnderKills()
+    {
+        const int threads = fromEnvironment("ZEL_TEST_THREADS", 16);
+        const int kills = fromEnvironment("ZEL_TEST_KILLS", 3000 / share);
+        std::atomic<bool> stop{false};
+        std::atomic<int> strange{0};
+        std::vector<std::thread> workers;
+        std::vector<std::atomic<void *>> ids(static_cast<size_t>(threads));
+        for (auto &id : ids) {
+            workers.emplace_back([&] {
+                id = QThread::currentThreadId();
+                while (!stop) {
+                    ZELFrame outer;
+                    const int state = zelGuard(outer.get(), [] {
+                        for (int i = 0; i < 20; ++i) {
+                            ZELFrame inner;
+                            zelGuard(inner.get(), [] {});
+                        }
+                    });
+                    strange += (state != 0 && state != SIGQUIT) || except_stack->Depth() != 0;
+                }
+                id = nullptr;
+            });
+        }
+        for (int i = 0; i < kills; ++i)
+            except_stack->Kill(ids[size_t(i % threads)]);
+        stop = true;
+        for (auto &worker : workers)
+            worker.join();
+        QCOMPARE(strange.load(), 0);
+    }
+
+    void faultWithoutFrames_data()
+    {
+        Table<int> row("sig");
+        row("real", 0);
+        row("sent segv", SIGSEGV);
+        row("abort", SIGABRT);
+        row("cpu time", SIGXCPU);
+    }
+
+    void faultWithoutFrames()
+    {
+#if defined(__SANITIZE_THREAD__)
+        QSKIP("a forked child of a threaded program is not supported here");
+#endif
+        QFETCH(int, sig);
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20); // the watchdog of a process that spins on its fault
+            installUnixSignal();
+            if (sig)
+                raise(sig);
+            else
+                writeNull();
+            _exit(0);
+        }
+        int status = 0;
+        QCOMPARE(waitpid(child, &status, 0), child);
+        QVERIFY(WIFSIGNALED(status));
+        QCOMPARE(WTERMSIG(status), sig ? sig : SIGSEGV);
+    }
+
+    void noexceptBarrier()
+    {
+        for (int i = 0; i < 100; ++i) {
+            ZELFrame frame;
+            QCOMPARE(zelGuard(frame.get(), throwsThrough), SIGABRT);
+            QCOMPARE(frame->exception->what(), QStringLiteral("value"));
+            QVERIFY(!std::current_exception());
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_Faults)
 #include "tst_faults.moc"

@@ -6,7 +6,6 @@
 #include <QThread>
 #include <QtTest>
 #include <memory>
-#include <thread>
 
 static ExceptionHelp *openByHand(void (*work)())
 {

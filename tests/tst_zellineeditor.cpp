@@ -2,11 +2,11 @@
 #include "keys.h"
 #include "screen.h"
 #include "table.h"
+#include "threads.h"
 #include "zellineeditor_p.h"
 
 #include <QRandomGenerator>
 #include <QtTest>
-#include <thread>
 
 namespace {
 
@@ -171,17 +171,14 @@ private Q_SLOTS:
     {
         ZELHistory history;
         history.setLimit(50);
-        std::vector<std::thread> jobs;
-        for (int job = 0; job < 3; ++job)
-            jobs.emplace_back([&history, job] {
-                for (int i = 0; i < 2000; ++i)
-                    history.add(QString::number((i * 7 + job) % 80));
-            });
+        Threads jobs(3, [&history](int job) {
+            for (int i = 0; i < 2000; ++i)
+                history.add(QString::number((i * 7 + job) % 80));
+        });
         ZELLineEditor editor(&history);
         for (int i = 0; i < 2000; ++i)
             type(editor, keys("<up><up><down>"));
-        for (std::thread &job : jobs)
-            job.join();
+        jobs.join();
         QStringList entries = history.entries();
         QCOMPARE(entries.size(), 50);
         QCOMPARE(entries.removeDuplicates(), 0);

@@ -285,25 +285,18 @@ private Q_SLOTS:
         board.proceed.release();
     }
 
-    void endedInput_data()
-    {
-        Table<QByteArray, bool> row("typed", "ismain");
-        row("at once", "", false);
-        row("at once, main", "", true);
-        row("in the handshake", "--n", false);
-        row("in a line", "--nt\ndemo/va", false);
-        row("in an escape sequence", "\nab\033[", false);
-    }
-
     void endedInput()
     {
-        QFETCH(QByteArray, typed);
-        QFETCH(bool, ismain);
-        Session session(&board);
-        session.device.end();
-        session.start(ismain, false, typed);
-        QTRY_VERIFY(!session.shell);
-        QCOMPARE(bool(session.device.released), !ismain);
+        // At once, in the handshake, in a line, in an escape sequence.
+        for (const char *typed : {"", "--n", "--nt\ndemo/va", "\nab\033["}) {
+            for (bool ismain : {true, false}) {
+                Session session(&board);
+                session.device.end();
+                session.start(ismain, false, typed);
+                QTRY_VERIFY2(!session.shell, typed);
+                QCOMPARE(bool(session.device.released), !ismain);
+            }
+        }
     }
 
     void nullStream()

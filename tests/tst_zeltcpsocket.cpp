@@ -6,7 +6,6 @@
 #include "zeltcpsocket.h"
 #include "zelthread.h"
 
-#include <QTcpServer>
 #include <QtTest>
 
 #include <atomic>

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "noleakcheck.h"
-#include "table.h"
 #include "threadend.h"
 #include "zelcatch.h"
 #include "zelthread.h"
@@ -118,39 +117,33 @@ private Q_SLOTS:
         QCOMPARE(codes, QList<int>({3, 4, -1, 5}));
     }
 
-    void killWorking_data()
-    {
-        Table<bool> row("inTask");
-        row("callback", false);
-        row("task", true);
-    }
-
     void killWorking()
     {
-        QFETCH(bool, inTask);
-        expectKillLine();
-        ZELThread thread;
-        QSemaphore started;
-        const auto work = [&] {
-            started.release();
-            for (;;)
-                pause();
-        };
-        int completed = 0;
-        connect(&thread, &ZELThread::completed, this, [&] { ++completed; });
-        QCOMPARE(thread.Kill(), ESRCH); // before its start
-        if (!inTask)
-            thread.setCallback([&](ZELThreadInfo *) { work(); });
-        thread.start();
-        if (inTask)
-            thread.BeginInvoke(work);
-        started.acquire();
-        QCOMPARE(thread.Kill(), 0);
-        QVERIFY(hasEnded(&thread));
-        QTRY_COMPARE(completed, 1);
-        QCOMPARE(thread.Kill(), ESRCH);
-        thread.quit();
-        QVERIFY(!thread.IsBusy());
+        for (bool inTask : {false, true}) {
+            expectKillLine();
+            ZELThread thread;
+            QSemaphore started;
+            const auto work = [&] {
+                started.release();
+                for (;;)
+                    pause();
+            };
+            int completed = 0;
+            connect(&thread, &ZELThread::completed, this, [&] { ++completed; });
+            QCOMPARE(thread.Kill(), ESRCH); // before its start
+            if (!inTask)
+                thread.setCallback([&](ZELThreadInfo *) { work(); });
+            thread.start();
+            if (inTask)
+                thread.BeginInvoke(work);
+            started.acquire();
+            QCOMPARE(thread.Kill(), 0);
+            QVERIFY(hasEnded(&thread));
+            QTRY_COMPARE(completed, 1);
+            QCOMPARE(thread.Kill(), ESRCH);
+            thread.quit();
+            QVERIFY(!thread.IsBusy());
+        }
     }
 
     void killIdleLoop()

@@ -10,7 +10,6 @@
 #include <QtTest>
 #include <atomic>
 #include <thread>
-#include <vector>
 
 using Snapshot = QMap<QString, QStringList>;
 
