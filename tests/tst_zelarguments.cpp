@@ -11,12 +11,6 @@
 #include <fcntl.h>
 #include <thread>
 
-QVariant RecorderShell::ExecuteString(ZELArguments args)
-{
-    executed << args.getAllInput();
-    return args.Length();
-}
-
 class tst_ZELArguments : public QObject
 {
     Q_OBJECT

@@ -9,11 +9,6 @@
 
 #include <QtTest>
 
-QVariant RecorderShell::ExecuteString(ZELArguments)
-{
-    return QVariant();
-}
-
 class tst_ZELLogging : public QObject
 {
     Q_OBJECT

@@ -10,7 +10,6 @@
 #include <csignal>
 #include <poll.h>
 #include <pty.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -140,14 +139,6 @@ public:
     void makeCooked() { tcsetattr(m_master, TCSANOW, &m_found); }
     /// Takes the terminal away, as when a window is closed.
     void hangUp() { close(std::exchange(m_master, -1)); }
-
-    void resize(int columns)
-    {
-        winsize size{};
-        size.ws_col = static_cast<unsigned short>(columns);
-        size.ws_row = 24;
-        ioctl(m_master, TIOCSWINSZ, &size);
-    }
 
 private:
     static termios cooked()

@@ -2,6 +2,7 @@
 #ifndef RECORDER_H
 #define RECORDER_H
 
+#include "zelarguments.h"
 #include "zelshellbase.h"
 #include "zelstream.h"
 
@@ -50,7 +51,7 @@ public:
     ZELAbstractStream *getStream() override { return &stream; }
     QUuid getUuid() override { return uuid; }
     void setUuid(QUuid id) override { uuid = id; }
-    QVariant ExecuteString(ZELArguments args) override;
+    QVariant ExecuteString(ZELArguments) override { return {}; }
     bool isNoTerminal() override { return true; }
     QString shellName() override { return QStringLiteral("recorder"); }
     QString shellLicence() override { return QString(); }
@@ -58,7 +59,6 @@ public:
 
     Recorder stream;
     QUuid uuid = QUuid::createUuid();
-    QStringList executed;
 };
 
 #endif
