@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zelcodemap_p.h"
 #include "zelguard_p.h"
+#include "zelresolver_p.h"
 #include "zelsignals_p.h"
 
 #include <QDebug>
@@ -452,7 +453,9 @@ void zelTakePending()
         return;
     if (self.attention && !zelLimitTarget())
         self.attention = self.loops; // what lies beyond an event loop waits for its end
-    zelTakeWhereSafe();
+    // A walk at each of many safe points that are called from delicate code would leave the thread no time.
+    if (!self.refusedAt || zelMonotonicMs() > self.refusedAt + 1)
+        zelTakeWhereSafe();
 }
 
 void zelJump(ExceptionHelp *frame, int state)

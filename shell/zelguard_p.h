@@ -36,6 +36,8 @@ struct ZELThreadFaults
     unsigned tries;
     int retryTimer; ///< kernel timer that repeats the attempt
     bool hasRetryTimer;
+    volatile bool retrying; ///< it will expire
+    long long refusedAt; ///< monotonic ms of the last safe point that was none
     bool forced; ///< the jump under way was not safe
     bool faulted; ///< it comes from a fatal signal
     bool suspicious; ///< which came out of library code

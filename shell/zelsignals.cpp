@@ -85,7 +85,8 @@ bool makeRetryTimer()
 void tryAgainSoon(bool graceOver)
 {
     ZELThreadFaults &self = zelThreadFaults;
-    if (!makeRetryTimer())
+    // Safe points one after the other must not put the timer off each time: it meets the thread elsewhere.
+    if ((!self.context && self.retrying) || !makeRetryTimer())
         return; // critical sections and safe points are left
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -97,6 +98,7 @@ void tryAgainSoon(bool graceOver)
         wait = 20000000;
     itimerspec when{};
     when.it_value.tv_nsec = wait;
+    self.retrying = true;
     syscall(SYS_timer_settime, self.retryTimer, 0, &when, nullptr);
 }
 
@@ -131,6 +133,7 @@ void askPlace(void *question)
     if (!self.tries)
         ++zelFaultCounts.deferred;
     self.forced = false;
+    self.refusedAt = self.context ? self.refusedAt : now;
     tryAgainSoon(graceOver);
     return false;
 }
@@ -190,6 +193,8 @@ bool takeInterrupt()
 void onKill(int sig, siginfo_t *info, void *context)
 {
     Interruption interruption(info, context);
+    if (info->si_code == SI_TIMER)
+        zelThreadFaults.retrying = false;
     const bool interrupted = takeInterrupt();
     // The terminal's quit key reaches whichever thread the kernel picks: not a request to end that one.
     if (info->si_code == SI_TIMER || ((info->si_code == SI_KERNEL || interrupted) && !zelThreadFaults.kill.load()))
@@ -410,6 +415,8 @@ void zelStopRetrying()
 {
     ZELThreadFaults &self = zelThreadFaults;
     self.waitingSince = 0;
+    self.refusedAt = 0;
+    self.retrying = false;
     if (self.hasRetryTimer)
         syscall(SYS_timer_delete, self.retryTimer);
     self.hasRetryTimer = false;
