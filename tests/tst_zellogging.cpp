@@ -8,6 +8,7 @@
 #include "zellogging.h"
 
 #include <QtTest>
+#include <optional>
 
 class tst_ZELLogging : public QObject
 {
@@ -117,10 +118,14 @@ private Q_SLOTS:
         for (int i = 0; i < 100; ++i) {
             auto stream = std::make_unique<Recorder>();
             std::atomic<bool> go{false};
-            Threads writers(4, [&go, log = ZELLogging::debug(stream.get())]() mutable {
+            std::optional<ZELLogging> logs[4]; // a message each: one of them is not for several threads
+            for (auto &log : logs)
+                log.emplace(ZELLogging::debug(stream.get()));
+            Threads writers(4, [&](int j) {
                 while (!go)
                     std::this_thread::yield();
-                log << "x";
+                *logs[j] << "x";
+                logs[j].reset();
             });
             const Quiet quiet;
             go = true;
