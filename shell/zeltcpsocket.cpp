@@ -4,6 +4,7 @@
 #include "zeleventdispatcher_p.h"
 #include "zelguard_p.h"
 #include "zelsemaphore_p.h"
+#include "zelsocketcalls_p.h"
 #include "zelstream.h"
 #include "zelthread.h"
 #include "zeltsan_p.h"
@@ -18,63 +19,12 @@
 #include <atomic>
 #include <cerrno>
 #include <mutex>
-#include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace {
 
 const int socketBufferSize = 64 * 1024;
 const int closingTimeMs = 1000;
-
-bool pollOne(qintptr descriptor, short events, int timeoutMs)
-{
-    pollfd one{int(descriptor), events, 0};
-    return poll(&one, 1, timeoutMs) > 0 && one.revents & events;
-}
-
-/// The number of bytes that the kernel took; an error is left for the next try to find.
-qint64 sendNow(qintptr descriptor, const QByteArray &data)
-{
-    return std::max(
-        ssize_t(0), send(int(descriptor), data.constData(), size_t(data.size()), MSG_DONTWAIT | MSG_NOSIGNAL));
-}
-
-/// What one recv(2) gives, appended up to the limit. Most of what people and programs send fits a line, for which
-/// asking first what is there would be a system call too many.
-ssize_t receiveInto(int descriptor, QByteArray &to, int limit)
-{
-    char line[512];
-    const int before = to.size();
-    const ssize_t head = recv(descriptor, line, size_t(std::min(int(sizeof line), limit - before)), MSG_DONTWAIT);
-    if (head <= 0)
-        return head;
-    to.append(line, int(head));
-    int pending = 0;
-    if (head == sizeof line)
-        ioctl(descriptor, FIONREAD, &pending);
-    pending = std::min(pending, limit - to.size());
-    if (pending <= 0)
-        return head;
-    const int at = to.size();
-    to.resize(at + pending);
-    const ssize_t rest = recv(descriptor, to.data() + at, size_t(pending), MSG_DONTWAIT);
-    to.resize(at + std::max(0, int(rest)));
-    return head;
-}
-
-/// Throws away what the peer still sends: closing with input unread would reset the connection, and the peer could
-/// lose the last answer.
-void drain(qintptr descriptor, const QElapsedTimer &since)
-{
-    char buffer[4096];
-    for (int left = closingTimeMs; left > 0; left = closingTimeMs - int(since.elapsed())) {
-        pollOne(descriptor, POLLIN, left);
-        const ssize_t count = recv(int(descriptor), buffer, sizeof buffer, MSG_DONTWAIT);
-        if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR))
-            return;
-    }
-}
 
 } // namespace
 
@@ -264,7 +214,7 @@ bool ZELTcpSocket::takeArrived()
             d->arrival->setEnabled(false);
             return true;
         }
-        count = receiveInto(int(d->descriptor), d->received, MaxUnread);
+        count = zelReceiveInto(int(d->descriptor), d->received, MaxUnread);
         const int error = errno;
         if (count <= 0)
             return count < 0 && (error == EAGAIN || error == EINTR);
@@ -339,7 +289,7 @@ void ZELTcpSocket::write(QByteArray data)
         return;
     }
     // What the kernel takes at once need not go through Qt's buffer, which keeps 16 kB for each connection.
-    const qint64 sent = bytesToWrite() > 0 ? 0 : sendNow(socketDescriptor(), data);
+    const qint64 sent = bytesToWrite() > 0 ? 0 : zelSendNow(socketDescriptor(), data);
     if (sent == data.size())
         return;
     QIODevice::write(data.constData() + sent, data.size() - sent);
@@ -355,7 +305,7 @@ void ZELTcpSocket::write(QString text)
 void ZELTcpSocket::waitForRoom()
 {
     while (bytesToWrite() > MaxUnsent && !d->closed && state() == ConnectedState && !zelStopWanted()) {
-        pollOne(socketDescriptor(), POLLOUT, 100);
+        zelPollOne(socketDescriptor(), POLLOUT, 100);
         flush();
     }
 }
@@ -419,11 +369,11 @@ void ZELTcpSocket::sendRest()
     timer.start();
     const qintptr fd = socketDescriptor();
     while (bytesToWrite() > 0 && state() == ConnectedState && timer.elapsed() < closingTimeMs) {
-        pollOne(fd, POLLOUT, closingTimeMs - int(timer.elapsed()));
+        zelPollOne(fd, POLLOUT, closingTimeMs - int(timer.elapsed()));
         flush();
     }
     if (state() == ConnectedState && shutdown(int(fd), SHUT_WR) == 0)
-        drain(fd, timer);
+        zelDrain(fd, closingTimeMs - int(timer.elapsed()));
 }
 
 void ZELTcpSocket::notice()
