@@ -32,8 +32,15 @@ private Q_SLOTS:
     void runSweeps()
     {
         std::atomic<int> sum{0};
-        ZELThread *a = pool->run([&](ZELThreadInfo *info) { sum += info->ThreadData().toInt(); }, 1);
-        ZELThread *b = pool->run([&](ZELThreadInfo *info) { sum += info->ThreadData().toInt(); }, 2);
+        std::atomic<bool> go{false}; // the second call must not find the first thread at its end
+        const auto add = [&](ZELThreadInfo *info) {
+            while (!go)
+                QThread::yieldCurrentThread();
+            sum += info->ThreadData().toInt();
+        };
+        ZELThread *a = pool->run(add, 1);
+        ZELThread *b = pool->run(add, 2);
+        go = true;
         QVERIFY(a != b);
         QTRY_VERIFY(a->isFinished() && b->isFinished());
         QCOMPARE(sum.load(), 3);
