@@ -135,8 +135,8 @@ private Q_SLOTS:
         session.start(true, false, "demo/v\t\n");
         QTRY_COMPARE(session.device.text(), prompt + "demo/value\n7\r\n" + prompt);
         session.device.type("demo/\t");
-        QTRY_VERIFY(session.device.text().endsWith(prompt + "demo/"));
-        QVERIFY(session.device.text().contains("crash"));
+        // The echo alone ends like this, too.
+        QTRY_VERIFY(session.device.text().contains("crash") && session.device.text().endsWith(prompt + "demo/"));
     }
 
     void lineLimit_data()
