@@ -74,6 +74,8 @@ class tst_ZELTcpServer : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void initTestCase() { m_threads = processinfo::threads(); }
+
     void limit()
     {
         EchoServer &server = EchoServer::instance(2);
@@ -186,11 +188,11 @@ private Q_SLOTS:
     void cleanupTestCase()
     {
         EchoServer::instance(0);
-        QTRY_COMPARE(processinfo::threads(), m_threads);
+        QTRY_VERIFY(processinfo::threads() <= m_threads);
     }
 
 private:
-    const int m_threads = processinfo::threads() + 1; // and Qt Test's watchdog
+    int m_threads = 0;
 };
 
 QTEST_GUILESS_MAIN(tst_ZELTcpServer)
