@@ -196,6 +196,15 @@ ZELLineEditor::Event ZELLineEditor::feedText(char byte)
     return None;
 }
 
+int ZELLineEditor::feedPlain(const char *bytes, int length)
+{
+    if (m_state != State::Text || !m_held.isEmpty() || m_cursor != m_line.size())
+        return 0;
+    const char *const end = std::find_if_not(bytes, bytes + length, [](char c) { return c >= ' ' && c <= '~'; });
+    insert(bytes, int(end - bytes));
+    return int(end - bytes);
+}
+
 ZELLineEditor::Event ZELLineEditor::feedControl(char byte)
 {
     releaseHeld();

@@ -10,6 +10,7 @@
 
 #include <QDebug>
 #include <QStringBuilder>
+#include <algorithm>
 
 namespace {
 
@@ -180,6 +181,7 @@ void ZELShellLoop::keys()
 {
     zelTerminalOnResume([this] { redraw(); });
     while (!m_session.isStopping()) {
+        feedPlain();
         // Bytes that arrived together are echoed together.
         if (m_next >= m_buffer.size())
             flush();
@@ -208,6 +210,20 @@ void ZELShellLoop::feed(char byte)
     case ZELLineEditor::None:
         break;
     }
+}
+
+/// Takes the text of a line in one piece, up to the byte that needs a look.
+void ZELShellLoop::feedPlain()
+{
+    int length = m_buffer.size() - m_next;
+    const int limit = m_session.lineLimit;
+    if (limit != 0)
+        length = m_dropping ? 0 : std::min(length, limit - m_lineLength);
+    if (length <= 0)
+        return;
+    const int taken = m_editor.feedPlain(m_buffer.constData() + m_next, length);
+    m_next += taken;
+    m_lineLength += taken;
 }
 
 void ZELShellLoop::flush()
@@ -289,11 +305,13 @@ void ZELShellLoop::runLine(QString line)
     // Clients in the manner of telnet end a line in CR LF.
     if (line.endsWith(QLatin1Char('\r')))
         line.chop(1);
-    if (line.contains(zelProtocolTag()))
+    const auto isAscii = [](QChar c) { return c.unicode() < 0x80; };
+    if (!std::all_of(line.cbegin(), line.cend(), isAscii) && line.contains(zelProtocolTag()))
         line = zelTextOf(line.toLatin1());
     if (!line.isEmpty()) {
         m_running = true;
-        runPieces(line.split(QLatin1Char(';'), Qt::SkipEmptyParts));
+        const QLatin1Char separator(';');
+        runPieces(line.contains(separator) ? line.split(separator, Qt::SkipEmptyParts) : QStringList(line));
         m_running = false;
         if (m_session.isMain && m_session.noTerminal)
             m_session.stopState = ZELShellPrivate::Ended;

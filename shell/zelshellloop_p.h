@@ -37,6 +37,7 @@ private:
     void banner();
     void keys();
     void feed(char byte);
+    void feedPlain();
     bool isTooLong(char byte);
     void drop(char byte);
     void endTooLong();
