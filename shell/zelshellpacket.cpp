@@ -3,7 +3,10 @@
 
 #include "zelarguments_p.h"
 
+#include <QStringBuilder>
+#include <QVarLengthArray>
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <iterator>
 
@@ -46,9 +49,12 @@ QString processKey(const ZELArguments &args)
     return index.isEmpty() ? name : name + QLatin1Char('#') + index;
 }
 
+/// What a packet's lines say, in their order.
+using Values = QVarLengthArray<QString, 9>;
+
 /// The packet in the way that its templates promise: each value fills the lowest placeholder that is left, be it one
 /// that an earlier value brought in.
-QByteArray filled(const QStringList &values, const QString &body)
+QByteArray filled(const Values &values, const QString &body)
 {
     QString packet = packetTemplate(values.size() > shortValues);
     for (const QString &value : values)
@@ -57,18 +63,25 @@ QByteArray filled(const QStringList &values, const QString &body)
 }
 
 /// The same for values without placeholders, in one buffer.
-QByteArray joined(const QStringList &values, const QByteArray &body)
+QByteArray joined(const Values &v, const QString &body)
 {
-    const QByteArray tail = endMarker + lineEnd;
-    static const char *const names[] = {"ZEL_SHELL_PACKET_START ", "\r\nAccept: ", "\r\nState: ",
-        "\r\nContent-Length: ", "\r\nHost: ", "\r\nPATH: ", "\r\nEncode: ", "\r\nReturnType: ", "\r\nReturn: "};
-    QString head;
-    head.reserve(320);
-    for (int i = 0; i < values.size(); ++i)
-        head.append(QLatin1String(names[i])).append(values[i]);
-    QByteArray packet = head.append(QLatin1String("\r\n\r\n")).toUtf8();
-    packet.reserve(packet.size() + body.size() + tail.size());
-    return packet.append(body).append(tail);
+    using Text = QLatin1String;
+    QString packet;
+    packet.reserve(384 + body.size());
+    packet += Text("ZEL_SHELL_PACKET_START ") % v[0] % Text("\r\nAccept: ") % v[1] % Text("\r\nState: ") % v[2]
+        % Text("\r\nContent-Length: ") % v[3] % Text("\r\nHost: ") % v[4] % Text("\r\nPATH: ") % v[5]
+        % Text("\r\nEncode: ") % v[6];
+    if (v.size() > shortValues)
+        packet += Text("\r\nReturnType: ") % v[7] % Text("\r\nReturn: ") % v[8];
+    packet += Text("\r\n\r\n") % body % Text("ZEL_SHELL_PACKET_END\r\n");
+    return packet.toUtf8();
+}
+
+// QString::number() makes a detour through the digits of the locale.
+QString decimal(int number)
+{
+    char digits[12];
+    return QString::fromLatin1(digits, int(std::to_chars(digits, std::end(digits), number).ptr - digits));
 }
 
 /// What is still unread of a packet while its head is taken apart.
@@ -145,20 +158,19 @@ private:
 QByteArray zelWritePacket(const ZELArguments &args, const QString &text)
 {
     const bool encode = args.isEncode();
-    QByteArray body = text.toUtf8();
-    if (encode)
-        body = body.toBase64();
-    QStringList values{processKey(args), args.getProtoclAccept(), ZELArgumentsPrivate::get(args)->packetState(),
-        QString::number(encode ? body.size() : text.size()), args.getProtoclHost(), args.getExecPath(),
-        encode ? QStringLiteral("true") : QStringLiteral("false")};
+    const QString body = encode ? QString::fromLatin1(text.toUtf8().toBase64()) : text;
+    Values values;
+    values << processKey(args) << args.getProtoclAccept() << ZELArgumentsPrivate::get(args)->packetState()
+           << decimal(body.size()) << args.getProtoclHost() << args.getExecPath()
+           << (encode ? QStringLiteral("true") : QStringLiteral("false"));
     if (args.hasRetrunValue()) {
         const QVariant value = args.getReturnValue();
         const QByteArray returned = value.isValid() ? value.toString().toLocal8Bit() : QByteArrayLiteral("NULL");
-        values << QString::number(int(value.type())) << QString::fromLatin1(returned.toBase64());
+        values << decimal(int(value.type())) << QString::fromLatin1(returned.toBase64());
     }
     const bool nested = std::any_of(
         values.cbegin(), values.cend(), [](const QString &value) { return value.contains(QLatin1Char('%')); });
-    return nested ? filled(values, encode ? QString::fromLatin1(body) : text) : joined(values, body);
+    return nested ? filled(values, body) : joined(values, body);
 }
 
 ZELShellProcessHeader zelParsePacket(const QByteArray &packet)

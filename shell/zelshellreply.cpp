@@ -3,6 +3,7 @@
 
 #include "zelshell_p.h"
 
+#include <QStringBuilder>
 #include <QTextCodec>
 
 namespace {
@@ -81,7 +82,7 @@ void ZELPacketReply::done()
 {
     ZELShellPrivate::complete(m_args,
         m_args.hasRetrunValue() ? QStringLiteral("EXECUTE_RESULT") : QStringLiteral("EXECUTE_COMPLETE"),
-        QStringLiteral("Execute ") + m_args.getExecName() + QStringLiteral(" Complete!"));
+        QLatin1String("Execute ") % m_args.getExecName() % QLatin1String(" Complete!"));
 }
 
 void ZELPacketReply::value(const QString &value)
