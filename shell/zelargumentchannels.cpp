@@ -6,15 +6,6 @@
 #include "zelshellbase.h"
 
 namespace {
-// The hook may need the record, and a log handle may outlive every other handle of it.
-ZELLogging::Hook keepingRecord(const ZELArguments &args)
-{
-    const ZELLogging::Hook hook = args.getMessagePrintHook();
-    if (!hook)
-        return {};
-    return [args, hook](const QString &text) { return hook(text); };
-}
-
 // Where a command prints whose session has gone. One for all: what a handle makes for itself stays behind with each
 // message, and such a command may print for ever.
 ZELAbstractStream *terminal()
@@ -23,16 +14,18 @@ ZELAbstractStream *terminal()
     return stream;
 }
 
-ZELLogging channel(const ZELArguments &args, const char *accept, ZELLogging::LoggingMsgType type, bool asIs = false)
+ZELLogging channel(const ZELArguments &args, const QString &accept, ZELLogging::LoggingMsgType type, bool asIs = false)
 {
-    args.setProtoclAccept(QLatin1String(accept));
-    const ZELLogging::Hook hook = keepingRecord(args);
+    args.setProtoclAccept(accept);
     ZELCriticalSection section;
     const auto &session = ZELArgumentsPrivate::get(args)->shell;
     auto shell = session.use();
     if (!shell)
         return ZELLogging(session.isNull() ? nullptr : terminal(), type, {});
-    ZELLogging log(shell->getStream(), type, hook);
+    ZELLogging log(shell->getStream(), type, {});
+    // The hook may need the record, and a log handle may outlive every other handle of it.
+    if (ZELLogging::Hook hook = args.getMessagePrintHook())
+        ZELLoggingPrivate::setHook(log, [args, hook = std::move(hook)](const QString &text) { return hook(text); });
     if (asIs)
         log.noquote().noNewLine();
     return log;
@@ -41,42 +34,42 @@ ZELLogging channel(const ZELArguments &args, const char *accept, ZELLogging::Log
 
 ZELLogging ZELArguments::debug() const
 {
-    return channel(*this, "STDOUT", ZELLogging::Debug);
+    return channel(*this, QStringLiteral("STDOUT"), ZELLogging::Debug);
 }
 
 ZELLogging ZELArguments::info() const
 {
-    return channel(*this, "STDINFO", ZELLogging::Info);
+    return channel(*this, QStringLiteral("STDINFO"), ZELLogging::Info);
 }
 
 ZELLogging ZELArguments::warning() const
 {
-    return channel(*this, "STDWARNING", ZELLogging::Warning);
+    return channel(*this, QStringLiteral("STDWARNING"), ZELLogging::Warning);
 }
 
 ZELLogging ZELArguments::error() const
 {
-    return channel(*this, "STDERROR", ZELLogging::Error);
+    return channel(*this, QStringLiteral("STDERROR"), ZELLogging::Error);
 }
 
 ZELLogging ZELArguments::critical() const
 {
-    return channel(*this, "STDCRITICAL", ZELLogging::Critical);
+    return channel(*this, QStringLiteral("STDCRITICAL"), ZELLogging::Critical);
 }
 
 ZELLogging ZELArguments::fatal() const
 {
-    return channel(*this, "STDFATAL", ZELLogging::Fatal);
+    return channel(*this, QStringLiteral("STDFATAL"), ZELLogging::Fatal);
 }
 
 ZELLogging ZELArguments::stream() const
 {
-    return channel(*this, "STREAM", ZELLogging::Debug, true);
+    return channel(*this, QStringLiteral("STREAM"), ZELLogging::Debug, true);
 }
 
 ZELLogging ZELArguments::object() const
 {
-    return channel(*this, "OBJECT", ZELLogging::Debug, true);
+    return channel(*this, QStringLiteral("OBJECT"), ZELLogging::Debug, true);
 }
 
 ZELLogging operator<<(ZELLogging log, const ZELArguments &args)

@@ -155,7 +155,7 @@ ZELLogging &ZELLogging::nospace()
 ZELLogging &ZELLogging::maybeSpace()
 {
     if (m_space)
-        d->ts << m_separator;
+        d->append(m_separator);
     return *this;
 }
 
@@ -179,7 +179,7 @@ ZELLogging &ZELLogging::noNewLine()
 
 ZELLogging &ZELLogging::deleteOne()
 {
-    d->ts << QLatin1String("\b \b");
+    d->append(u"\b \b");
     return *this;
 }
 

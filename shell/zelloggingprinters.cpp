@@ -4,13 +4,14 @@
 template <class T>
 ZELLogging &ZELLogging::put(const T &value)
 {
-    d->ts << value;
+    d->formatter() << value;
     return maybeSpace();
 }
 
 ZELLogging &ZELLogging::operator<<(const char *text)
 {
-    return put(QString::fromUtf8(text));
+    d->append(QString::fromUtf8(text));
+    return maybeSpace();
 }
 
 ZELLogging &ZELLogging::operator<<(const QString &text)
@@ -25,8 +26,10 @@ ZELLogging &ZELLogging::operator<<(const QStringRef &text)
 
 ZELLogging &ZELLogging::operator<<(QStringView text)
 {
-    const QLatin1String mark(m_noQuote ? "" : "\"");
-    d->ts << mark << text << mark;
+    const QStringView mark(m_noQuote ? u"" : u"\"");
+    d->append(mark);
+    d->append(text);
+    d->append(mark);
     return maybeSpace();
 }
 
@@ -119,12 +122,12 @@ template <class List>
 ZELLogging &ZELLogging::putList(const List &list)
 {
     const bool spaced = std::exchange(m_space, false);
-    d->ts << '(';
+    d->append(u"(");
     for (int i = 0; i < list.size(); ++i) {
-        d->ts << QLatin1String(i ? ", " : "");
+        d->append(i ? u", " : u"");
         *this << list.at(i);
     }
-    d->ts << ')';
+    d->append(u")");
     m_space = spaced;
     return maybeSpace();
 }
@@ -166,13 +169,13 @@ ZELLogging &ZELLogging::operator<<(const QVariant &value)
 
 ZELLogging &ZELLogging::operator<<(QTextStreamFunction manipulator)
 {
-    d->ts << manipulator;
+    d->formatter() << manipulator;
     return *this;
 }
 
 ZELLogging &ZELLogging::operator<<(QTextStreamManipulator manipulator)
 {
-    d->ts << manipulator;
+    d->formatter() << manipulator;
     return *this;
 }
 
