@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zelarguments_p.h"
 
+#include <algorithm>
+
 namespace {
 enum Class : char { Dropped, Word, Separator, Quote, Bracket, Equals };
 
@@ -24,6 +26,11 @@ struct Classes
     Class of[256] = {};
 };
 constexpr Classes classes;
+
+Class classOf(QChar c)
+{
+    return classes.of[uchar(c.toLatin1())];
+}
 
 char closerOf(char opener)
 {
@@ -69,15 +76,17 @@ private:
 QStringList Splitter::split(const QString &line)
 {
     m_word.reserve(line.size()); // one buffer for all words; it keeps its room when it is emptied
-    for (const QChar c : line) {
-        const char plain = c.toLatin1();
-        const Class kind = classes.of[uchar(plain)];
-        if (kind == Word)
-            m_word.append(c);
-        else if (m_inGroup || m_depth > 0)
-            inside(c, plain);
+    for (auto at = line.cbegin(); at != line.cend();) {
+        const auto text = at;
+        at = std::find_if(at, line.cend(), [](QChar c) { return classOf(c) != Word; });
+        m_word.append(text, int(at - text));
+        if (at == line.cend())
+            break;
+        const QChar c = *at++;
+        if (m_inGroup || m_depth > 0)
+            inside(c, c.toLatin1());
         else
-            outside(plain, kind);
+            outside(c.toLatin1(), classOf(c));
     }
     flush();
     return m_words;

@@ -258,14 +258,14 @@ public:
         , m_args(args)
     {
     }
-    void started() override { m_label = m_session.lock()->running.take(m_args.getExecName()); }
-    void ended() override { m_session.lock()->running.drop(m_label); }
+    void started() override { m_running = m_session.lock()->running.take(m_args.getExecName()); }
+    void ended() override { m_session.lock()->running.drop(m_running); }
     void abandoned() override { m_session.lock()->answerKilled(m_args); }
 
 private:
     const std::weak_ptr<ZELShellPrivate> m_session;
     const ZELArguments m_args;
-    QString m_label;
+    ZELRunningNames::Entry m_running;
 };
 
 bool ZELShellPrivate::runPinned(ZELShellCommandPin &pin, const ZELArguments &args)

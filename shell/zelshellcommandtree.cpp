@@ -6,6 +6,7 @@
 #include "zelguard_p.h"
 #include "zelshellcommand_p.h"
 
+#include <QVarLengthArray>
 #include <algorithm>
 #include <mutex>
 #include <pthread.h>
@@ -245,10 +246,16 @@ int ZELShellCommandTree::length()
 
 QString ZELShellCommandTree::getPath()
 {
+    QVarLengthArray<QString, 16> names;
+    {
+        Reading reading;
+        for (ZELShellCommandTree *node = this; node; node = node->d->parent)
+            names.append(node->objectName());
+    }
     QString path;
-    Reading reading;
-    for (ZELShellCommandTree *node = this; node; node = node->d->parent)
-        path.prepend(QLatin1Char('/') + node->objectName());
+    path.reserve(16 * names.size());
+    for (auto name = names.crbegin(); name != names.crend(); ++name)
+        path.append(QLatin1Char('/')).append(*name);
     return path;
 }
 

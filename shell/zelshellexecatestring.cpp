@@ -126,12 +126,12 @@ void ZELStatement::chooseAnswer()
 
 void ZELStatement::takeTag(int at)
 {
-    const QString input = zelWithoutTag(m_args.getAllInput(), zelProtocolTag());
-    m_args.removeAt(at);
+    ZELArgumentsPrivate *const record = ZELArgumentsPrivate::get(m_args);
+    record->allInput = zelWithoutTag(record->allInput, zelProtocolTag());
+    record->arguments.removeAt(at);
     // A client that pads its base64 sends up to two "=", which the splitter made words.
     for (int padding = 0; padding < 2 && at < m_args.Length() && m_args[at] == QLatin1String("="); ++padding)
-        m_args.removeAt(at);
-    m_args.setAllInput(input);
+        record->arguments.removeAt(at);
 }
 
 bool ZELStatement::execute(ZELShellPrivate::Unknown unknown)

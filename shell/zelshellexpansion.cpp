@@ -75,7 +75,8 @@ QString zelWithoutTag(const QString &input, const QString &tag)
     int to = from + tag.size();
     for (int padding = 0; padding < 2 && to < input.size() && input.at(to) == equals; ++padding)
         ++to;
-    return (input.left(from) + input.mid(to)).trimmed();
+    QString rest = input;
+    return rest.remove(from, to - from).trimmed();
 }
 
 QStringList zelStatements(const QString &code)

@@ -49,38 +49,35 @@ void ZELEnvironment::set(const QString &name, const QString &value)
     m_values.insert(name, value);
 }
 
-QString ZELRunningNames::take(const QString &name)
+ZELRunningNames::Entry ZELRunningNames::take(const QString &name)
 {
     ZELSessionLock lock(m_mutex);
-    QString label;
-    int number = 0;
-    do {
-        label = name + QLatin1Char('#') + QString::number(number++);
-    } while (m_labels.contains(label));
-    m_labels.append(label);
-    return label;
+    Entry entry{name, 0};
+    while (m_entries.contains(entry))
+        ++entry.number;
+    m_entries.append(entry);
+    return entry;
 }
 
-void ZELRunningNames::drop(const QString &label)
+void ZELRunningNames::drop(const Entry &entry)
 {
     ZELSessionLock lock(m_mutex);
-    m_labels.removeOne(label);
+    m_entries.removeOne(entry);
 }
 
 bool ZELRunningNames::contains(const QString &name) const
 {
     ZELSessionLock lock(m_mutex);
-    for (const QString &label : m_labels) {
-        if (label.leftRef(label.lastIndexOf(QLatin1Char('#'))) == name)
-            return true;
-    }
-    return false;
+    return std::any_of(m_entries.cbegin(), m_entries.cend(), [&](const Entry &entry) { return entry.name == name; });
 }
 
 QStringList ZELRunningNames::all() const
 {
     ZELSessionLock lock(m_mutex);
-    return m_labels;
+    QStringList labels;
+    for (const Entry &entry : m_entries)
+        labels += entry.name + QLatin1Char('#') + QString::number(entry.number);
+    return labels;
 }
 
 ZELShellDirectories::ZELShellDirectories(std::shared_ptr<ZELShellServerState> server)

@@ -66,15 +66,21 @@ private:
 class ZELRunningNames
 {
 public:
+    struct Entry
+    {
+        QString name;
+        int number = 0;
+        bool operator==(const Entry &other) const { return number == other.number && name == other.name; }
+    };
     /// Adds an entry for the command and returns it.
-    QString take(const QString &name);
-    void drop(const QString &label);
+    Entry take(const QString &name);
+    void drop(const Entry &entry);
     bool contains(const QString &name) const;
     QStringList all() const;
 
 private:
     mutable std::mutex m_mutex;
-    QStringList m_labels;
+    QVector<Entry> m_entries;
 };
 
 /// The way from the main root to the current directory, and the rules of paths.
