@@ -11,11 +11,27 @@
 
 #include <QDebug>
 #include <QLoggingCategory>
+#include <QStringBuilder>
 
 namespace {
 
 // How long the end of a session waits for each job that still runs.
 const int jobGraceMs = 3000;
+
+/// A field of the connection description, "Name=value;Name=value;".
+QStringRef field(const QString &description, QLatin1String name)
+{
+    for (int start = 0; start < description.size();) {
+        int end = description.indexOf(QLatin1Char(';'), start);
+        if (end < 0)
+            end = description.size();
+        const QStringRef part = description.midRef(start, end - start);
+        if (part.startsWith(name))
+            return part.mid(name.size());
+        start = end + 1;
+    }
+    return QStringRef();
+}
 
 } // namespace
 
@@ -32,8 +48,8 @@ ZELShellPrivate::ZELShellPrivate(ZELShell *q, ZELStream *stream)
     , output(stream)
     , directories(server)
     , loop(new ZELShellLoop(*this))
-    , description(QStringLiteral("Stream=StdStream;PeerName=*;PeerAddress=loaclhost;PeerPort=*;"))
 {
+    setDescription(QStringLiteral("Stream=StdStream;PeerName=*;PeerAddress=loaclhost;PeerPort=*;"));
     updatePath();
 }
 
@@ -49,6 +65,15 @@ void ZELShellPrivate::setText(QString ZELShellPrivate::*field, const QString &va
 {
     ZELSessionLock lock(mutex);
     this->*field = value;
+}
+
+void ZELShellPrivate::setDescription(const QString &text)
+{
+    const QString shown
+        = field(text, QLatin1String("PeerName=")) % QLatin1Char(':') % field(text, QLatin1String("PeerAddress="));
+    ZELSessionLock lock(mutex);
+    description = text;
+    peer = shown;
 }
 
 ZELShellPrivate::Identity ZELShellPrivate::identity()
@@ -277,7 +302,7 @@ QString ZELShell::connectionDescription()
 
 void ZELShell::setConnectionDescription(const QString &text)
 {
-    d->setText(&ZELShellPrivate::description, text);
+    d->setDescription(text);
 }
 
 void ZELShell::setParentContainer(ZELShellCollection *container)

@@ -39,6 +39,7 @@ public:
     void emitProcessReceived();
     QString text(QString ZELShellPrivate::*field) const;
     void setText(QString ZELShellPrivate::*field, const QString &value);
+    void setDescription(const QString &text);
     struct Identity
     {
         QString product;
@@ -135,6 +136,7 @@ public:
 
     mutable std::mutex mutex; ///< guards what follows
     QString description;
+    QString peer; ///< its name and address as log lines show them
     QString name;
     QUuid index;
     QUuid uuid = QUuid::createUuid();

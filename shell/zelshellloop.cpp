@@ -16,21 +16,6 @@ namespace {
 
 const int loggedLength = 500;
 
-/// A field of the connection description, "Name=value;Name=value;".
-QStringRef field(const QString &description, QLatin1String name)
-{
-    for (int start = 0; start < description.size();) {
-        int end = description.indexOf(QLatin1Char(';'), start);
-        if (end < 0)
-            end = description.size();
-        const QStringRef part = description.midRef(start, end - start);
-        if (part.startsWith(name))
-            return part.mid(name.size());
-        start = end + 1;
-    }
-    return QStringRef();
-}
-
 QString line(const QString &text)
 {
     return text.isEmpty() ? QString() : text + QLatin1Char('\n');
@@ -364,10 +349,8 @@ bool ZELShellLoop::takeTypedInterrupt()
 
 void ZELShellLoop::logStatement(const QString &statement)
 {
-    const QString description = m_session.text(&ZELShellPrivate::description);
     const bool isLong = statement.size() > loggedLength;
-    ZELShellPrivate::log(QLatin1Char('[') % field(description, QLatin1String("PeerName=")) % QLatin1Char(':')
-        % field(description, QLatin1String("PeerAddress=")) % QLatin1String("] input command [")
+    ZELShellPrivate::log(QLatin1Char('[') % m_session.text(&ZELShellPrivate::peer) % QLatin1String("] input command [")
         % statement.leftRef(loggedLength) % QLatin1String(isLong ? "...]" : "]"));
 }
 
