@@ -85,8 +85,8 @@ public:
 
     /// Takes one byte.
     Event feed(char byte);
-    /// Takes the printable ASCII at the beginning of \a bytes, as feed() would take it byte by byte; how many that were.
-    /// 0 where that is no simple matter.
+    /// Takes the printable ASCII at the beginning of \a bytes, as feed() would take it byte by byte; how many that
+    /// were. 0 where that is no simple matter.
     int feedPlain(const char *bytes, int length);
 
     /// What is to be written since the last call. Empty without a terminal.

@@ -129,7 +129,7 @@ bool ZELStreamPrivate::hand(ZELStream *q, const std::shared_ptr<Job> &job)
         jobs.push_back(job);
         // Posted under the lock that the end of the thread takes: its dispatcher must still be there.
         if (!std::exchange(posted, true))
-            QMetaObject::invokeMethod(q, "writeQueued", Qt::QueuedConnection);
+            QMetaObject::invokeMethod(q, &ZELStream::writeQueued, Qt::QueuedConnection);
     }
     while (job->state == Job::Waiting) {
         if (!zelWaitInterruptibly(job->settled))

@@ -90,7 +90,7 @@ Q_SIGNALS:
     void DeviceClose();
 
 private:
-    Q_INVOKABLE void writeQueued();
+    void writeQueued();
     friend class ZELStreamPrivate;
     const std::shared_ptr<ZELStreamPrivate> d;
 };
