@@ -24,6 +24,7 @@ const int descriptorsPerClient = 2;
 const int spareMappings = 2048; ///< left for everything that allocates
 const int mappingsPerClient = 6; ///< two thread stacks with their guards, and some
 const int retryMs = 200;
+const int acceptedInARow = 16;
 
 int mappingsInUse()
 {
@@ -96,6 +97,7 @@ public:
     quint64 nextSerial = 0;
     MappingBudget mappings;
     int maxConnections = 0;
+    int acceptedNow = 0; ///< since the event loop had its turn
     ZELTcpServer::Callback accepted;
     ZELTcpServer::Callback connected;
 };
@@ -107,8 +109,7 @@ ZELTcpServer::ZELTcpServer(QObject *parent, int maxConnections)
     qRegisterMetaType<QAbstractSocket::SocketError>("QAbstractSocket::SocketError");
     setMaxPendingConnections(maxConnections);
     // Accepting stops when a descriptor cannot be had; nobody but us would resume it.
-    connect(this, &QTcpServer::acceptError, this,
-        [this] { QTimer::singleShot(retryMs, this, &QTcpServer::resumeAccepting); });
+    connect(this, &QTcpServer::acceptError, this, [this] { QTimer::singleShot(retryMs, this, &ZELTcpServer::resume); });
 }
 
 ZELTcpServer::~ZELTcpServer()
@@ -119,8 +120,26 @@ ZELTcpServer::~ZELTcpServer()
 
 void ZELTcpServer::setMaxPendingConnections(int count)
 {
-    QTcpServer::setMaxPendingConnections(count);
     d->maxConnections = count;
+    QTcpServer::setMaxPendingConnections(std::max(1, count)); // with 0 Qt accepts nobody
+}
+
+/// Qt accepts until nobody is waiting. While one client after the other comes, the thread would do nothing else: the
+/// sessions that have ended would stay in memory, and the host's timers would wait.
+void ZELTcpServer::giveWay()
+{
+    if (++d->acceptedNow != acceptedInARow)
+        return;
+    QTcpServer::setMaxPendingConnections(0); // ends Qt's loop
+    QMetaObject::invokeMethod(this, &ZELTcpServer::resume, Qt::QueuedConnection);
+}
+
+void ZELTcpServer::resume()
+{
+    d->acceptedNow = 0;
+    setMaxPendingConnections(d->maxConnections);
+    if (isListening())
+        resumeAccepting();
 }
 
 bool ZELTcpServer::listen(const QHostAddress &address, quint16 port)
@@ -161,8 +180,9 @@ void ZELTcpServer::sockDisConnectSlot(int handle, const QString &ip, quint16 por
 
 void ZELTcpServer::incomingConnection(qintptr descriptor)
 {
-    const bool room = d->clients.size() <= maxPendingConnections()
-        && descriptorsLeft(int(descriptor), d->clients.size()) && d->mappings.take();
+    giveWay();
+    const bool room = d->clients.size() <= d->maxConnections && descriptorsLeft(int(descriptor), d->clients.size())
+        && d->mappings.take();
     if (!room)
         return refuse(descriptor);
     if (!d->connected) {

@@ -64,6 +64,8 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
+    void giveWay();
+    void resume();
     void refuse(qintptr descriptor);
     void welcome(ZELTcpSocket *socket, int descriptor);
 

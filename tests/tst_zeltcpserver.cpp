@@ -111,6 +111,9 @@ private Q_SLOTS:
         for (int i = 0; i < 500; ++i)
             peers.emplace_back(new RawPeer(server.port()));
         QVERIFY(timer.elapsed() < 1000);
+        // Accepting them all may not keep the event loop from what else there is to do.
+        QCoreApplication::processEvents();
+        QVERIFY2(server.server.clientCount() < 100, qPrintable(QString::number(server.server.clientCount())));
         QTRY_COMPARE_WITH_TIMEOUT(server.server.clientCount(), 500, 30000);
         for (auto &peer : peers)
             QVERIFY(echoes(*peer));
