@@ -9,6 +9,7 @@
 #include "zelthread.h"
 #include "zeltsan_p.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QElapsedTimer>
 #include <QEvent>
@@ -182,8 +183,8 @@ void ZELTcpSocket::onConnected()
     qDebug() << "ZELTcpSocket connected ip=" << peerAddress().toString() << " port=" << peerPort();
 }
 
-/// Looks at what arrives before Qt does, whose buffer would keep 16 kB for each connection. Qt still finds the end of
-/// the connection and its errors; and where no notifier is found it reads as ever.
+/// Looks at what arrives before Qt does, whose buffer would keep 16 kB for each connection. Qt still finds the
+/// errors of the connection; and where no notifier is found it reads as ever.
 void ZELTcpSocket::watchArrival()
 {
     const auto notifiers = findChildren<QSocketNotifier *>();
@@ -202,7 +203,7 @@ bool ZELTcpSocket::eventFilter(QObject *watched, QEvent *event)
     return takeArrived();
 }
 
-// False at the end of the connection and for an error.
+// False for an error.
 bool ZELTcpSocket::takeArrived()
 {
     ssize_t count = 0;
@@ -216,11 +217,24 @@ bool ZELTcpSocket::takeArrived()
         }
         count = zelReceiveInto(int(d->descriptor), d->received, MaxUnread);
         const int error = errno;
-        if (count <= 0)
-            return count < 0 && (error == EAGAIN || error == EINTR);
+        if (count < 0)
+            return error == EAGAIN || error == EINTR;
     }
+    if (count == 0)
+        return endOfPeer();
     d->arrived.postOne();
     callReadyReadHook();
+    return true;
+}
+
+/// What Qt does at the end of a connection, without the 16 kB that it first takes to read what is not there: sessions
+/// that end together would have all of that at once.
+bool ZELTcpSocket::endOfPeer()
+{
+    setSocketError(RemoteHostClosedError);
+    setErrorString(QCoreApplication::translate("QNativeSocketEngine", "The remote host closed the connection"));
+    Q_EMIT errorOccurred(RemoteHostClosedError);
+    abort();
     return true;
 }
 

@@ -103,6 +103,7 @@ private:
     void onError(QAbstractSocket::SocketError error);
     void watchArrival();
     bool takeArrived();
+    bool endOfPeer();
     void resume();
     void receive();
     void waitForRoom();

@@ -72,7 +72,7 @@ private Q_SLOTS:
         QFETCH(QString, by);
         Pair pair;
         ZELTcpSocket *socket = pair.socket;
-        const Count notices(socket, &ZELTcpSocket::sockDisConnect);
+        const Count notices(socket, &ZELTcpSocket::sockDisConnect), ends(socket, &QAbstractSocket::disconnected);
         std::atomic<bool> empty{false};
         std::thread reader([&] { empty = socket->readAll().isEmpty(); });
         QTest::qWait(20);
@@ -92,6 +92,7 @@ private Q_SLOTS:
         QVERIFY(empty);
         pair.peer.reset();
         QTRY_COMPARE(notices.count(), 1);
+        QTRY_COMPARE(ends.count(), 1);
     }
 
     void closesOnce()
