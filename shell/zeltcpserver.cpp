@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "zeltcpserver.h"
 
+#include "zelguard_p.h"
 #include "zelstream.h"
 #include "zeltcpsocket.h"
+#include "zelthread.h"
 
 #include <QDebug>
 #include <QElapsedTimer>
@@ -12,6 +14,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -25,6 +28,8 @@ const int spareMappings = 2048; ///< left for everything that allocates
 const int mappingsPerClient = 6; ///< two thread stacks with their guards, and some
 const int retryMs = 200;
 const int acceptedInARow = 16;
+const int manyClients = 256;
+const int restMs = 2000; ///< in which the sessions of the last clients end
 
 int mappingsInUse()
 {
@@ -98,6 +103,7 @@ public:
     MappingBudget mappings;
     int maxConnections = 0;
     int acceptedNow = 0; ///< since the event loop had its turn
+    int mostClients = 0; ///< at a time, since memory was given back
     ZELTcpServer::Callback accepted;
     ZELTcpServer::Callback connected;
 };
@@ -174,8 +180,27 @@ void ZELTcpServer::clear()
 
 void ZELTcpServer::sockDisConnectSlot(int handle, const QString &ip, quint16 port)
 {
-    if (d->clients.remove(handle))
-        Q_EMIT sockDisConnect(handle, ip, port);
+    if (!d->clients.remove(handle))
+        return;
+    giveMemoryBack();
+    Q_EMIT sockDisConnect(handle, ip, port);
+}
+
+/// When most of many clients have gone: the allocator keeps 20 kB of each session, which a board needs elsewhere. In a
+/// thread of its own, since it takes tens of milliseconds then.
+void ZELTcpServer::giveMemoryBack()
+{
+    if (d->mostClients < manyClients || d->clients.size() > d->mostClients / 8)
+        return;
+    d->mostClients = d->clients.size();
+    QTimer::singleShot(restMs, this, [] {
+        ZELThread::run(
+            [](ZELThreadInfo *) {
+                ZELCriticalSection section;
+                malloc_trim(0);
+            },
+            QVariant(), true);
+    });
 }
 
 void ZELTcpServer::incomingConnection(qintptr descriptor)
@@ -214,6 +239,7 @@ void ZELTcpServer::welcome(ZELTcpSocket *socket, int descriptor)
              << "port:" << socket->peerPort();
     const quint64 serial = ++d->nextSerial;
     d->clients.insert(descriptor, {socket, serial});
+    d->mostClients = std::max(d->mostClients, d->clients.size());
     connect(socket, &ZELTcpSocket::sockDisConnect, this, [this, serial](int handle, const QString &ip, quint16 port) {
         // It may come when the kernel has given the number to the next client already.
         if (d->clients.value(handle).serial == serial)

@@ -66,6 +66,7 @@ protected:
 private:
     void giveWay();
     void resume();
+    void giveMemoryBack();
     void refuse(qintptr descriptor);
     void welcome(ZELTcpSocket *socket, int descriptor);
 
