@@ -138,6 +138,7 @@ void ZELShellPrivate::runCore()
     coreRunning = true;
     if (!isMain && idleLimit)
         ZELIdleWatch::add(shared_from_this());
+    ZELWriteBehind::enable();
     loop->run();
     finishCore();
 }
@@ -146,6 +147,7 @@ void ZELShellPrivate::finishCore()
 {
     if (coreFinished.exchange(true))
         return;
+    ZELWriteBehind::finish();
     if (underway)
         answerUnanswered(underway->first, underway->second);
     ZELUser user = ZELUser::getUser(sessionUuid());

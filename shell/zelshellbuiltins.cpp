@@ -220,7 +220,10 @@ void ZELShellPrivate::complete(const ZELArguments &args, const QString &state, c
     ZELArgumentsPrivate *record = ZELArgumentsPrivate::get(args);
     args.setProtoclState(state);
     ZELArgumentsPrivate::completing = record;
-    args.debug().noquote() << text;
+    {
+        const ZELWriteBehind behind; // what comes next is mostly the wait for the next line
+        args.debug().noquote() << text;
+    }
     ZELArgumentsPrivate::completing = nullptr;
     record->answered = true;
 }

@@ -312,6 +312,7 @@ void ZELShellLoop::runPieces(const QStringList &pieces)
         --m_session.pending;
         if (m_session.stopState == ZELShellPrivate::Ended)
             continue; // the peer has gone; behind "quit" the line is finished
+        ZELWriteBehind::finish(); // the answer to the one before
         logStatement(piece);
         const QVariant value = runPiece(piece);
         if (!piece.endsWith(QLatin1Char('&')))

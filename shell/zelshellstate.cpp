@@ -398,6 +398,7 @@ bool ZELSessionOutput::takeByte(char byte)
 
 void ZELSessionOutput::closeDevice()
 {
+    ZELWriteBehind::finish();
     withDevice([](ZELIODevice *device) { device->Close(); });
 }
 

@@ -43,7 +43,37 @@ void logDropped(const Data &data)
     qDebug() << "Stream is closed,"
              << "Out [" << data << "]";
 }
+
+// False when the device closed or its thread ended before the job was done. A slow peer does not keep a thread that
+// is to be stopped: it leaves the job behind, to be done in its turn.
+bool waitFor(Job &job)
+{
+    while (job.state == Job::Waiting) {
+        if (!zelWaitInterruptibly(job.settled))
+            return true;
+    }
+    return job.state == Job::Written;
+}
+
+const int shortWrite = 4096;
+thread_local std::shared_ptr<Job> behind; ///< handed over by this thread and not waited for
 } // namespace
+
+thread_local bool ZELWriteBehind::s_enabled = false;
+thread_local bool ZELWriteBehind::s_may = false;
+
+void ZELWriteBehind::finish()
+{
+    ZELCriticalSection section;
+    s_may = false; // a fault may have jumped over the end of the permission
+    const auto job = std::exchange(behind, nullptr);
+    if (!job || waitFor(*job))
+        return;
+    if (job->isText)
+        logDropped(job->text);
+    else
+        logDropped(job->bytes);
+}
 
 // Shared with the device's hooks and the end of the device's thread, which may come after the stream.
 class ZELStreamPrivate
@@ -118,8 +148,7 @@ bool ZELStreamPrivate::waitsForThread(const ZELStream *q) const
     return worker && current != worker && current != q->thread();
 }
 
-// False when the device closed or its thread ended before the job was done. A slow peer does not keep a thread that
-// is to be stopped: it leaves the job behind, to be done in its turn.
+// False when the device closed or its thread ended before.
 bool ZELStreamPrivate::hand(ZELStream *q, const std::shared_ptr<Job> &job)
 {
     {
@@ -131,11 +160,7 @@ bool ZELStreamPrivate::hand(ZELStream *q, const std::shared_ptr<Job> &job)
         if (!std::exchange(posted, true))
             QMetaObject::invokeMethod(q, &ZELStream::writeQueued, Qt::QueuedConnection);
     }
-    while (job->state == Job::Waiting) {
-        if (!zelWaitInterruptibly(job->settled))
-            return true;
-    }
-    return job->state == Job::Written;
+    return true;
 }
 
 std::shared_ptr<Job> ZELStreamPrivate::takeJob()
@@ -171,10 +196,14 @@ void ZELStreamPrivate::write(ZELStream *q, const Data &data)
     // A kill between handing over and being told would leave the writer's place in the wait behind.
     ZELCriticalSection section;
     if (closed)
-        logDropped(data);
-    else if (!waitsForThread(q))
-        q->write_(data);
-    else if (!hand(q, std::make_shared<Job>(data)))
+        return logDropped(data);
+    if (!waitsForThread(q))
+        return q->write_(data);
+    const auto job = std::make_shared<Job>(data);
+    const bool handed = hand(q, job);
+    if (handed && ZELWriteBehind::s_may && !behind && data.size() <= shortWrite)
+        behind = job;
+    else if (!handed || !waitFor(*job))
         logDropped(data);
 }
 

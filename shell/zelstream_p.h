@@ -21,4 +21,32 @@ public:
     ZELLife<ZELAbstractStream> life;
 };
 
+/**
+ * Lets a thread wait for one short write later, together with something else: when the writer would next go to sleep
+ * anyway, being told costs it a wake-up for nothing. At most one write of a thread is behind; the order stays.
+ *
+ *     ZELWriteBehind::enable();                                     // once, on a thread that calls finish()
+ *     { ZELWriteBehind behind; stream->write(answer); }
+ *     waitForQuestion();
+ *     ZELWriteBehind::finish();                                     // the answer has been written now
+ */
+class ZELWriteBehind
+{
+public:
+    /// While it stands, a short write to a device with a thread of its own returns at once.
+    ZELWriteBehind() { s_may = s_enabled; }
+    ~ZELWriteBehind() { s_may = false; }
+    ZELWriteBehind(const ZELWriteBehind &) = delete;
+    ZELWriteBehind &operator=(const ZELWriteBehind &) = delete;
+
+    static void enable() { s_enabled = true; }
+    /// Waits as the write would have done.
+    static void finish();
+
+private:
+    friend class ZELStreamPrivate;
+    static thread_local bool s_enabled;
+    static thread_local bool s_may;
+};
+
 #endif

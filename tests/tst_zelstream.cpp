@@ -4,7 +4,7 @@
 #include "threads.h"
 #include "zelfault.h"
 #include "zellogging.h"
-#include "zelstream.h"
+#include "zelstream_p.h"
 
 #include <QtTest>
 #include <atomic>
@@ -204,6 +204,36 @@ private Q_SLOTS:
         released = true;
         line.stream->write(QByteArray("second"));
         QCOMPARE(line.device.writes(), QStringList({"first", "second"}));
+    }
+
+    void writeBehind()
+    {
+        std::atomic<bool> released{false};
+        Line line;
+        QStringList written;
+        const Quiet quiet;
+        Threads(1, [&] {
+            const auto writeBehind = [&](const char *text) {
+                const ZELWriteBehind behind;
+                line.stream->write(QString(text));
+            };
+            ZELWriteBehind::enable();
+            line.block(released);
+            writeBehind("first"); // does not wait for the release
+            released = true;
+            writeBehind("second"); // waits for both
+            written = line.device.writes();
+            ZELWriteBehind::finish();
+            released = false;
+            line.block(released);
+            writeBehind("third");
+            line.device.Close();
+            ZELWriteBehind::finish();
+            released = true;
+        }).join();
+        QCOMPARE(written, QStringList({"first", "second"}));
+        QCOMPARE(Quiet::count(), 1); // dropped, and said so
+        QCOMPARE(line.device.writes().size(), 2);
     }
 
     void waitersLetGo()
