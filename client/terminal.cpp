@@ -18,7 +18,7 @@ namespace {
 constexpr int leaveKey = 29; // Ctrl-]
 constexpr int endingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
-termios found;
+termios found, raw;
 volatile sig_atomic_t changed = 0;
 
 void restore()
@@ -36,6 +36,23 @@ void onSignal(int number)
     raise(number);
 }
 
+/// Stopped from outside, as no key does it here: the shell that goes on finds its terminal as it was.
+void onStop(int number)
+{
+    const int before = errno;
+    tcsetattr(STDIN_FILENO, TCSANOW, &found);
+    signal(number, SIG_DFL);
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, number);
+    raise(number);
+    sigprocmask(SIG_UNBLOCK, &stop, nullptr); // stops here
+    signal(number, onStop);
+    if (changed)
+        tcsetattr(STDIN_FILENO, TCSANOW, &raw);
+    errno = before;
+}
+
 /// The terminal's settings while it stands, with some local modes switched off.
 class Modes
 {
@@ -46,19 +63,21 @@ public:
             return;
         for (int number : endingSignals)
             signal(number, onSignal);
-        termios modes = found;
-        modes.c_lflag &= ~off;
+        raw = found;
+        raw.c_lflag &= ~off;
         if (off & ICANON) {
-            modes.c_iflag &= ~tcflag_t(IXON);
-            modes.c_cc[VMIN] = 1;
-            modes.c_cc[VTIME] = 0;
+            raw.c_iflag &= ~tcflag_t(IXON);
+            raw.c_cc[VMIN] = 1;
+            raw.c_cc[VTIME] = 0;
         }
         // Before the change: a signal in between restores what was never changed, which is harmless.
         changed = 1;
-        tcsetattr(STDIN_FILENO, TCSADRAIN, &modes);
+        signal(SIGTSTP, onStop);
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
     }
     ~Modes()
     {
+        signal(SIGTSTP, SIG_DFL);
         restore();
         for (int number : endingSignals)
             signal(number, SIG_DFL);
@@ -105,7 +124,7 @@ Status Terminal::run(const QString &address)
     bool left;
     {
         // Line ends are still translated on their way out.
-        const Modes raw(ICANON | ECHO | ISIG | IEXTEN);
+        const Modes modes(ICANON | ECHO | ISIG | IEXTEN);
         std::fprintf(stderr, "Connected to %s; Ctrl-] leaves.\n", qPrintable(address));
         show(m_client.banner().toUtf8());
         m_bannerFirst.unlock();
@@ -134,8 +153,11 @@ bool Terminal::sendKeys(int ended)
 {
     pollfd entries[] = {{STDIN_FILENO, POLLIN, 0}, {ended, POLLIN, 0}};
     for (;;) {
-        if (poll(entries, 2, -1) < 0 && errno != EINTR)
-            return false;
+        if (poll(entries, 2, -1) < 0) {
+            if (errno != EINTR)
+                return false;
+            continue;
+        }
         if (entries[1].revents)
             return false;
         if (!entries[0].revents)
