@@ -370,7 +370,9 @@ void ZELShell::setLineLimit(int bytes)
 
 void ZELShell::setIdleLimit(int ms)
 {
-    d->idleLimit = qMax(0, ms);
+    const int before = d->idleLimit.exchange(qMax(0, ms));
+    if (before == 0 && ms > 0 && d->coreRunning && !d->isMain)
+        ZELIdleWatch::add(d);
 }
 
 bool ZELShell::isRunning() const

@@ -42,7 +42,7 @@ Sessions living(std::vector<std::weak_ptr<ZELShellPrivate>> &watched)
     Sessions sessions;
     for (auto it = watched.begin(); it != watched.end();) {
         const auto session = it->lock();
-        if (session && !session->coreFinished) {
+        if (session && !session->coreFinished && session->idleLimit) {
             sessions.push_back(session);
             ++it;
         } else {
@@ -58,7 +58,10 @@ Clock::time_point endIdle(const Sessions &sessions)
     const auto now = Clock::now();
     auto next = now + std::chrono::seconds(60);
     for (const auto &session : sessions) {
-        const std::chrono::milliseconds left = std::chrono::milliseconds(session->idleLimit) - idleTime(*session, now);
+        const int limit = session->idleLimit;
+        const std::chrono::milliseconds left = std::chrono::milliseconds(limit) - idleTime(*session, now);
+        if (limit == 0)
+            continue; // taken off meanwhile
         if (left.count() > 0)
             next = std::min(next, now + left);
         else if (!session->isStopping())

@@ -14,7 +14,7 @@ class ZELShellPrivate;
 class ZELIdleWatch
 {
 public:
-    /// Watches a session until it ends.
+    /// Watches a session until it ends or its limit is taken off.
     static void add(const std::shared_ptr<ZELShellPrivate> &session);
 };
 

@@ -214,7 +214,11 @@ private Q_SLOTS:
         board.proceed.release();
         QTest::qWait(300);
         QVERIFY(busy.shell->isRunning());
+        busy.shell->setIdleLimit(0); // never from now on
         board.proceed.release();
+        QTest::qWait(300);
+        QVERIFY(busy.shell && busy.shell->isRunning());
+        busy.shell->setIdleLimit(100);
         QTRY_VERIFY(!busy.shell);
     }
 
