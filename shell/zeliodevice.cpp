@@ -21,24 +21,25 @@ Devices &devices()
 }
 } // namespace
 
-void ZELIODevicePrivate::set(ZELIODevice::Hook ZELIODevicePrivate::*hook, ZELIODevice::Hook value)
+void ZELIODevicePrivate::set(Hook ZELIODevicePrivate::*hook, ZELIODevice::Hook value)
 {
-    // The old hook dies with the argument, outside of the lock: what it holds may call back.
+    // The old hook dies last, outside of the lock: what it holds may call back.
+    Hook other = value ? std::make_shared<const ZELIODevice::Hook>(std::move(value)) : nullptr;
     ZELCriticalSection section;
     std::lock_guard<std::mutex> lock(mutex);
-    std::swap(this->*hook, value);
+    std::swap(this->*hook, other);
 }
 
-void ZELIODevicePrivate::call(const ZELIODevice::Hook ZELIODevicePrivate::*hook)
+void ZELIODevicePrivate::call(const Hook ZELIODevicePrivate::*hook)
 {
-    ZELIODevice::Hook copy;
+    Hook copy;
     {
         ZELCriticalSection section;
         std::lock_guard<std::mutex> lock(mutex);
         copy = this->*hook;
     }
     if (copy)
-        copy();
+        (*copy)();
 }
 
 ZELIODevice::ZELIODevice()

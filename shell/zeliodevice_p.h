@@ -14,14 +14,16 @@ public:
         : life(q)
     {
     }
-    void set(ZELIODevice::Hook ZELIODevicePrivate::*hook, ZELIODevice::Hook value);
-    void call(const ZELIODevice::Hook ZELIODevicePrivate::*hook);
+    /// Shared, since it may be replaced while it runs, and a copy of a function takes memory.
+    using Hook = std::shared_ptr<const ZELIODevice::Hook>;
+    void set(Hook ZELIODevicePrivate::*hook, ZELIODevice::Hook value);
+    void call(const Hook ZELIODevicePrivate::*hook);
 
     ZELLife<ZELIODevice> life;
     std::mutex mutex; ///< guards the rest
-    ZELIODevice::Hook readyReadHook;
-    ZELIODevice::Hook closeHook;
-    ZELIODevice::Hook startHook;
+    Hook readyReadHook;
+    Hook closeHook;
+    Hook startHook;
     ZELStream *stream = nullptr;
 };
 
