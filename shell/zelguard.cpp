@@ -5,13 +5,10 @@
 #include "zelsignals_p.h"
 
 #include <QDebug>
-#include <QHash>
 #include <QThread>
 #include <cxxabi.h>
 #include <exception>
-#include <mutex>
 #include <sys/mman.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 // Jumps start in the handlers (zelsignals.cpp), in zelRaise() and in zelTakePending(), and all of them come back in
@@ -23,47 +20,6 @@ static Except_frame theRegistry;
 Except_frame *except_stack = &theRegistry;
 
 namespace {
-
-/// Threads by id, for kills from others. The thread's own handlers never look here.
-struct Shard
-{
-    std::mutex mutex;
-    QHash<void *, ZELThreadFaults *> threads;
-};
-
-Shard &shardOf(void *threadId)
-{
-    static Shard *shards = new Shard[16]; // never destroyed: threads may outlive the statics
-    return shards[(quintptr(threadId) >> 12) * 0x9e3779b1u >> 4 & 15];
-}
-
-void setRegistered(bool registered)
-{
-    ZELCriticalSection section;
-    void *id = QThread::currentThreadId();
-    Shard &shard = shardOf(id);
-    std::lock_guard<std::mutex> lock(shard.mutex);
-    if (registered)
-        shard.threads.insert(id, &zelThreadFaults);
-    else
-        shard.threads.remove(id);
-    zelThreadFaults.registered = registered;
-}
-
-/// From here on no kill is sent to a thread without frames; one that is on its way is let in before that.
-void setHasFrames(bool has)
-{
-    ZELThreadFaults &self = zelThreadFaults;
-    Shard &shard = shardOf(QThread::currentThreadId());
-    {
-        std::lock_guard<std::mutex> lock(shard.mutex);
-        self.hasFrames = has;
-    }
-    if (!has && self.kill.load()) {
-        syscall(SYS_gettid); // a signal that was sent under the lock arrives here, inside the critical section
-        self.kill = 0;
-    }
-}
 
 bool useSignalStack(void *memory, size_t size)
 {
@@ -88,7 +44,7 @@ struct ForeignThread
 {
     ForeignThread()
     {
-        setRegistered(true);
+        zelSetRegistered(true);
         m_memory = mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
         if (m_memory != MAP_FAILED) {
             mprotect(m_memory, 4096, PROT_NONE);
@@ -97,7 +53,7 @@ struct ForeignThread
     }
     ~ForeignThread()
     {
-        setRegistered(false);
+        zelSetRegistered(false);
         zelThreadFaults.ended = true;
         if (m_used)
             dropSignalStack();
@@ -119,7 +75,7 @@ void ensureRegistered()
     static thread_local ForeignThread thread;
     thread.use();
     if (!zelThreadFaults.registered)
-        setRegistered(true); // once a library thread, now opening a frame after its body
+        zelSetRegistered(true); // once a library thread, now opening a frame after its body
 }
 
 /// The head of the C++ runtime's per-thread exception state, as the Itanium ABI lays it out.
@@ -163,7 +119,7 @@ void unlinkInnermost()
 {
     ZELThreadFaults &self = zelThreadFaults;
     if (!self.innermost->link.outer) {
-        setHasFrames(false);
+        zelSetHasFrames(false);
         zelStopRetrying();
     }
     self.innermost = self.innermost->link.outer;
@@ -306,7 +262,7 @@ ExceptionHelp *Except_frame::Push(ExceptionHelp *frame)
     static const bool handled = (installUnixSignal(), true);
     Q_UNUSED(handled)
     if (!self.innermost)
-        setHasFrames(true);
+        zelSetHasFrames(true);
     const ExceptionState *state = exceptionState();
     frame->link.caughtExceptions = state->caught;
     frame->link.uncaughtExceptions = state->uncaught;
@@ -386,33 +342,6 @@ void Except_frame::CleanUp()
         frame->exception = new Exception;
         frame->exception->setwhat(QStringLiteral("no exception"));
     }
-}
-
-int Except_frame::Kill(void *threadId)
-{
-    ZELCriticalSection section;
-    zelRefreshCodeMap();
-    Shard &shard = shardOf(threadId);
-    std::lock_guard<std::mutex> lock(shard.mutex);
-    ZELThreadFaults *thread = shard.threads.value(threadId);
-    if (!thread || !thread->hasFrames)
-        return ESRCH;
-    // The request is the flag: signals of one number melt into one while they are pending.
-    thread->kill = 1;
-    if (QThread *loop = thread->loopThread)
-        loop->quit();
-    return pthread_kill(pthread_t(threadId), SIGQUIT); // under the lock, so the thread cannot end meanwhile
-}
-
-ZELInterruptTarget zelInterruptTarget()
-{
-    return {&zelThreadFaults, pthread_self()};
-}
-
-void zelInterrupt(const ZELInterruptTarget &target)
-{
-    target.faults->interrupt = 1;
-    pthread_kill(target.thread, SIGQUIT);
 }
 
 ExceptionHelp *zelArmedFrame()
@@ -510,12 +439,12 @@ bool ZELLoopScope::killed() const
 ZELThreadFaultScope::ZELThreadFaultScope(void *memory, size_t size)
     : m_ownStack(useSignalStack(memory, size))
 {
-    setRegistered(true);
+    zelSetRegistered(true);
 }
 
 ZELThreadFaultScope::~ZELThreadFaultScope()
 {
-    setRegistered(false);
+    zelSetRegistered(false);
     if (m_ownStack)
         dropSignalStack();
 }

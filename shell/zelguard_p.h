@@ -192,6 +192,12 @@ struct ZELInterruptTarget
 };
 ZELInterruptTarget zelInterruptTarget();
 
+/// Makes this thread known for kills from others, and unknown again.
+void zelSetRegistered(bool registered);
+/// Whether this thread has frames. Without any, from here on no kill is sent to it; one that is on its way is let in
+/// before that.
+void zelSetHasFrames(bool has);
+
 /// Abandons what a thread runs in its outermost frame whose link is marked interruptible, with the state SIGINT;
 /// nothing without one. Taken like a time limit, where nothing is torn. Async-signal-safe.
 void zelInterrupt(const ZELInterruptTarget &target);

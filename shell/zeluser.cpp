@@ -1,23 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "zeluser.h"
 #include "zelguard_p.h"
+#include "zeluseraccess_p.h"
 
 #include <QDebug>
-#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
-#include <QThread>
-#include <QVector>
 #include <algorithm>
-#include <atomic>
 #include <mutex>
 
 namespace {
 
 struct Registry
 {
-    std::mutex database; ///< held for one whole operation, so that a check and the login that rests on it are one step
     std::mutex state; ///< guards the list and the fields of all records; never held during a statement
     QList<ZELUser> users;
 };
@@ -27,78 +23,6 @@ Registry &registry()
 {
     static auto *all = new Registry;
     return *all;
-}
-
-bool isInMemory(const QString &name)
-{
-    return name.isEmpty() || name.contains(QLatin1String(":memory:")) || name.contains(QLatin1String("mode=memory"));
-}
-
-/// One operation on the database: the right to it, and the calling thread's own connection.
-class Access
-{
-public:
-    explicit Access(const QSqlDatabase &db)
-        : m_lock(registry().database)
-    {
-        if (!db.isValid() || db.driver()->thread() == QThread::currentThread())
-            m_db = db;
-        else if (isInMemory(db.databaseName()))
-            qWarning("ZELUser: an in-memory database serves only the thread that opened it");
-        else
-            openClone(db);
-    }
-    ~Access()
-    {
-        m_db = QSqlDatabase();
-        if (!m_cloneName.isEmpty())
-            QSqlDatabase::removeDatabase(m_cloneName);
-    }
-    Access(const Access &) = delete;
-    Access &operator=(const Access &) = delete;
-
-    /// A query that fails when there is no connection; Qt would take the application's default one instead.
-    QSqlQuery query() const { return m_db.isValid() ? QSqlQuery(m_db) : QSqlQuery(static_cast<QSqlResult *>(nullptr)); }
-
-private:
-    void openClone(const QSqlDatabase &db)
-    {
-        static std::atomic<quint64> number{0};
-        m_cloneName = QStringLiteral("ZELUser clone %1").arg(++number);
-        m_db = QSqlDatabase::cloneDatabase(db, m_cloneName);
-        QStringList options = m_db.connectOptions().split(QLatin1Char(';'), Qt::SkipEmptyParts);
-        // The first of two equal options would be overruled, so a value that the host chose stands.
-        options.prepend(QStringLiteral("QSQLITE_BUSY_TIMEOUT=30000"));
-        m_db.setConnectOptions(options.join(QLatin1Char(';')));
-        m_db.open();
-    }
-
-    ZELCriticalSection m_section; ///< a kill must tear neither the lock nor the database engine
-    std::lock_guard<std::mutex> m_lock;
-    QString m_cloneName;
-    QSqlDatabase m_db;
-};
-
-// A lone surrogate counts too: the database engine takes the code unit behind it for its other half, and with it the
-// closing quote of the statement. The two last code units it would store as another character.
-bool fitsStatement(const QString &text)
-{
-    static const QVector<QChar> refused{QLatin1Char('\''), QChar(QChar::Null), QChar(0xfffe), QChar(0xffff)};
-    const auto isRefused = [](QChar c) { return refused.contains(c); };
-    return text.isValidUtf16() && std::none_of(text.begin(), text.end(), isRefused);
-}
-
-bool fitsTableName(const QString &name)
-{
-    // Every connection reads the names of all tables; a few huge ones would slow down everybody's login.
-    constexpr int longest = 255;
-    const auto isPart = [](QChar c) {
-        return c.unicode() >= 128 || c.isLetterOrNumber() || c == QLatin1Char('_') || c == QLatin1Char('$');
-    };
-    // The engine reads over a leading byte order mark: the history would be that of another name.
-    static const QString notFirst = QStringLiteral("0123456789$\uFEFF");
-    return !name.isEmpty() && name.size() <= longest && !notFirst.contains(name.at(0)) && fitsStatement(name)
-        && std::all_of(name.begin(), name.end(), isPart);
 }
 
 void debugLine(const QString &line, const QSqlQuery &query)
@@ -126,17 +50,17 @@ public:
     bool fail(const QString &error);
     bool failLoudly(const QString &error);
     void open(const QString &name, const QString &pass, const QSqlDatabase &database, bool mayCreate, const QUuid &id);
-    bool createUserTable(const Access &access);
-    bool login(const Access &access, bool mayCreate);
+    bool createUserTable(const ZELUserAccess &access);
+    bool login(const ZELUserAccess &access, bool mayCreate);
     bool checkAccount(const QString &storedPassword);
-    bool createAccount(const Access &access, bool mayCreate);
-    bool select(const Access &access, const QString &columns, QVariantList &row);
-    bool enter(const Access &access, const QUuid &id);
-    void takeTerminalId(const Access &access, const QUuid &id);
-    void updateLoginInfo(const Access &access);
+    bool createAccount(const ZELUserAccess &access, bool mayCreate);
+    bool select(const ZELUserAccess &access, const QString &columns, QVariantList &row);
+    bool enter(const ZELUserAccess &access, const QUuid &id);
+    void takeTerminalId(const ZELUserAccess &access, const QUuid &id);
+    void updateLoginInfo(const ZELUserAccess &access);
     void updateList();
-    bool createHistory(const Access &access);
-    void appendToHistory(const Access &access);
+    bool createHistory(const ZELUserAccess &access);
+    void appendToHistory(const ZELUserAccess &access);
     QDateTime lastTime(const QString &isLogin, const QString &error);
 
     QString table() const { return userName + QStringLiteral("_LoginInfo"); }
@@ -181,7 +105,7 @@ void ZELUserPrivate::open(
     db = database;
     if (!db.isOpen())
         return;
-    const Access access(db);
+    const ZELUserAccess access(db);
     if (!createUserTable(access))
         return;
     if (ZELUser::getUserByName(userName).isLogin()) {
@@ -193,7 +117,7 @@ void ZELUserPrivate::open(
         takeTerminalId(access, id);
 }
 
-bool ZELUserPrivate::createUserTable(const Access &access)
+bool ZELUserPrivate::createUserTable(const ZELUserAccess &access)
 {
     QSqlQuery query = access.query();
     if (query.exec(QStringLiteral("create table if not exists ZELUser([Id] integer PRIMARY KEY autoincrement,"
@@ -203,7 +127,7 @@ bool ZELUserPrivate::createUserTable(const Access &access)
     return fail(QStringLiteral("Error : Failed to creat table 'ZELUser' "));
 }
 
-bool ZELUserPrivate::login(const Access &access, bool mayCreate)
+bool ZELUserPrivate::login(const ZELUserAccess &access, bool mayCreate)
 {
     fail(QString());
     if (get(&ZELUserPrivate::isLogin))
@@ -222,11 +146,11 @@ bool ZELUserPrivate::login(const Access &access, bool mayCreate)
 
 // The query must not outlive this: while it reads, a write of this connection fails at once when another process
 // writes, instead of waiting for its turn.
-bool ZELUserPrivate::select(const Access &access, const QString &columns, QVariantList &row)
+bool ZELUserPrivate::select(const ZELUserAccess &access, const QString &columns, QVariantList &row)
 {
     const QString statement = QStringLiteral("select %1 from ZELUser where [UserName] == '%2'");
     QSqlQuery query = access.query();
-    if (fitsStatement(userName) && query.exec(statement.arg(columns, userName)) && query.next()) {
+    if (zelFitsStatement(userName) && query.exec(statement.arg(columns, userName)) && query.next()) {
         row.clear();
         for (int column = 0; column < query.record().count(); ++column)
             row += query.value(column);
@@ -243,7 +167,7 @@ bool ZELUserPrivate::checkAccount(const QString &storedPassword)
     return failLoudly(QStringLiteral("Error : password error"));
 }
 
-bool ZELUserPrivate::createAccount(const Access &access, bool mayCreate)
+bool ZELUserPrivate::createAccount(const ZELUserAccess &access, bool mayCreate)
 {
     if (!mayCreate)
         return failLoudly(QStringLiteral("Error : user name error"));
@@ -251,13 +175,13 @@ bool ZELUserPrivate::createAccount(const Access &access, bool mayCreate)
     const QString pass = get(&ZELUserPrivate::password);
     const QString statement = QStringLiteral("insert into ZELUser([Uid],[UserName],[Password]) values('%1','%2','%3')");
     QSqlQuery query = access.query();
-    if (fitsStatement(pass) && query.exec(statement.arg(id.toString(), userName, pass)))
+    if (zelFitsStatement(pass) && query.exec(statement.arg(id.toString(), userName, pass)))
         return enter(access, id);
     debugLine(QStringLiteral("Error : Failed to create data from 'ZELUser'"), query);
     return fail(sqlExecError);
 }
 
-bool ZELUserPrivate::enter(const Access &access, const QUuid &id)
+bool ZELUserPrivate::enter(const ZELUserAccess &access, const QUuid &id)
 {
     {
         ZELCriticalSection section;
@@ -272,7 +196,7 @@ bool ZELUserPrivate::enter(const Access &access, const QUuid &id)
 }
 
 // Not the id of another login or account: whoever asks for the user of that id would be given this one.
-void ZELUserPrivate::takeTerminalId(const Access &access, const QUuid &id)
+void ZELUserPrivate::takeTerminalId(const ZELUserAccess &access, const QUuid &id)
 {
     // However the host that made the row wrote it: in capitals, without braces.
     const QString statement
@@ -284,7 +208,7 @@ void ZELUserPrivate::takeTerminalId(const Access &access, const QUuid &id)
         set(&ZELUserPrivate::tid, id);
 }
 
-void ZELUserPrivate::updateLoginInfo(const Access &access)
+void ZELUserPrivate::updateLoginInfo(const ZELUserAccess &access)
 {
     updateList();
     if (createHistory(access))
@@ -303,12 +227,12 @@ void ZELUserPrivate::updateList()
         users.erase(mine);
 }
 
-bool ZELUserPrivate::createHistory(const Access &access)
+bool ZELUserPrivate::createHistory(const ZELUserAccess &access)
 {
     QSqlQuery query = access.query();
     const QString create = QStringLiteral("create table if not exists %1([Id] integer PRIMARY KEY autoincrement,"
                                           "[Time] DATETIME,[IsLogin] BOOLEAN)");
-    if (!fitsTableName(userName) || !query.exec(create.arg(table()))) {
+    if (!zelFitsTableName(userName) || !query.exec(create.arg(table()))) {
         debugLine(QStringLiteral("Error : Failed to creat table '%1'").arg(table()), query);
         return false;
     }
@@ -323,7 +247,7 @@ bool ZELUserPrivate::createHistory(const Access &access)
     return fail(QStringLiteral("Error : Failed to create trigger to '%ZELUser%_LoginInfo'"));
 }
 
-void ZELUserPrivate::appendToHistory(const Access &access)
+void ZELUserPrivate::appendToHistory(const ZELUserAccess &access)
 {
     const QString statement = QStringLiteral("insert into %1([Time],[IsLogin]) values('%2','%3')");
     const QString flag = get(&ZELUserPrivate::isLogin) ? QStringLiteral("1") : QStringLiteral("0");
@@ -337,9 +261,9 @@ void ZELUserPrivate::appendToHistory(const Access &access)
 QDateTime ZELUserPrivate::lastTime(const QString &isLogin, const QString &error)
 {
     const QString statement = QStringLiteral("select * from %1 where [IsLogin] = '%2' order by [Id] desc");
-    const Access access(db);
+    const ZELUserAccess access(db);
     QSqlQuery query = access.query();
-    if (!fitsTableName(userName) || !query.exec(statement.arg(table(), isLogin))) {
+    if (!zelFitsTableName(userName) || !query.exec(statement.arg(table(), isLogin))) {
         debugLine(error, query);
         fail(error);
         return {};
@@ -390,13 +314,13 @@ bool ZELUser::operator!=(const ZELUser &other) const
 
 bool ZELUser::login()
 {
-    const Access access(d->db);
+    const ZELUserAccess access(d->db);
     return d->login(access, true);
 }
 
 void ZELUser::logout()
 {
-    const Access access(d->db);
+    const ZELUserAccess access(d->db);
     if (!isLogin())
         return;
     d->set(&ZELUserPrivate::isLogin, false);
@@ -425,9 +349,9 @@ bool ZELUser::setPassword(const QString &password)
     if (!isLogin())
         return d->fail(QStringLiteral("Error : not login"));
     const QString statement = QStringLiteral("update ZELUser set [Password] = '%1' where [Uid] = '%2' ");
-    const Access access(d->db);
+    const ZELUserAccess access(d->db);
     QSqlQuery query = access.query();
-    if (fitsStatement(password) && query.exec(statement.arg(password, uid().toString()))) {
+    if (zelFitsStatement(password) && query.exec(statement.arg(password, uid().toString()))) {
         d->set(&ZELUserPrivate::password, password);
         return true;
     }
@@ -437,7 +361,7 @@ bool ZELUser::setPassword(const QString &password)
 
 void ZELUser::updateLoginInfo()
 {
-    const Access access(d->db);
+    const ZELUserAccess access(d->db);
     d->updateLoginInfo(access);
 }
 
