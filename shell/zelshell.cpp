@@ -138,7 +138,6 @@ void ZELShellPrivate::runCore()
     coreRunning = true;
     if (!isMain && idleLimit)
         ZELIdleWatch::add(shared_from_this());
-    ZELWriteBehind::enable();
     loop->run();
     finishCore();
 }

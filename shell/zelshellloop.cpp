@@ -48,6 +48,8 @@ void ZELShellLoop::run()
         return;
     m_editor.setTerminal(!m_session.noTerminal);
     m_editor.setUtf8(m_session.utf8Editing);
+    if (m_session.noTerminal)
+        ZELWriteBehind::enable(); // nothing is prompted for: a prompt counts the writes before it
     if (!m_session.isMain || m_session.noTerminal)
         banner();
     ZELShellPrivate::log(QStringLiteral("ZELShell Start"));
