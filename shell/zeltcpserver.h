@@ -21,7 +21,8 @@ class ZELTcpSocket;
  * once with the debug line "RPC connections use out, ...", and the others are served on.
  *
  * The sockets are not owned: who takes the stream releases its device (ZELIODevice::release()) in the end.
- * Threads: the server and everything here belong to the thread that made it, the callback is called there too.
+ * Threads: the server and everything here belong to the thread that made it and need its event loop; the callback is
+ * called there too.
  *
  *     ZELTcpServer server(nullptr, 100);
  *     server.setConnectCallback([](const QPointer<ZELStream> &stream) { serve(stream); });
