@@ -3,6 +3,9 @@
 
 #include "zelshell_p.h"
 #include "zelthread.h"
+#include "zelthread_p.h"
+
+#include <QCoreApplication>
 
 namespace {
 
@@ -98,8 +101,15 @@ void ZELIdleWatch::add(const std::shared_ptr<ZELShellPrivate> &session)
     if (std::exchange(watch.running, true))
         return;
     auto *thread = new ZELThread;
+    // The session's thread ends before this one, and what is to be deleted there then never is.
+    if (QCoreApplication::instance())
+        thread->moveToThread(QCoreApplication::instance()->thread());
     thread->setAutoDelete();
     thread->setLabel(QStringLiteral("ZELShell Idle Watch"));
     thread->setCallback([](ZELThreadInfo *) { watchSessions(); });
     thread->start();
+    if (zelHasStarted(*thread))
+        return;
+    delete thread;
+    watch.running = false; // the next session tries again
 }
