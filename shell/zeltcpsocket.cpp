@@ -368,7 +368,8 @@ void ZELTcpSocket::closeDown()
     disconnect(this, &QAbstractSocket::errorOccurred, this, &ZELTcpSocket::onError);
     disconnect(d->onDisconnected);
     beginClose();
-    if (state() == ConnectedState)
+    // Without a worker nothing was ever sent, and the thread that accepts must not wait for the peer.
+    if (state() == ConnectedState && QThread::currentThread() == d->thread)
         sendRest();
     if (!d->noticed) {
         qDebug() << "ZELTcpSocket disconnected ip=" << peerAddress().toString() << " port=" << peerPort();

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <memory>
+#include <sys/resource.h>
 #include <thread>
 
 /// One accepted ZELTcpSocket and the plain peer on its other end.
@@ -211,6 +212,26 @@ private Q_SLOTS:
             socket->release();
             QTRY_VERIFY(!socket && !stream && !thread);
         }
+    }
+
+    void withoutWorker()
+    {
+        RawListener listener;
+        RawPeer peer(listener.port());
+        const qintptr accepted = listener.accept();
+        rlimit old;
+        getrlimit(RLIMIT_NOFILE, &old);
+        const rlimit none{0, old.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+        auto *socket = new ZELTcpSocket(accepted, nullptr);
+        setrlimit(RLIMIT_NOFILE, &old);
+        QVERIFY(!socket->isWorking());
+        // A server drops such a one on the thread that accepts the others: not a moment's wait for the peer.
+        QElapsedTimer timer;
+        timer.start();
+        delete socket;
+        QVERIFY(timer.elapsed() < 500);
+        QVERIFY(peer.atEnd());
     }
 
     void connects()
