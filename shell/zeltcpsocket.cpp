@@ -279,10 +279,10 @@ QByteArray ZELTcpSocket::readAll()
         {
             ZELCriticalSection section;
             std::lock_guard<std::mutex> lock(d->mutex);
-            // Posted under the lock that the worker takes before it ends: its dispatcher must still be there.
+            // Posted under the lock that the worker takes before it ends: its dispatcher must still be there. By its
+            // name, since the race detector does not see Qt hand over a function object.
             if (d->paused && !d->ended)
-                QMetaObject::invokeMethod(
-                    this, [this] { resume(); }, Qt::QueuedConnection);
+                QMetaObject::invokeMethod(this, "resume", Qt::QueuedConnection);
             d->paused = false;
             if (!d->received.isEmpty())
                 return std::exchange(d->received, QByteArray());

@@ -104,7 +104,7 @@ private:
     void watchArrival();
     bool takeArrived();
     bool endOfPeer();
-    void resume();
+    Q_INVOKABLE void resume();
     void receive();
     void waitForRoom();
     bool beginClose();
