@@ -130,6 +130,11 @@ void ZELTcpServer::setMaxPendingConnections(int count)
     QTcpServer::setMaxPendingConnections(std::max(1, count)); // with 0 Qt accepts nobody
 }
 
+int ZELTcpServer::maxPendingConnections() const
+{
+    return d->maxConnections; // Qt's own value changes while clients are accepted
+}
+
 /// Qt accepts until nobody is waiting. While one client after the other comes, the thread would do nothing else: the
 /// sessions that have ended would stay in memory, and the host's timers would wait.
 void ZELTcpServer::giveWay()

@@ -40,6 +40,7 @@ public:
 
     /// The limit: a connection is refused while more than this number are open, so one more than the limit fit.
     void setMaxPendingConnections(int count);
+    int maxPendingConnections() const;
     /// Listens with room for a burst of connects; false when the address cannot be had.
     bool listen(const QHostAddress &address, quint16 port);
     /// Kept and not called: a callback for hosts that keep theirs here.

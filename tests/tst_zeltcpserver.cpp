@@ -114,6 +114,7 @@ private Q_SLOTS:
         // Accepting them all may not keep the event loop from what else there is to do.
         QCoreApplication::processEvents();
         QVERIFY2(server.server.clientCount() < 100, qPrintable(QString::number(server.server.clientCount())));
+        QCOMPARE(server.server.maxPendingConnections(), 1000);
         QTRY_COMPARE_WITH_TIMEOUT(server.server.clientCount(), 500, 30000);
         for (auto &peer : peers)
             QVERIFY(echoes(*peer));
