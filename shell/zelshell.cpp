@@ -7,6 +7,7 @@
 #include "zelshellserver_p.h"
 #include "zelthread.h"
 #include "zelthread_p.h"
+#include "zeltsan_p.h"
 #include "zeluser.h"
 
 #include <QDebug>
@@ -165,6 +166,7 @@ void ZELShellPrivate::watchInterruptKey()
         if (const auto session = state.lock())
             session->foreground.noteInput();
     });
+    ZEL_TSAN_RELEASE(static_cast<ZELAbstractStream *>(output.stream()));
 }
 
 ZELShell::ZELShell(ZELStream *stream, QObject *parent)
@@ -178,6 +180,7 @@ ZELShell::ZELShell(ZELStream *stream, QObject *parent)
         if (const auto session = state.lock())
             session->stopState = ZELShellPrivate::Ended;
     });
+    ZEL_TSAN_RELEASE(static_cast<ZELAbstractStream *>(stream));
 }
 
 ZELShell::~ZELShell()

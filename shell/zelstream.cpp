@@ -4,6 +4,7 @@
 #include "zelguard_p.h"
 #include "zeliodevice_p.h"
 #include "zelsemaphore_p.h"
+#include "zeltsan_p.h"
 
 #include <QDebug>
 #include <QThread>
@@ -109,13 +110,17 @@ void ZELStreamPrivate::bind(ZELStream *q, const std::shared_ptr<ZELStreamPrivate
 {
     const auto ref = ZELAbstractStreamPrivate::ref(q);
     device->setReadyReadHook([ref] {
-        if (auto use = ref.use())
+        if (auto use = ref.use()) {
+            ZEL_TSAN_ACQUIRE(use.get());
             Q_EMIT use->readyRead();
+        }
     });
     device->setCloseHook([ref, self] {
         self->end(&ZELStreamPrivate::closed);
-        if (auto use = ref.use())
+        if (auto use = ref.use()) {
+            ZEL_TSAN_ACQUIRE(use.get());
             Q_EMIT static_cast<ZELStream *>(use.get())->DeviceClose();
+        }
     });
 }
 
