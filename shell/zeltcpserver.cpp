@@ -252,6 +252,7 @@ void ZELTcpServer::welcome(ZELTcpSocket *socket, int descriptor)
     });
     if (socket->hasEnded()) // before the signal was connected
         sockDisConnectSlot(descriptor, socket->peerAddress().toString(), socket->peerPort());
-    connect(this, &ZELTcpServer::sentDisConnect, socket, &ZELTcpSocket::disConTcp);
+    // By name: the slot object of a call by address is lost when the socket is destroyed while Qt posts the call.
+    connect(this, SIGNAL(sentDisConnect(int)), socket, SLOT(disConTcp(int)));
     d->connected(QPointer<ZELStream>(socket->GetStream()));
 }
