@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Any bytes, in any mode: the cursor stays in the line, and how the bytes were torn does not matter.
+// Any bytes, in any mode: the cursor stays in the line, and how the bytes were torn does not matter, nor whether text
+// was taken in pieces or byte by byte.
 #include "zellineeditor_p.h"
 
 #include <cstdint>
@@ -28,6 +29,10 @@ Result edit(const char *bytes, size_t count, int options)
     editor.setTerminal(!(options & 2));
     Result result;
     for (size_t i = 0; i < count; ++i) {
+        if (!(options & 4))
+            i += size_t(editor.feedPlain(bytes + i, int(count - i)));
+        if (i == count)
+            break;
         const auto event = editor.feed(bytes[i]);
         if (event == ZELLineEditor::Line) {
             history.add(editor.line());
