@@ -77,8 +77,8 @@ public:
     }
     ~Modes()
     {
-        signal(SIGTSTP, SIG_DFL);
         restore();
+        signal(SIGTSTP, SIG_DFL);
         for (int number : endingSignals)
             signal(number, SIG_DFL);
     }

@@ -181,6 +181,7 @@ void ZELTcpServer::clear()
 {
     Q_EMIT sentDisConnect(-1);
     d->clients.clear();
+    giveMemoryBack();
 }
 
 void ZELTcpServer::sockDisConnectSlot(int handle, const QString &ip, quint16 port)

@@ -238,7 +238,7 @@ bool ZELTcpSocket::endOfPeer()
     return true;
 }
 
-void ZELTcpSocket::resume()
+void ZELTcpSocket::readOn()
 {
     if (d->down)
         return;
@@ -282,7 +282,7 @@ QByteArray ZELTcpSocket::readAll()
             // Posted under the lock that the worker takes before it ends: its dispatcher must still be there. By its
             // name, since the race detector does not see Qt hand over a function object.
             if (d->paused && !d->ended)
-                QMetaObject::invokeMethod(this, "resume", Qt::QueuedConnection);
+                QMetaObject::invokeMethod(this, "readOn", Qt::QueuedConnection);
             d->paused = false;
             if (!d->received.isEmpty())
                 return std::exchange(d->received, QByteArray());

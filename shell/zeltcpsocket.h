@@ -104,7 +104,7 @@ private:
     void watchArrival();
     bool takeArrived();
     bool endOfPeer();
-    Q_INVOKABLE void resume();
+    Q_INVOKABLE void readOn();
     void receive();
     void waitForRoom();
     bool beginClose();
