@@ -61,10 +61,12 @@ Clock::time_point endIdle(const Sessions &sessions)
     const auto now = Clock::now();
     auto next = now + std::chrono::seconds(60);
     for (const auto &session : sessions) {
+        // The idle time first: a limit that was taken off before the session fell idle is not read as it was.
+        const auto idle = idleTime(*session, now);
         const int limit = session->idleLimit;
-        const std::chrono::milliseconds left = std::chrono::milliseconds(limit) - idleTime(*session, now);
         if (limit == 0)
-            continue; // taken off meanwhile
+            continue;
+        const auto left = std::chrono::milliseconds(limit) - idle;
         if (left.count() > 0)
             next = std::min(next, now + left);
         else if (!session->isStopping())
