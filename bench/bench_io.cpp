@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Splitting lines, building records, one log message on its way, one task on its way to a thread.
 #include "zelarguments_p.h"
+#include "zelcommandsplit_p.h"
 #include "zeliodevice.h"
 #include "zelstream.h"
 #include "zelthreadpool.h"

@@ -2,6 +2,7 @@
 #include "zelarguments_p.h"
 
 #include "zelcatch.h"
+#include "zelcommandsplit_p.h"
 #include "zelguard_p.h"
 #include "zelshellbase_p.h"
 

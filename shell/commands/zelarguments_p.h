@@ -59,9 +59,6 @@ private:
     static ZELLife<ZELShellBase>::Ref refOf(ZELShellBase *shell);
 };
 
-/// The words of a line, as ZELArguments::CommandSplit() describes them. Linear in the length of the line.
-QStringList zelSplitCommandLine(const QString &line, bool keepQuote, bool dropEmptyQuoted);
-
 /// The address for reply headers; looked up at most once a second, since a board gets its address late.
 QString zelHostAddress();
 

@@ -2,6 +2,7 @@
 #include "zelshellexpansion_p.h"
 
 #include "zelarguments_p.h"
+#include "zelcommandsplit_p.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "zeliodevice.h"
+#include "zelstddevice.h"
 
 #include "zelguard_p.h"
 #include "zelterminal_p.h"

@@ -3,135 +3,16 @@
 #define ZELSHELLCLIENT_H
 
 #include "zelshell_export.h"
+#include "zelshellprocess.h"
 
 #include <QByteArray>
-#include <QHash>
 #include <QObject>
 #include <QString>
 #include <QUuid>
 #include <functional>
 #include <memory>
 
-class ZELShellClient;
 class ZELShellClientPrivate;
-class ZELShellProcessPrivate;
-
-/**
- * One packet of a remote shell as the client sees it: the key of the statement it answers, its headers and its body.
- *
- * A plain value, copied freely and usable on any thread. Nothing in it is interpreted before it is asked for:
- * "Content-Length", "Host", "PATH" and "ReturnType" are only found in the header table.
- *
- *     if (packet.isComplete() && packet.getProcessStatus() == ZELShellProcessHeader::Result)
- *         use(packet.getReturn());
- */
-class ZELSHELL_EXPORT ZELShellProcessHeader
-{
-public:
-    /// The numbers of getAccept().
-    enum Accept { StdOut, StdInfo, StdWarning, StdError, StdCritical, StdFatal, Stream, Object };
-    /// The numbers of getProcessStatus(). Every status but Process ends a statement's exchange.
-    enum Status {
-        Process,
-        ApplicationExit,
-        Disconnect,
-        ExecuteError,
-        Complete,
-        Result,
-        NotFound,
-        RunningLock,
-        PermissionError,
-        Unknown
-    };
-
-    /// Header names exactly as received; a repeated name keeps its last value.
-    QHash<QString, QByteArray> headers;
-    /// Everything behind the headers, as received.
-    QByteArray body;
-    /// The key of the start line: what the statement began with, "#" and its index included.
-    QString requestMethod;
-
-    QString getRequestMethod() const { return requestMethod; }
-    /// True when there is a state and it is not "EXECUTE_PROCESS".
-    bool isComplete() const;
-    bool isComplete() { return const_cast<const ZELShellProcessHeader *>(this)->isComplete(); }
-    /// True when there is a state and it is "EXECUTE_PROCESS".
-    bool isInsideProcess() const;
-    /// The channel the text was printed on; StdOut when the header is missing or not known.
-    int getAccept() const;
-    /// The state; Unknown when the header is missing or not known.
-    int getProcessStatus() const;
-    /// The body, base64-decoded when the header "Encode" is exactly "true".
-    QByteArray getRequestBodyBuffer() const;
-    /// The same as text, up to the first NUL byte.
-    QString getRequestBody() const;
-    /// The decoded value of the header "Return" up to its first NUL byte; empty without one, "NULL" for an invalid
-    /// value.
-    QString getReturn() const;
-};
-
-/**
- * One command line that a client sends to a remote shell, and everything that comes back for it.
- *
- * Made by ZELShellClient::createProcess() and held by the client until the last packet has come or the record is
- * removed; the caller's pointer keeps it as long as it is needed. One made without a client collects packets that are
- * given to it and sends nothing.
- *
- * Threads: any. A record may be destroyed while threads wait on it or its hook runs: waiters wake, the hook runs to its
- * end. A hook that waits for another packet of the same connection must be an asynchronous one. Hooks are called one
- * after another, in the order of the packets.
- *
- *     auto process = client.createProcess(QStringLiteral("jobs/count 3"));
- *     process->send();
- *     if (process->wait(5000))
- *         print(process->getTextOutput(0), process->getReturnValue(0));
- */
-class ZELSHELL_EXPORT ZELShellProcess
-{
-public:
-    ZELShellProcess();
-    /// Wakes those who wait; their calls return as if the command had ended.
-    ~ZELShellProcess();
-    ZELShellProcess(const ZELShellProcess &) = delete;
-    ZELShellProcess &operator=(const ZELShellProcess &) = delete;
-
-    /// Sends the command line once; false on every later call until clear(). Without a connection the record is
-    /// released at once.
-    bool send();
-    /// Has hook called for every packet: asynchronous on a thread of the pool without waiting, else while the receiving
-    /// thread waits. False, and nothing changes, once sent.
-    bool setProcess(std::function<void(ZELShellProcessHeader)> hook, bool asynchronous);
-
-    /// Waits until the command has ended (an asynchronous hook has seen its end) for at most ms milliseconds; false on
-    /// time-out.
-    bool wait(unsigned long ms);
-    /// Waits likewise, then what was printed so far, complete or not.
-    QString getTextOutput(unsigned long ms);
-    /// Waits likewise, then the value of the last packet; empty when there is none.
-    QString getReturnValue(unsigned long ms);
-    /// The packet that ended the command; without headers before that.
-    ZELShellProcessHeader lastPacket() const;
-
-    /// The line that send() transmits, the number of its command word included.
-    QString getCommand() const;
-    /// What the packets of this record begin with; empty without a client.
-    QString key() const;
-    bool isSendOut() const;
-    bool isBackground() const;
-
-    /// Adds a packet, to be worked off by doWork().
-    void append(const ZELShellProcessHeader &packet);
-    /// Works off the newest packet and drops those before it; whether it completes the command.
-    bool doWork();
-    /// Ends the record from this side: the hook sees one packet of unknown status, waiters wake.
-    void release();
-    /// Makes the record reusable: not sent, no hook. Waiters wake; line, background flag and text are kept.
-    void clear();
-
-private:
-    friend class ZELShellClientPrivate;
-    std::shared_ptr<ZELShellProcessPrivate> d;
-};
 
 /**
  * The connection of a program to a remote shell: logs in, sends statements, and hands the packets that come back to the

@@ -2,7 +2,7 @@
 #ifndef ZELSHELLPROCESS_P_H
 #define ZELSHELLPROCESS_P_H
 
-#include "zelshellclient.h"
+#include "zelshellprocess.h"
 #include "zelwait.h"
 
 #include <QList>

@@ -5,6 +5,7 @@
 #include "zelarguments.h"
 #include "zelshell_export.h"
 #include "zelshellbase.h"
+#include "zelshellcollection.h"
 #include "zelshellcommandtree.h"
 
 #include <QHostAddress>
@@ -18,35 +19,8 @@
 #include <memory>
 
 class ZELShell;
-class ZELShellCollectionPrivate;
 class ZELShellServerPrivate;
 class ZELStream;
-
-/**
- * The list of live shells.
- *
- * Owner: the server; shells are not owned and take themselves out when they are destroyed.
- * Threads: every function may be called from any thread.
- */
-class ZELSHELL_EXPORT ZELShellCollection
-{
-public:
-    ZELShellCollection();
-    /// The shells that are still in the list forget their container and live on.
-    ~ZELShellCollection();
-    ZELShellCollection(const ZELShellCollection &) = delete;
-    ZELShellCollection &operator=(const ZELShellCollection &) = delete;
-
-    /// Gives the shell a fresh index, adds it and becomes its container.
-    void append(ZELShell *shell);
-    /// Takes out the first occurrence; the shell then has no container.
-    void remove(ZELShell *shell);
-    int length() const;
-
-private:
-    friend class ZELShellCollectionPrivate;
-    std::unique_ptr<ZELShellCollectionPrivate> d;
-};
 
 /// A registered command, as commands() lists it.
 struct ZELShellCommandInfo

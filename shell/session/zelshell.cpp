@@ -4,7 +4,7 @@
 #include "zelshellcollection_p.h"
 #include "zelshellidle_p.h"
 #include "zelshellloop_p.h"
-#include "zelshellserver_p.h"
+#include "zelshellserverstate_p.h"
 #include "zelthread.h"
 #include "zelthread_p.h"
 #include "zeltsan_p.h"

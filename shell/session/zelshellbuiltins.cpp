@@ -7,7 +7,7 @@
 #include "zelshellcommandtree_p.h"
 #include "zelshellexpansion_p.h"
 #include "zelshellreply_p.h"
-#include "zelshellserver_p.h"
+#include "zelshellserverstate_p.h"
 #include "zelshellsystem_p.h"
 
 #include <QThread>

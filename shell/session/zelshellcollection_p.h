@@ -2,7 +2,7 @@
 #ifndef ZELSHELLCOLLECTION_P_H
 #define ZELSHELLCOLLECTION_P_H
 
-#include "zelshellserver.h"
+#include "zelshellcollection.h"
 
 #include <QList>
 

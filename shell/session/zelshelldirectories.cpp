@@ -2,7 +2,7 @@
 #include "zelcompleter_p.h"
 #include "zelshell_p.h"
 #include "zelshellcommandtree_p.h"
-#include "zelshellserver_p.h"
+#include "zelshellserverstate_p.h"
 
 namespace {
 

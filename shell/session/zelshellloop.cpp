@@ -4,7 +4,7 @@
 #include "zelcompleter_p.h"
 #include "zelshellexecatestring_p.h"
 #include "zelshellreply_p.h"
-#include "zelshellserver_p.h"
+#include "zelshellserverstate_p.h"
 #include "zelterminal_p.h"
 #include "zeluser.h"
 

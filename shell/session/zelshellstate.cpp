@@ -2,7 +2,7 @@
 #include "zelshellstate_p.h"
 
 #include "zeliodevice.h"
-#include "zelshellserver_p.h"
+#include "zelshellserverstate_p.h"
 #include "zelterminal_p.h"
 #include "zelthread.h"
 

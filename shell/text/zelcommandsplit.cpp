@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "zelarguments_p.h"
+#include "zelcommandsplit_p.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 #ifndef ZELSHELLPACKET_P_H
 #define ZELSHELLPACKET_P_H
 
-#include "zelshellclient.h"
+#include "zelshellprocessheader.h"
 
 #include <QByteArrayList>
 #include <QByteArrayMatcher>
