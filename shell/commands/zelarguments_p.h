@@ -41,6 +41,7 @@ public:
     QString execPath;
     QString allInput;
     QString errorString;
+    QString usage; ///< stands behind the error on a terminal; empty unless the words did not fit
     QUuid uuid;
     std::function<QString(const QString &)> messagePrintHook;
     QVariant returnValue;

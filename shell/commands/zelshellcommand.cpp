@@ -161,12 +161,51 @@ bool ZELShellCommandPrivate::execute(ZELShellCommand *command, const ZELArgument
     frame->timeoutMs = ownLimit >= 0 ? ownLimit : defaultTimeLimit.load();
     const int failed = zelGuard(frame.get(), [&] {
         if (execution->begin())
-            args.setReturnValue(Q_EMIT command->Execute(args));
+            args.setReturnValue(call(command, args));
     });
     if (failed)
         fail(args, *frame->exception);
     execution->end(); // the command may be gone from here on
     return execution->hasBegun();
+}
+
+ZELShellCommandPrivate::~ZELShellCommandPrivate()
+{
+    QObject::disconnect(receiverGone);
+}
+
+std::unique_ptr<ZELShellCommand> ZELShellCommandPrivate::make(ZELCommandDraft &draft)
+{
+    auto command = std::make_unique<ZELShellCommand>();
+    ZELShellCommandPrivate *d = command->d.get();
+    d->typed = std::make_shared<const ZELTypedCommand>(std::move(draft.typed));
+    d->description = draft.help;
+    d->multiRun = draft.multiRun;
+    d->timeLimit = draft.timeLimit;
+    d->deprecated = !draft.traits.replacement.isEmpty();
+    d->traits = std::move(draft.traits);
+    return command;
+}
+
+ZELCommandTraits ZELShellCommandPrivate::commandTraits() const
+{
+    Locked locked(mutex);
+    return traits;
+}
+
+void ZELShellCommandPrivate::changeTraits(const std::function<void(ZELCommandTraits &)> &change)
+{
+    Locked locked(mutex);
+    change(traits);
+    deprecated = !traits.replacement.isEmpty();
+}
+
+QVariant ZELShellCommandPrivate::call(ZELShellCommand *command, const ZELArguments &args)
+{
+    if (deprecated)
+        args.warning().noquote() << args.getExecName() << "is deprecated, use" << commandTraits().replacement;
+    const QVariant value = Q_EMIT command->Execute(args);
+    return typed ? typed->run(args) : value;
 }
 
 ZELShellCommand::ZELShellCommand()
@@ -203,7 +242,7 @@ void ZELShellCommand::BindCommand(const QObject *receiver, const char *member)
 bool ZELShellCommand::isBound() const
 {
     Locked locked(d->mutex);
-    return !d->relays.empty();
+    return d->typed || !d->relays.empty();
 }
 
 void ZELShellCommand::doExecute(ZELArguments args)

@@ -2,6 +2,7 @@
 #ifndef ZELSHELLCOMMAND_P_H
 #define ZELSHELLCOMMAND_P_H
 
+#include "zelcommandsignature_p.h"
 #include "zelshellcommand.h"
 
 #include <QMutex>
@@ -36,14 +37,25 @@ public:
     /// False when the command was running already; nothing was called then.
     bool execute(ZELShellCommand *command, const ZELArguments &args, Run run);
 
+    ~ZELShellCommandPrivate();
+    /// A command made of what a builder has collected.
+    static std::unique_ptr<ZELShellCommand> make(ZELCommandDraft &draft);
+    ZELCommandTraits commandTraits() const;
+    void changeTraits(const std::function<void(ZELCommandTraits &)> &change);
+    QVariant call(ZELShellCommand *command, const ZELArguments &args);
+
     /// Limit of commands that have none of their own, in milliseconds; 0 none.
     static std::atomic<int> defaultTimeLimit;
 
     std::atomic<int> running{0};
     std::atomic<bool> multiRun{false};
     std::atomic<int> timeLimit{-1};
+    std::atomic<bool> deprecated{false};
+    std::shared_ptr<const ZELTypedCommand> typed; ///< null for slots; unchanged while the command is in a tree
+    QMetaObject::Connection receiverGone; ///< takes the command out of its tree; cut when it goes before
     mutable QMutex mutex; ///< guards the fields below
     QString description;
+    ZELCommandTraits traits;
     std::vector<std::unique_ptr<QObject>> relays; ///< one per binding, without thread affinity
 };
 

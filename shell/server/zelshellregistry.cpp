@@ -4,7 +4,7 @@
 #include "zelshellserver_p.h"
 
 #include "zelguard_p.h"
-#include "zelshellcommand.h"
+#include "zelshellcommand_p.h"
 #include "zelshellcommandtree_p.h"
 
 #include <QDebug>
@@ -48,20 +48,6 @@ bool isCommand(Node::ZELShellCommandType type)
     return type == Node::Execute || type == Node::System_Execute;
 }
 
-/// The directory and the name that a registered path stands for; an empty pin for an illegal absolute path.
-ZELShellCommandPin locate(const ZELShellServerState &state, const QString &path, const QString &name)
-{
-    if (path.isEmpty())
-        return ZELShellCommandPin::find(state.systemRoot(), name);
-    QStringList pieces = piecesOf(path);
-    if (isAbsolute(path)) {
-        if (pieces.isEmpty() || pieces.first() != state.mainRoot()->objectName())
-            return {};
-        pieces.removeFirst();
-    }
-    return ZELShellCommandPin::find(ZELShellCommandPin::walk(state.mainRoot(), pieces).node(), name);
-}
-
 /// Makes the directories of a relative path; null when a command is in the way.
 Node *makeDirectories(Node *root, const QString &path)
 {
@@ -82,7 +68,7 @@ Node *makeDirectories(Node *root, const QString &path)
 
 Node *place(const ZELShellServerState &state, const QString &path, const QString &name)
 {
-    if (locate(state, path, name)) {
+    if (zelLocateCommand(state, path, name)) {
         qDebug() << QStringLiteral("%1/%2").arg(path, name) << "is duplicate registration!";
         return nullptr;
     }
@@ -96,18 +82,26 @@ Node *place(const ZELShellServerState &state, const QString &path, const QString
 }
 
 /// A leaf that takes itself out of `directory` when the receiver dies, whether the server is still there or not.
-void plant(const std::shared_ptr<ZELShellServerState> &state, Node *directory, Node *leaf, const QObject *receiver)
+QMetaObject::Connection watchReceiver(
+    const std::shared_ptr<ZELShellServerState> &state, Node *directory, Node *leaf, const QObject *receiver)
 {
     const std::weak_ptr<ZELShellServerState> weak = state;
     const QString name = leaf->objectName();
     const quint64 serial = ZELShellCommandTreePrivate::serialOf(leaf);
-    QObject::connect(
+    return QObject::connect(
         receiver, &QObject::destroyed, receiver,
         [weak, directory, name, serial] {
             if (const auto state = weak.lock())
                 ZELShellCommandTreePrivate::takeOut(directory, name, serial);
         },
         Qt::DirectConnection);
+}
+
+/// Puts a complete command in its place; without a receiver it stays until it is taken out.
+void plant(const std::shared_ptr<ZELShellServerState> &state, Node *directory, Node *leaf, const QObject *receiver)
+{
+    if (receiver)
+        ZELShellCommandPrivate::get(leaf->Command())->receiverGone = watchReceiver(state, directory, leaf, receiver);
     directory->insert(leaf);
 }
 
@@ -140,6 +134,19 @@ void listCommands(Node *directory, QVector<ZELShellCommandInfo> &list)
 
 } // namespace
 
+ZELShellCommandPin zelLocateCommand(const ZELShellServerState &state, const QString &path, const QString &name)
+{
+    if (path.isEmpty())
+        return ZELShellCommandPin::find(state.systemRoot(), name);
+    QStringList pieces = piecesOf(path);
+    if (isAbsolute(path)) {
+        if (pieces.isEmpty() || pieces.first() != state.mainRoot()->objectName())
+            return {};
+        pieces.removeFirst();
+    }
+    return ZELShellCommandPin::find(ZELShellCommandPin::walk(state.mainRoot(), pieces).node(), name);
+}
+
 bool ZELShellServer::registerCmd(
     const char *path, const char *name, const QObject *receiver, const char *member, bool multiRun)
 {
@@ -155,9 +162,27 @@ bool ZELShellServer::registerSysCmd(const char *name, const QObject *receiver, c
 {
     const Registering registering(*d->state);
     const QString key = QString::fromUtf8(name);
-    if (locate(*d->state, QString(), key))
+    if (zelLocateCommand(*d->state, QString(), key))
         return false;
     return plantCommand(d->state, d->state->systemRoot(), key, Node::System_Execute, {receiver, member, false});
+}
+
+bool ZELShellServer::plant(ZELCommandDraft &draft, bool isSystem)
+{
+    const QPointer<QObject> receiver = draft.typed.function.receiver;
+    if (draft.typed.function.hasReceiver && !receiver)
+        return false;
+    const Registering registering(*d->state);
+    const QString name = QString::fromUtf8(draft.name);
+    const bool isTaken = isSystem && zelLocateCommand(*d->state, QString(), name);
+    Node *const systemRoot = isTaken ? nullptr : d->state->systemRoot();
+    Node *directory = isSystem ? systemRoot : CreatCommandPath(draft.path.constData(), draft.name.constData());
+    if (!directory)
+        return false;
+    auto *leaf = new Node(name, ZELShellCommandPrivate::make(draft).release(), directory);
+    leaf->setCommandType(isSystem ? Node::System_Execute : Node::Execute);
+    ::plant(d->state, directory, leaf, receiver);
+    return true;
 }
 
 ZELShellCommandTree *ZELShellServer::CreatCommandPath(const char *path, const char *name)
@@ -177,13 +202,13 @@ ZELShellCommandTree *ZELShellServer::Register(ZELShellCommandTree *parent, const
 
 ZELShellCommandTree *ZELShellServer::FindCommand(QString path, QString name)
 {
-    return locate(*d->state, path, name).node();
+    return zelLocateCommand(*d->state, path, name).node();
 }
 
 QVariant ZELShellServer::execute(ZELShellBase *shell, const QString &path, const QString &name, const QString &args)
 {
     // Shared with the frame, because a kill that jumps over this call leaves the stack as it is.
-    const auto pin = std::make_shared<ZELShellCommandPin>(locate(*d->state, path, name));
+    const auto pin = std::make_shared<ZELShellCommandPin>(zelLocateCommand(*d->state, path, name));
     ZELShellCommand *command = pin->command();
     if (!command || !isCommand(pin->node()->CommandType()))
         return {};
@@ -194,7 +219,7 @@ QVariant ZELShellServer::execute(ZELShellBase *shell, const QString &path, const
 
 bool ZELShellServer::setDescription(const QString &path, const QString &name, const QString &text)
 {
-    const ZELShellCommandPin pin = locate(*d->state, path, name);
+    const ZELShellCommandPin pin = zelLocateCommand(*d->state, path, name);
     ZELShellCommand *command = pin.command();
     if (command)
         command->setDescription(text);
@@ -203,14 +228,14 @@ bool ZELShellServer::setDescription(const QString &path, const QString &name, co
 
 QString ZELShellServer::description(const QString &path, const QString &name)
 {
-    const ZELShellCommandPin pin = locate(*d->state, path, name);
+    const ZELShellCommandPin pin = zelLocateCommand(*d->state, path, name);
     const ZELShellCommand *command = pin.command();
     return command ? command->description() : QString();
 }
 
 bool ZELShellServer::setCommandTimeout(const QString &path, const QString &name, int ms)
 {
-    const ZELShellCommandPin pin = locate(*d->state, path, name);
+    const ZELShellCommandPin pin = zelLocateCommand(*d->state, path, name);
     ZELShellCommand *command = pin.command();
     if (command)
         command->setTimeLimit(ms);

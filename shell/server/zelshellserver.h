@@ -3,6 +3,7 @@
 #define ZELSHELLSERVER_H
 
 #include "zelarguments.h"
+#include "zelcommandbuilder.h"
 #include "zelshell_export.h"
 #include "zelshellbase.h"
 #include "zelshellcollection.h"
@@ -76,6 +77,39 @@ public:
     /// Registers a system command, reachable from every directory. False when the name is taken, or the member does not
     /// fit or is null (with a warning).
     bool registerSysCmd(const char *name, const QObject *receiver, const char *member);
+
+    /**
+     * Registers any function as a command, with its words checked and converted for it: see ZELCommandBuilder, whose
+     * functions say more of it. Places and names are those of registerCmd(). Without a receiver the command stays until
+     * it is unregistered or the last shell has gone.
+     */
+    template <class Function>
+    ZELCommandBuilder command(const char *path, const char *name, Function &&function)
+    {
+        return build(path, name, ZELCommandTypes::function(std::forward<Function>(function)), false);
+    }
+    /// The same with a method of `receiver`, or a function that is to be called only while it lives; the command is
+    /// removed when it is destroyed.
+    template <class Object, class Method>
+    ZELCommandBuilder command(const char *path, const char *name, Object *receiver, Method &&method)
+    {
+        return build(path, name, ZELCommandTypes::function(receiver, std::forward<Method>(method)), false);
+    }
+    /// The same as a system command.
+    template <class Function>
+    ZELCommandBuilder systemCommand(const char *name, Function &&function)
+    {
+        return build("", name, ZELCommandTypes::function(std::forward<Function>(function)), true);
+    }
+    template <class Object, class Method>
+    ZELCommandBuilder systemCommand(const char *name, Object *receiver, Method &&method)
+    {
+        return build("", name, ZELCommandTypes::function(receiver, std::forward<Method>(method)), true);
+    }
+    /// Takes a command, found as FindCommand() does, out of the tree; executions of it run to their end. False when
+    /// there is none.
+    bool unregisterCommand(const QString &path, const QString &name);
+
     /**
      * The directory in which a command `name` registered at `path` is placed; missing ones are made. Null, with a line
      * in the debug log, when `path` and `name` lead to something already, `path` is absolute and does not begin with
@@ -178,6 +212,8 @@ Q_SIGNALS:
     void shellConnected(QPointer<ZELShellBase> shell);
 
 private:
+    ZELCommandBuilder build(const char *path, const char *name, ZELCommandFunction function, bool isSystem);
+    bool plant(ZELCommandDraft &draft, bool isSystem);
     void serve(const QPointer<ZELStream> &stream);
     std::unique_ptr<ZELShellServerPrivate> d;
 };

@@ -3,6 +3,7 @@
 #define ZELSHELLSERVER_P_H
 
 #include "zellife_p.h"
+#include "zelshellcommandtree_p.h"
 #include "zelshellserver.h"
 #include "zelshellserverstate_p.h"
 
@@ -36,5 +37,8 @@ public:
     QHostAddress listenAddress = QHostAddress::Any;
     int maxPendingConnections = 0;
 };
+
+/// What a registered path and a name stand for; an empty pin for nothing and for an illegal absolute path.
+ZELShellCommandPin zelLocateCommand(const ZELShellServerState &state, const QString &path, const QString &name);
 
 #endif

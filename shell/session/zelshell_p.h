@@ -88,6 +88,8 @@ public:
     /// Calls a function of the host in a frame of its own.
     void callGuarded(const std::function<void(ZELArguments)> &function, ZELArguments &args);
     void answerKilled(const ZELArguments &args);
+    /// The record's error, and on a terminal how its command is to be typed when that was the mistake.
+    void printError(const ZELArguments &args) const;
     /// What an unknown word means: an error, or for an assignment text to be stored.
     enum class Unknown { IsError, IsText };
     bool executeStd(ZELArguments &args, Unknown unknown);

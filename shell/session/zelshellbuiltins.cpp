@@ -328,6 +328,14 @@ void ZELShellPrivate::answerKilled(const ZELArguments &args)
     failed = true;
 }
 
+void ZELShellPrivate::printError(const ZELArguments &args) const
+{
+    args.debug().noquote() << args.getErrorString();
+    const QString usage = ZELArgumentsPrivate::get(args)->usage;
+    if (!usage.isEmpty() && !noTerminal && !args.hasProtocl())
+        args.debug().noquote() << usage;
+}
+
 bool ZELShellPrivate::executeStd(ZELArguments &args, Unknown unknown)
 {
     ZELTerminalReply reply(*this, args);
@@ -335,7 +343,7 @@ bool ZELShellPrivate::executeStd(ZELArguments &args, Unknown unknown)
     bool handled = outcome != Outcome::NotFound;
     if (outcome == Outcome::Ran) {
         if (args.hasError())
-            args.debug().noquote() << args.getErrorString();
+            printError(args);
         else if (args.hasRetrunValue() && showReturnValue)
             args.debug().noquote() << args.getReturnValue().toString();
     } else if (!handled) {

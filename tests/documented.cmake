@@ -1,0 +1,25 @@
+# SPDX-License-Identifier: MIT
+# Makes one source of the examples of docs/commands.md: "cpp types" blocks in front, "cpp" blocks in one function.
+#   cmake -DPAGE=.. -DSOURCE=.. -P documented.cmake
+file(READ ${PAGE} text)
+set(types "")
+set(body "")
+# Lists would break at the semicolons of the program, so the text is cut as a whole.
+string(FIND "${text}" "```cpp" at)
+while(at GREATER_EQUAL 0)
+  string(SUBSTRING "${text}" ${at} -1 text)
+  string(FIND "${text}" "\n" start)
+  string(SUBSTRING "${text}" 0 ${start} fence)
+  string(SUBSTRING "${text}" ${start} -1 text)
+  string(FIND "${text}" "```" end)
+  string(SUBSTRING "${text}" 0 ${end} block)
+  math(EXPR end "${end} + 3")
+  string(SUBSTRING "${text}" ${end} -1 text)
+  if(fence MATCHES "types")
+    string(APPEND types "${block}")
+  else()
+    string(APPEND body "${block}")
+  endif()
+  string(FIND "${text}" "```cpp" at)
+endwhile()
+file(WRITE ${SOURCE} "${types}\nstatic void registerDocumented(ZELShellServer &server, Pumps &pumps)\n{${body}}\n")
