@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 # Sourced by the commands of this folder, which run in the top directory.
-ZEL_BUILD_PACKAGES="g++ cmake ninja-build qtbase5-dev libqt5sql5-sqlite"
-ZEL_TEST_PACKAGES="libvterm-dev pkg-config python3"
-ZEL_AARCH64_PACKAGES="g++-aarch64-linux-gnu qemu-user-static qtbase5-dev:arm64 libqt5sql5-sqlite:arm64 libvterm-dev:arm64"
+ZEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config qtbase5-dev libqt5sql5-sqlite libutf8proc-dev"
+ZEL_TEST_PACKAGES="libvterm-dev python3"
+ZEL_AARCH64_PACKAGES="g++-aarch64-linux-gnu qemu-user-static qtbase5-dev:arm64 libqt5sql5-sqlite:arm64 libutf8proc-dev:arm64 libvterm-dev:arm64"
 
 # zel_root COMMAND...: as root, through sudo where that is not who we are.
 zel_root() {

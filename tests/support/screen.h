@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QPoint>
 #include <QStringList>
+#include <algorithm>
 #include <memory>
 #include <vterm.h>
 
@@ -34,7 +35,8 @@ public:
         for (int column = 0; column < m_columns;) {
             VTermScreenCell cell;
             vterm_screen_get_cell(m_screen, {number, column}, &cell);
-            text += cell.chars[0] ? QString::fromUcs4(cell.chars) : QStringLiteral(" ");
+            const auto count = std::find(cell.chars, cell.chars + VTERM_MAX_CHARS_PER_CELL, 0U) - cell.chars;
+            text += count > 0 ? QString::fromUcs4(cell.chars, int(count)) : QStringLiteral(" ");
             column += std::max(1, static_cast<int>(cell.width));
         }
         while (text.endsWith(QLatin1Char(' ')))
