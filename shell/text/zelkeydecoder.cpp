@@ -230,7 +230,18 @@ ZELKey ZELKeyDecoder::csi(char byte)
         m_skip = 3;
         return ZELKey::None;
     }
-    return csiKey(byte);
+    return byte == 't' ? csiSize() : csiKey(byte);
+}
+
+ZELKey ZELKeyDecoder::csiSize()
+{
+    constexpr int largest = 10000;
+    const QList<QByteArray> numbers = m_parameters.split(';');
+    if (numbers.size() != 3 || numbers.at(0) != "8")
+        return ZELKey::None;
+    m_rows = qBound(0, numbers.at(1).toInt(), largest);
+    m_columns = qBound(0, numbers.at(2).toInt(), largest);
+    return ZELKey::Resize;
 }
 
 ZELKey ZELKeyDecoder::csiKey(char final) const

@@ -39,6 +39,7 @@ enum class ZELKey {
     LastArgument,
     PasteBegin,
     PasteEnd,
+    Resize, ///< the terminal told its size: columns(), rows()
 };
 
 /**
@@ -55,6 +56,9 @@ public:
     ZELKey feed(char byte);
     /// The character of the last Text.
     const QByteArray &text() const { return m_text; }
+    /// The size of the last Resize, xterm's report \c "CSI 8 ; rows ; columns t".
+    int columns() const { return m_columns; }
+    int rows() const { return m_rows; }
     /// Whether bytes that came are still waiting for more.
     bool isHolding() const { return m_state != State::Ground || !m_held.isEmpty(); }
     /// A byte that ended a sequence and is to be fed again; -1 when there is none.
@@ -69,6 +73,7 @@ private:
     ZELKey escape(char byte);
     ZELKey csi(char byte);
     ZELKey csiKey(char final) const;
+    ZELKey csiSize();
     ZELKey ss3(char byte);
     ZELKey string(char byte);
     ZELKey abort(char byte);
@@ -77,6 +82,8 @@ private:
     QByteArray m_text;
     QByteArray m_held; ///< the begun UTF-8 sequence
     QByteArray m_parameters;
+    int m_columns = 0;
+    int m_rows = 0;
     int m_again = -1;
     int m_skip = 0; ///< bytes of a mouse report still to come
     bool m_afterReturn = false;

@@ -87,6 +87,10 @@ ZELPromptEditor::Event ZELPromptEditor::handle(ZELKey key)
     if (key == ZELKey::None)
         return None;
     m_isStale = true;
+    if (key == ZELKey::Resize) {
+        setSize(m_decoder.columns(), m_decoder.rows());
+        return None;
+    }
     if (page(key) || paste(key))
         return None;
     if (m_search.isActive())
