@@ -3,6 +3,7 @@
 #include "quiet.h"
 #include "shellfixture.h"
 #include "table.h"
+#include "zeluserroles.h"
 
 #include <QtTest>
 #include <chrono>
@@ -37,6 +38,13 @@ private Q_SLOTS:
         row("board/log @0 1h --most 2kB", "1970-01-01T00:00:00Z 3600000 2000\r\n");
         row("board/sum 1 2.5", "3.5\r\n");
         row("board/tune c7", "7\r\n");
+        row("help board/pump",
+            "The pumps of the board\r\n\r\nCommands\r\n  start  Starts a pump\r\n\r\n"
+            "Ending\r\n  stop  Stops a pump\r\n");
+        row("board/pump/stop -h",
+            "Usage: board/pump/stop number\r\nStops a pump\r\n\r\n"
+            "Arguments\r\n  number  a whole number from 1 to 8\r\n");
+        row("board/calibrate", "board/calibrate is not permitted!\r\n");
         row("board/gone", "Error : input 'board/gone' can not execate\n");
     }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zelcommandbuilder.h"
 
-#include "zelarguments_p.h"
 #include "zelcommandsignature_p.h"
 
 #include <QDebug>
@@ -173,7 +172,7 @@ ZELCommandBuilder &ZELCommandBuilder::defaultValue(const ZELCommandText &word)
     return *this;
 }
 
-ZELCommandBuilder &ZELCommandBuilder::completer(Completer function)
+ZELCommandBuilder &ZELCommandBuilder::completer(ZELCommandCompleter function)
 {
     if (Parameter *parameter = lastOf(*d))
         parameter->completer = std::move(function);
@@ -192,20 +191,4 @@ ZELCommandBuilder &ZELCommandBuilder::completeFiles()
     if (Parameter *parameter = lastOf(*d))
         parameter->completion = Parameter::Completion::Files;
     return *this;
-}
-
-QVariant ZELTypedCommand::run(const ZELArguments &args) const
-{
-    if (function.hasReceiver && !function.receiver)
-        return QVariant();
-    ZELArgumentsPrivate *const record = ZELArgumentsPrivate::get(args);
-    ZELCommandValues values;
-    const QString problem = signature.bind(record->arguments, values);
-    if (problem.isEmpty())
-        return function.call(args, values.data());
-    const QString name = record->execName.isEmpty() ? record->arguments.value(0) : record->execName;
-    args.setProtoclState(QStringLiteral("EXECUTE_ERROR"));
-    args.setErrorString(name + QLatin1String(": ") + problem);
-    record->usage = QLatin1String("Usage: ") + name + QLatin1Char(' ') + signature.usage();
-    return QVariant();
 }

@@ -13,14 +13,6 @@
 
 struct ZELCommandDraft;
 
-/// What a completion function of the host's is asked.
-struct ZELCompletionRequest
-{
-    QString name; ///< of the argument or option
-    QString typed; ///< its beginning, without quotes
-    QStringList words; ///< the words before it, the command's first
-};
-
 /**
  * A command that is being described; it is registered at the end of the statement that describes it.
  *
@@ -42,8 +34,6 @@ struct ZELCompletionRequest
 class ZELSHELL_EXPORT ZELCommandBuilder
 {
 public:
-    using Completer = std::function<QStringList(const ZELCompletionRequest &)>;
-
     ZELCommandBuilder(ZELCommandBuilder &&other) noexcept;
     ZELCommandBuilder &operator=(ZELCommandBuilder &&) = delete;
     /// Registers the command, if add() was not called.
@@ -96,7 +86,7 @@ public:
             return defaultValue(QString::number(number));
     }
     /// What Tab offers; called on the session's thread in a try frame with a limit of 200 ms.
-    ZELCommandBuilder &completer(Completer function);
+    ZELCommandBuilder &completer(ZELCommandCompleter function);
     /// It names a directory or a command of the tree, for Tab.
     ZELCommandBuilder &completeTree();
     /// It names a file of the machine, for Tab.

@@ -2,7 +2,7 @@
 #ifndef ZELCOMMANDSIGNATURE_P_H
 #define ZELCOMMANDSIGNATURE_P_H
 
-#include "zelcommandbuilder.h"
+#include "zelcommandfunction.h"
 
 #include <QStringList>
 #include <QVarLengthArray>
@@ -22,7 +22,7 @@ struct ZELCommandParameter
     QVector<ZELCommandChoice> choices;
     std::optional<QString> defaultWord;
     std::optional<ZELCommandValue> defaultValue; ///< made of the word above
-    ZELCommandBuilder::Completer completer;
+    ZELCommandCompleter completer;
     Completion completion = Completion::None;
 
     const QString &name() const { return names.first(); }

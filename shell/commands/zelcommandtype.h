@@ -14,13 +14,15 @@
 #include <QVector>
 #include <any>
 #include <chrono>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
 #include <type_traits>
 
 // How the words of a line become the parameters of a C++ function, for ZELCommandBuilder. Hosts need ZELByteSize,
-// ZELCommandConverter and ZELCommandChoice of this; the rest is what the templates leave to the library.
+// ZELCommandConverter, ZELCommandChoice and
+// ZELCompletionRequest of this; the rest is what the templates leave to the library.
 
 /// A text of the host's: a UTF-8 literal or a QString.
 class ZELCommandText : public QString
@@ -310,5 +312,16 @@ struct ZELCommandBound
     qint64 integer;
     double real;
 };
+
+/// What a completion function of the host's is asked.
+struct ZELCompletionRequest
+{
+    QString name; ///< of the argument or option
+    QString typed; ///< its beginning, without quotes
+    QStringList words; ///< the words before it, the command's first
+};
+
+/// Answers what an argument may be; the words that do not begin with what is typed are left out.
+using ZELCommandCompleter = std::function<QStringList(const ZELCompletionRequest &request)>;
 
 #endif

@@ -86,7 +86,17 @@ std::optional<ZELListing> reached(const Word &word, const ZELCompletionScope &sc
     return namesMain ? scope.fromRoot(pieces.mid(1)) : std::nullopt;
 }
 
-/// The names that begin with the word, each once: what the dispatcher would find first counts.
+/// The names that begin with the prefix, each once: what stands first counts.
+Candidates beginningWith(const QString &prefix, const ZELListing &entries)
+{
+    Candidates found;
+    for (const ZELShellCommandEntry &entry : entries)
+        if (entry.name.startsWith(prefix) && !found.contains(entry.name))
+            found.insert(entry.name, entry.type);
+    return found;
+}
+
+/// In the order in which the dispatcher would find them.
 Candidates candidates(const Word &word, const ZELCompletionScope &scope)
 {
     const std::optional<ZELListing> children = reached(word, scope);
@@ -98,11 +108,26 @@ Candidates candidates(const Word &word, const ZELCompletionScope &scope)
     if (word.bare && word.first)
         for (const char *name : {"ls", "cd", "reinit", "sys", "exit", "quit"})
             all.append({QLatin1String(name), ZELShellCommandTree::System_Execute});
-    Candidates found;
-    for (const ZELShellCommandEntry &entry : qAsConst(all))
-        if (entry.name.startsWith(word.prefix) && !found.contains(entry.name))
-            found.insert(entry.name, entry.type);
-    return found;
+    return beginningWith(word.prefix, all);
+}
+
+/// The words of the last statement up to the end of the line, quotes kept; none where that is no word's end.
+QStringList wordsOf(const QString &line)
+{
+    const QString statement = line.mid(line.lastIndexOf(QLatin1Char(';')) + 1);
+    QStringList words = ZELArguments::CommandSplit(statement, true, true);
+    if (words.isEmpty() || !statement.endsWith(words.last()))
+        return {};
+    const bool assigns
+        = words.size() > 2 && words.at(1) == QLatin1String("=") && words.first().startsWith(QLatin1Char('$'));
+    return assigns ? words.mid(2) : words;
+}
+
+/// What a command says of its last word; nothing where names of the tree are meant.
+std::optional<ZELWordCandidates> saidByCommand(const QString &line, const ZELCompletionScope &scope)
+{
+    const QStringList words = scope.words ? wordsOf(line) : QStringList();
+    return words.isEmpty() ? std::nullopt : scope.words(words);
 }
 
 /// What all names begin with: of sorted names, what the first and the last have in common.
@@ -113,6 +138,24 @@ QString commonPrefix(const QString &first, const QString &last)
     if (common.size() < first.size() && !common.isEmpty() && common.at(common.size() - 1).isHighSurrogate())
         common.chop(1);
     return common;
+}
+
+ZELCompletion completionOf(const QString &prefix, const Candidates &found, int width)
+{
+    if (found.isEmpty())
+        return {};
+    ZELCompletion completion;
+    completion.insertion = commonPrefix(found.firstKey(), found.lastKey()).mid(prefix.size());
+    if (found.size() == 1) {
+        if (found.first() == ZELShellCommandTree::Directory)
+            completion.insertion += QLatin1Char('/');
+        return completion;
+    }
+    ZELListing listing;
+    for (auto it = found.cbegin(); it != found.cend(); ++it)
+        listing.append({it.key(), it.value()});
+    completion.listing = zelPaintColumns(listing, width);
+    return completion;
 }
 
 } // namespace
@@ -134,42 +177,30 @@ QString zelPaintColumns(const ZELListing &entries, int width)
     return text.isEmpty() ? QStringLiteral("\n") : text;
 }
 
-ZELCompletionScope ZELCompletionScope::ofTrees(
-    ZELShellCommandTree *mainRoot, ZELShellCommandTree *current, ZELShellCommandTree *systemRoot)
+ZELCompletionScope ZELCompletionScope::ofTrees(ZELShellCommandTree *mainRoot, ZELShellCommandTree *current,
+    ZELShellCommandTree *systemRoot, const ZELCommandAudience &audience)
 {
-    const auto readerFrom = [](ZELShellCommandTree *start) -> Reader {
-        return [start](const QStringList &directories) -> std::optional<ZELListing> {
+    const auto readerFrom = [audience](ZELShellCommandTree *start) -> Reader {
+        return [start, audience](const QStringList &directories) -> std::optional<ZELListing> {
             const ZELCriticalSection section; // a jump over the pin would keep its node for ever
             const auto pin = ZELShellCommandPin::walk(start, directories);
             if (!pin || pin.command())
                 return std::nullopt;
-            return ZELShellCommandTreePrivate::snapshot(pin.node());
+            return ZELShellCommandTreePrivate::visible(pin.node(), audience);
         };
     };
     ZELCompletionScope scope;
     scope.fromRoot = readerFrom(mainRoot);
     scope.fromCurrent = readerFrom(current);
-    scope.systemCommands = [systemRoot] { return ZELShellCommandTreePrivate::snapshot(systemRoot); };
+    scope.systemCommands = [systemRoot, audience] { return ZELShellCommandTreePrivate::visible(systemRoot, audience); };
     scope.aboveTree = !current;
     return scope;
 }
 
 ZELCompletion zelComplete(const QString &line, const ZELCompletionScope &scope, int width)
 {
+    if (const auto said = saidByCommand(line, scope))
+        return completionOf(said->prefix, beginningWith(said->prefix, said->entries), width);
     const std::optional<Word> word = lastWord(line);
-    const Candidates found = word ? candidates(*word, scope) : Candidates();
-    if (found.isEmpty())
-        return {};
-    ZELCompletion completion;
-    completion.insertion = commonPrefix(found.firstKey(), found.lastKey()).mid(word->prefix.size());
-    if (found.size() == 1) {
-        if (found.first() == ZELShellCommandTree::Directory)
-            completion.insertion += QLatin1Char('/');
-        return completion;
-    }
-    ZELListing listing;
-    for (auto it = found.cbegin(); it != found.cend(); ++it)
-        listing.append({it.key(), it.value()});
-    completion.listing = zelPaintColumns(listing, width);
-    return completion;
+    return word ? completionOf(word->prefix, candidates(*word, scope), width) : ZELCompletion();
 }

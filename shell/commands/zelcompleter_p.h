@@ -22,6 +22,13 @@ using ZELListing = QVector<ZELShellCommandEntry>;
  */
 QString zelPaintColumns(const ZELListing &entries, int width);
 
+/// What a word may be, and how much of it is typed already.
+struct ZELWordCandidates
+{
+    QString prefix;
+    ZELListing entries; ///< those that do not begin with it count for nothing
+};
+
 /**
  * What a completion may look at, as plain functions, so that it holds no lock and needs no tree.
  *
@@ -36,10 +43,13 @@ struct ZELCompletionScope
     Reader fromCurrent; ///< from the session's directory; above the tree it is not asked
     std::function<ZELListing()> systemCommands;
     bool aboveTree = false; ///< the session stands above "Main"
+    /// What a statement's last word may be, by all of its words with their quotes; nothing where names of the tree
+    /// complete it. May be empty.
+    std::function<std::optional<ZELWordCandidates>(const QStringList &words)> words;
 
     /// The scope of a session on living trees; \a current is null above the tree. The trees must outlive the scope.
-    static ZELCompletionScope ofTrees(
-        ZELShellCommandTree *mainRoot, ZELShellCommandTree *current, ZELShellCommandTree *systemRoot);
+    static ZELCompletionScope ofTrees(ZELShellCommandTree *mainRoot, ZELShellCommandTree *current,
+        ZELShellCommandTree *systemRoot, const ZELCommandAudience &audience = {});
 };
 
 /// What Tab does to a line: both texts are empty when nothing begins with the word typed.

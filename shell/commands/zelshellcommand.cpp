@@ -182,8 +182,7 @@ std::unique_ptr<ZELShellCommand> ZELShellCommandPrivate::make(ZELCommandDraft &d
     d->description = draft.help;
     d->multiRun = draft.multiRun;
     d->timeLimit = draft.timeLimit;
-    d->deprecated = !draft.traits.replacement.isEmpty();
-    d->traits = std::move(draft.traits);
+    d->changeTraits([&](ZELCommandTraits &traits) { traits = draft.traits; });
     return command;
 }
 
@@ -198,6 +197,20 @@ void ZELShellCommandPrivate::changeTraits(const std::function<void(ZELCommandTra
     Locked locked(mutex);
     change(traits);
     deprecated = !traits.replacement.isEmpty();
+    restricted = traits.hidden || !traits.role.isEmpty();
+}
+
+bool ZELShellCommandPrivate::isVisible(const ZELCommandAudience &audience) const
+{
+    if (!restricted)
+        return true;
+    const ZELCommandTraits now = commandTraits();
+    return !now.hidden && audience.hasRole(now.role);
+}
+
+bool ZELShellCommandPrivate::isFor(const ZELCommandAudience &audience) const
+{
+    return !restricted || audience.hasRole(commandTraits().role);
 }
 
 QVariant ZELShellCommandPrivate::call(ZELShellCommand *command, const ZELArguments &args)

@@ -12,6 +12,7 @@
 #include <vector>
 
 class ZELShellCommandTree;
+struct ZELCommandAudience;
 
 /// Who is told of an execution, whichever way it ends; in critical sections, so briefly.
 class ZELCommandWatcher
@@ -42,6 +43,9 @@ public:
     static std::unique_ptr<ZELShellCommand> make(ZELCommandDraft &draft);
     ZELCommandTraits commandTraits() const;
     void changeTraits(const std::function<void(ZELCommandTraits &)> &change);
+    /// Whether listings for the audience name it, and whether it may run it.
+    bool isVisible(const ZELCommandAudience &audience) const;
+    bool isFor(const ZELCommandAudience &audience) const;
     QVariant call(ZELShellCommand *command, const ZELArguments &args);
 
     /// Limit of commands that have none of their own, in milliseconds; 0 none.
@@ -51,6 +55,7 @@ public:
     std::atomic<bool> multiRun{false};
     std::atomic<int> timeLimit{-1};
     std::atomic<bool> deprecated{false};
+    std::atomic<bool> restricted{false}; ///< hidden or of a role: the traits are to be looked at
     std::shared_ptr<const ZELTypedCommand> typed; ///< null for slots; unchanged while the command is in a tree
     QMetaObject::Connection receiverGone; ///< takes the command out of its tree; cut when it goes before
     mutable QMutex mutex; ///< guards the fields below

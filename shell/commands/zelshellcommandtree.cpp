@@ -86,6 +86,34 @@ QVector<ZELShellCommandEntry> ZELShellCommandTreePrivate::snapshot(Node *directo
     return entries;
 }
 
+QVector<ZELShellCommandEntry> ZELShellCommandTreePrivate::visible(Node *directory, const ZELCommandAudience &audience)
+{
+    QVector<ZELShellCommandEntry> entries;
+    if (!directory)
+        return entries;
+    Reading reading;
+    const auto &children = directory->d->children;
+    entries.reserve(children.size());
+    for (auto child = children.cbegin(); child != children.cend(); ++child) {
+        const auto &node = child.value()->d;
+        if (!node->command || ZELShellCommandPrivate::get(node->command)->isVisible(audience))
+            entries.append({child.key(), node->type});
+    }
+    return entries;
+}
+
+QString ZELShellCommandTreePrivate::summary(Node *node)
+{
+    Reading reading;
+    return node->d->summaryText;
+}
+
+void ZELShellCommandTreePrivate::setSummary(Node *node, const QString &text)
+{
+    Writing writing;
+    node->d->summaryText = text;
+}
+
 void ZELShellCommandTreePrivate::takeOut(Node *directory, const QString &name, quint64 serial)
 {
     Node *found = nullptr;

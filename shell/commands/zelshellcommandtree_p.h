@@ -15,6 +15,16 @@ class ZELArguments;
 class ZELCommandWatcher;
 class ZELShellCommand;
 
+/// Whose listing it is: commands that are not for it are left out.
+struct ZELCommandAudience
+{
+    bool everyRole = true;
+    QStringList roles;
+
+    /// Whether it may run a command of that role; an empty one is everybody's.
+    bool hasRole(const QString &role) const { return role.isEmpty() || everyRole || roles.contains(role); }
+};
+
 /// One line of a directory listing.
 struct ZELShellCommandEntry
 {
@@ -86,6 +96,11 @@ public:
 
     /// The children of `directory`, sorted by name; empty for null.
     static QVector<ZELShellCommandEntry> snapshot(Node *directory);
+    /// Those that may be seen, in no order.
+    static QVector<ZELShellCommandEntry> visible(Node *directory, const ZELCommandAudience &audience);
+    /// The line that the help says of a directory; empty at first.
+    static QString summary(Node *node);
+    static void setSummary(Node *node, const QString &text);
     /// Tells a node from a later one at the same address.
     static quint64 serialOf(Node *node) { return node->d->serial; }
     /// Disposes of the child of that name and serial number, found or displaced; nothing when it is gone already.
@@ -102,6 +117,7 @@ private:
     Node *parent; ///< what Parent() and getPath() show; the host may set it as it likes
     Node *owner = nullptr; ///< the directory that has this node in one of its two tables
     Node::ZELShellCommandType type = Node::Directory;
+    QString summaryText;
     QHash<QString, Node *> children;
     QVector<Node *> displaced; ///< replaced by a later child of the same name, still owned
     std::atomic<int> holds{1}; ///< one of the owner, one of every pin

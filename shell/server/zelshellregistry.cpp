@@ -120,15 +120,21 @@ bool plantCommand(const std::shared_ptr<ZELShellServerState> &state, Node *direc
     return true;
 }
 
+ZELShellCommandInfo infoOf(const QString &path, const ZELShellCommandEntry &entry, ZELShellCommand *command)
+{
+    const ZELCommandTraits traits = ZELShellCommandPrivate::get(command)->commandTraits();
+    return {path, entry.name, command->description(), entry.type, command->canMultRunning(), traits.group, traits.role,
+        traits.replacement, traits.hidden};
+}
+
 void listCommands(Node *directory, QVector<ZELShellCommandInfo> &list)
 {
     for (const ZELShellCommandEntry &entry : ZELShellCommandTreePrivate::snapshot(directory)) {
         const ZELShellCommandPin pin = ZELShellCommandPin::find(directory, entry.name);
         if (entry.type == Node::Directory)
             listCommands(pin.node(), list);
-        else if (const ZELShellCommand *command = pin.command())
-            list.append(
-                {directory->getPath(), entry.name, command->description(), entry.type, command->canMultRunning()});
+        else if (pin.command())
+            list.append(infoOf(directory->getPath(), entry, pin.command()));
     }
 }
 

@@ -31,6 +31,11 @@ struct ZELShellCommandInfo
     QString description;
     ZELShellCommandTree::ZELShellCommandType type = ZELShellCommandTree::Execute;
     bool multiRun = false;
+    // As ZELCommandBuilder says them; empty and false at first.
+    QString group;
+    QString role;
+    QString replacement;
+    bool hidden = false;
 };
 
 /**
@@ -106,6 +111,21 @@ public:
     {
         return build("", name, ZELCommandTypes::function(receiver, std::forward<Method>(method)), true);
     }
+    /**
+     * Adds the system command "help [PATH] [--json]", which lists directories and commands or explains one, and lets
+     * every command answer "-h" and "--help" as typed ones do. The host's own help function, if set, goes before the
+     * latter. False when the name is taken.
+     */
+    bool registerHelpCommands();
+    /// The line that the help says of a directory, "board/pump"; "" is the main root. False when there is none.
+    bool describeDirectory(const QString &path, const QString &text);
+
+    // What ZELCommandBuilder says of a command, for any command, found as FindCommand() does, at any time. False when
+    // there is none.
+    bool setHidden(const QString &path, const QString &name, bool on);
+    bool setDeprecated(const QString &path, const QString &name, const QString &replacement);
+    bool setGroup(const QString &path, const QString &name, const QString &group);
+    bool setRole(const QString &path, const QString &name, const QString &role);
     /// Takes a command, found as FindCommand() does, out of the tree; executions of it run to their end. False when
     /// there is none.
     bool unregisterCommand(const QString &path, const QString &name);

@@ -81,6 +81,15 @@ public:
     /// Ends a remote session whose peer has sent nothing for that long while no statement ran. 0, the default, never.
     void setIdleLimit(int ms);
 
+    /**
+     * The roles of the session itself, beside those of the user that logs in, for commands that ask for one. None at
+     * first: a remote session may then run only commands without a role and those of its user's roles, the
+     * terminal session, until its roles are set, all. Any thread.
+     */
+    void setRoles(const QStringList &roles);
+    /// All roles, those of the user included.
+    QStringList roles() const;
+
     /// True while the core loop runs.
     bool isRunning() const;
     /// The thread of the core loop; null before Start() and once it has ended.

@@ -5,10 +5,11 @@
 #include "zelarguments.h"
 #include "zellineeditor_p.h"
 #include "zelshell.h"
+#include "zelshellcommandtree_p.h"
 #include "zelshellforeground_p.h"
 #include "zelshellstate_p.h"
 
-class ZELShellCommandPin;
+struct ZELCompletionScope;
 class ZELShellLoop;
 
 /**
@@ -80,7 +81,11 @@ public:
     /// False when the command runs already and may not run twice.
     class CommandWatcher;
     bool runPinned(ZELShellCommandPin &pin, const ZELArguments &args);
-    bool answerHelp(ZELArguments &args);
+    bool answerHelp(ZELArguments &args, ZELShellCommandPin &pin);
+    /// The same for commands that explain themselves.
+    bool explain(const ZELArguments &args, ZELShellCommandPin &pin) const;
+    /// The node that a command word or path leads to; empty for none.
+    ZELShellCommandPin resolve(const QString &word) const;
     /// Whether the host lets this remote session run what the record names.
     bool isPermitted(ZELArguments &args);
     /// Answers what is not permitted.
@@ -96,6 +101,13 @@ public:
     bool executePro(ZELArguments &args, Unknown unknown);
     /// Prints the packet that completes the exchange of a tagged statement.
     static void complete(const ZELArguments &args, const QString &state, const QString &text);
+
+    // Roles and completion: zelshellroles.cpp, zelshellcompletion.cpp.
+    ZELCommandAudience audience() const;
+    void takeUserRoles(const QString &userName);
+    bool hasRoleFor(ZELShellCommand *command) const;
+    /// To be used while the session lives.
+    ZELCompletionScope completionScope() const;
 
     // Directories: zelshelldirectories.cpp.
     void printPrompt();
@@ -143,6 +155,8 @@ public:
     QUuid index;
     QUuid uuid = QUuid::createUuid();
     QSqlDatabase database;
+    std::optional<QStringList> roles;
+    QStringList userRoles;
     ZELShellCollection *container = nullptr;
     QPointer<ZELThread> coreThread;
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zelarguments_p.h"
 #include "zelcatch.h"
+#include "zelcommandhelp_p.h"
 #include "zelshell_p.h"
 #include "zelshellcommand.h"
 #include "zelshellcommand_p.h"
@@ -21,16 +22,6 @@ const QString errorState = QStringLiteral("EXECUTE_ERROR");
 QStringList wordsOf(const ZELArguments &args)
 {
     return args;
-}
-
-ZELShellCommandPin resolve(const ZELShellPrivate &session, const QString &word)
-{
-    const auto place = session.directories.place(word);
-    auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
-    const bool bare = !word.contains(QLatin1Char('/')) && !word.contains(QLatin1Char('\\'));
-    if (bare && !pin.command()) // a directory may carry a system command's name
-        pin = ZELShellCommandPin::find(session.server->systemRoot(), word);
-    return pin;
 }
 
 /// One built-in's run.
@@ -228,21 +219,34 @@ void ZELShellPrivate::complete(const ZELArguments &args, const QString &state, c
     record->answered = true;
 }
 
+ZELShellCommandPin ZELShellPrivate::resolve(const QString &word) const
+{
+    const auto place = directories.place(word);
+    auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
+    const bool bare = !word.contains(QLatin1Char('/')) && !word.contains(QLatin1Char('\\'));
+    if (bare && !pin.command()) { // a directory may carry a system command's name
+        auto system = ZELShellCommandPin::find(server->systemRoot(), word);
+        if (system || !pin)
+            return system;
+    }
+    return pin;
+}
+
 ZELShellPrivate::Outcome ZELShellPrivate::runCommand(ZELArguments &args)
 {
     if (args.Length() == 0)
         return Outcome::NotFound;
     setCommandWord(args);
-    ZELShellCommandPin pin = resolve(*this, args.getExecName());
+    ZELShellCommandPin pin = resolve(args.getExecName());
     if (!pin || pin.node()->CommandType() == ZELShellCommandTree::Directory || !pin.command())
         return Outcome::NotFound;
     emitProcessReceived();
     args.setExecPath(pin.node()->getPath());
-    if (!isPermitted(args)) {
+    if (!hasRoleFor(pin.command()) || !isPermitted(args)) {
         refuse(args);
         return Outcome::Answered;
     }
-    if (answerHelp(args))
+    if (answerHelp(args, pin))
         return Outcome::Ran;
     if (runPinned(pin, args))
         return Outcome::Ran;
@@ -292,11 +296,11 @@ void ZELShellPrivate::refuse(const ZELArguments &args)
         args, QStringLiteral("EXECUTE_PERMISSION_ERROR"), args.getExecName() + QStringLiteral(" is not permitted!"));
 }
 
-bool ZELShellPrivate::answerHelp(ZELArguments &args)
+bool ZELShellPrivate::answerHelp(ZELArguments &args, ZELShellCommandPin &pin)
 {
     const auto settings = server->settings();
     if (!settings->help)
-        return false;
+        return explain(args, pin);
     if (args.containsOpt(QStringLiteral("-h")) || args.containsOpt(QStringLiteral("--help")))
         callGuarded(settings->help, args);
     else if (!args.containsOpt(QStringLiteral("--weakup")))
@@ -304,6 +308,23 @@ bool ZELShellPrivate::answerHelp(ZELArguments &args)
     else if (settings->weakup)
         callGuarded(settings->weakup, args);
     return true;
+}
+
+bool ZELShellPrivate::explain(const ZELArguments &args, ZELShellCommandPin &pin) const
+{
+    const auto typed = ZELShellCommandPrivate::get(pin.command())->typed;
+    if (!typed && !server->settings()->helpCommands)
+        return false;
+    QStringList words = wordsOf(args).mid(1);
+    if (typed) // behind it everything is an argument
+        words = words.mid(0, words.indexOf(QStringLiteral("--")));
+    for (const QString &name : {QStringLiteral("-h"), QStringLiteral("--help")}) {
+        if (words.contains(name) && !(typed && typed->signature.option(name))) {
+            args.debug().noquote() << zelCommandHelp(pin.node());
+            return true;
+        }
+    }
+    return false;
 }
 
 void ZELShellPrivate::callGuarded(const std::function<void(ZELArguments)> &function, ZELArguments &args)

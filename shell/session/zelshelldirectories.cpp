@@ -4,6 +4,8 @@
 #include "zelshellcommandtree_p.h"
 #include "zelshellserverstate_p.h"
 
+#include <algorithm>
+
 namespace {
 
 bool isHidden(const QString &name)
@@ -94,10 +96,11 @@ QString ZELShellPrivate::listing(ZELShellCommandTree *directory, bool hidden)
     if (!directory)
         return QStringLiteral("Main\n");
     ZELListing entries;
-    for (const ZELShellCommandEntry &entry : ZELShellCommandTreePrivate::snapshot(directory)) {
+    for (const ZELShellCommandEntry &entry : ZELShellCommandTreePrivate::visible(directory, audience())) {
         if (entry.type != ZELShellCommandTree::System_Execute && (hidden || !isHidden(entry.name)))
             entries.append({entry.name, entry.type});
     }
+    std::sort(entries.begin(), entries.end(), [](const auto &a, const auto &b) { return a.name < b.name; });
     return zelPaintColumns(entries, output.width());
 }
 

@@ -144,6 +144,8 @@ void ZELShellLoop::loginByName(const ZELArguments &args, const QUuid &key, bool 
     const ZELUser user = ZELUser::loginAs(name, password, m_session.loginDatabase(), key, mayCreate);
     if (user.isLogin())
         m_session.setSessionUuid(user.tid().isNull() ? user.uid() : user.tid());
+    if (user.isLogin())
+        m_session.takeUserRoles(user.userName());
 }
 
 void ZELShellLoop::joinLogin(const QUuid &key)
@@ -152,6 +154,8 @@ void ZELShellLoop::joinLogin(const QUuid &key)
     ZELUser user = ZELUser::getUser(key);
     if (user.isLogin())
         user.autologin();
+    if (user.isLogin())
+        m_session.takeUserRoles(user.userName());
 }
 
 void ZELShellLoop::banner()
@@ -359,9 +363,9 @@ void ZELShellLoop::logStatement(const QString &statement)
 
 void ZELShellLoop::completeWord()
 {
-    const auto scope = ZELCompletionScope::ofTrees(
-        m_session.server->mainRoot(), m_session.directories.current(), m_session.server->systemRoot());
-    const ZELCompletion found = zelComplete(m_editor.text(), scope, m_session.output.width());
+    const ZELCompletion found = zelComplete(m_editor.text(), m_session.completionScope(), m_session.output.width());
+    if (zelTakeFaultRecovery()) // a completion function of the host's
+        m_session.output.restoreRawMode();
     if (!found.listing.isEmpty()) {
         m_session.output.write(m_editor.encode(QLatin1Char('\n') + found.listing));
         m_session.printPrompt();

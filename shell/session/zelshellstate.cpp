@@ -49,6 +49,12 @@ void ZELEnvironment::set(const QString &name, const QString &value)
     m_values.insert(name, value);
 }
 
+QStringList ZELEnvironment::names() const
+{
+    ZELSessionLock lock(m_mutex);
+    return m_values.keys();
+}
+
 ZELRunningNames::Entry ZELRunningNames::take(const QString &name)
 {
     ZELSessionLock lock(m_mutex);

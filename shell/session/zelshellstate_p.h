@@ -56,6 +56,7 @@ public:
     /// The value; "NULL" for a variable that was never set.
     QString value(const QString &name) const;
     void set(const QString &name, const QString &value);
+    QStringList names() const;
 
 private:
     mutable std::mutex m_mutex;
