@@ -6,6 +6,8 @@
 #include "zellife_p.h"
 #include <atomic>
 
+class ZELStatementFilter;
+
 /// One execution's record; see ZELArguments for what the fields mean.
 class ZELArgumentsPrivate
 {
@@ -46,6 +48,7 @@ public:
     std::function<QString(const QString &)> messagePrintHook;
     QVariant returnValue;
     bool hasReturnValue = false;
+    std::shared_ptr<ZELStatementFilter> filter; ///< what the statement's text goes through; null without filters
     bool isBackground = false;
     /// The record is that of a statement answered in packets.
     bool answersInPackets = false;

@@ -8,7 +8,6 @@
 
 #include <QDebug>
 #include <QMetaMethod>
-#include <QMutexLocker>
 #include <QPointer>
 
 std::atomic<int> ZELShellCommandPrivate::defaultTimeLimit{0};
@@ -19,12 +18,12 @@ using Run = ZELShellCommandPrivate::Run;
 
 struct Locked
 {
-    explicit Locked(QMutex &mutex)
-        : lock(&mutex)
+    explicit Locked(std::mutex &mutex)
+        : lock(mutex)
     {
     }
     ZELCriticalSection section;
-    QMutexLocker lock;
+    std::lock_guard<std::mutex> lock;
 };
 
 /// A slot to call. The pointer is empty once the receiver's destruction has begun, on whatever thread.

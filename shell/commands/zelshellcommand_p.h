@@ -5,10 +5,10 @@
 #include "zelcommandsignature_p.h"
 #include "zelshellcommand.h"
 
-#include <QMutex>
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 class ZELShellCommandTree;
@@ -58,7 +58,7 @@ public:
     std::atomic<bool> restricted{false}; ///< hidden or of a role: the traits are to be looked at
     std::shared_ptr<const ZELTypedCommand> typed; ///< null for slots; unchanged while the command is in a tree
     QMetaObject::Connection receiverGone; ///< takes the command out of its tree; cut when it goes before
-    mutable QMutex mutex; ///< guards the fields below
+    mutable std::mutex mutex; ///< guards the fields below
     QString description;
     ZELCommandTraits traits;
     std::vector<std::unique_ptr<QObject>> relays; ///< one per binding, without thread affinity

@@ -30,6 +30,7 @@ struct ZELShellSettings
     std::function<void(ZELArguments)> help; ///< empty: commands get "-h" and "--help" themselves
     std::function<void(ZELArguments)> weakup;
     std::function<bool(const ZELArguments &)> permission; ///< remote sessions; empty: everything is allowed
+    bool filters = false; ///< a bar between blanks filters a statement's text
     bool helpCommands = false; ///< all commands answer "-h" and "--help", not typed ones alone
     bool loginRequired = false; ///< remote sessions that have not logged in end, names make no accounts
     bool passwordHidden = false; ///< in the debug line of the handshake

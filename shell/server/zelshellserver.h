@@ -196,6 +196,8 @@ public:
     /// Makes a UTF-8 sequence one character for the line editors; for shells made afterwards. Off: bytes pass
     /// unchanged.
     void setUtf8Editing(bool on);
+    /// Lets statements filter their text, "board/log | exclude idle | tail 20"; off: a bar is a word as others.
+    void setFilters(bool on);
     /// The longest line a remote session takes, in bytes; 0 is no limit. For shells made afterwards.
     void setLineLimit(int bytes);
     /// Adds the system commands "jobs" and "kill NUMBER", which list and end the background jobs of the session that

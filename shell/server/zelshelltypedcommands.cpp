@@ -56,3 +56,8 @@ bool ZELShellServer::setRole(const QString &path, const QString &name, const QSt
 {
     return changeTraits(zelLocateCommand(*d->state, path, name), [&](auto &traits) { traits.role = role; });
 }
+
+void ZELShellServer::setFilters(bool on)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.filters = on; });
+}

@@ -136,6 +136,7 @@ void ZELShellPrivate::endIdle()
 
 void ZELShellPrivate::runCore()
 {
+    coreThreadId = QThread::currentThreadId();
     coreRunning = true;
     if (!isMain && idleLimit)
         ZELIdleWatch::add(shared_from_this());

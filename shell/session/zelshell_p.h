@@ -9,6 +9,8 @@
 #include "zelshellforeground_p.h"
 #include "zelshellstate_p.h"
 
+#include <QThread>
+
 struct ZELCompletionScope;
 class ZELShellLoop;
 
@@ -36,6 +38,8 @@ public:
     void stop(StopState state);
     /// Tells an idle peer and closes its connection.
     void endIdle();
+    /// Whether this thread is the one that reads the session's input.
+    bool isCoreThread() const { return coreThreadId == QThread::currentThreadId(); }
     bool isStopping() const { return stopState != Running; }
     void emitProcessReceived();
     QString text(QString ZELShellPrivate::*field) const;
@@ -94,7 +98,7 @@ public:
     void callGuarded(const std::function<void(ZELArguments)> &function, ZELArguments &args);
     void answerKilled(const ZELArguments &args);
     /// The record's error, and on a terminal how its command is to be typed when that was the mistake.
-    void printError(const ZELArguments &args) const;
+    void printError(const ZELArguments &args);
     /// What an unknown word means: an error, or for an assignment text to be stored.
     enum class Unknown { IsError, IsText };
     bool executeStd(ZELArguments &args, Unknown unknown);
@@ -128,6 +132,7 @@ public:
 
     std::atomic<int> stopState{Running};
     std::atomic<Qt::HANDLE> quitter{nullptr}; ///< the thread that ran "quit"
+    std::atomic<Qt::HANDLE> coreThreadId{nullptr};
     std::atomic<bool> started{false};
     std::atomic<bool> coreRunning{false};
     std::atomic<bool> coreFinished{false};

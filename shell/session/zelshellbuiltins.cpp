@@ -7,6 +7,7 @@
 #include "zelshellcommand_p.h"
 #include "zelshellcommandtree_p.h"
 #include "zelshellexpansion_p.h"
+#include "zelshellfilters_p.h"
 #include "zelshellreply_p.h"
 #include "zelshellserverstate_p.h"
 #include "zelshellsystem_p.h"
@@ -207,6 +208,8 @@ void setCommandWord(ZELArguments &args)
 
 void ZELShellPrivate::complete(const ZELArguments &args, const QString &state, const QString &text)
 {
+    if (const auto filter = ZELArgumentsPrivate::get(args)->filter)
+        zelPrintFiltered(args, filter->finish());
     ZELCriticalSection section; // a kill comes before the answer, and gives its own, or after it
     ZELArgumentsPrivate *record = ZELArgumentsPrivate::get(args);
     args.setProtoclState(state);
@@ -349,8 +352,9 @@ void ZELShellPrivate::answerKilled(const ZELArguments &args)
     failed = true;
 }
 
-void ZELShellPrivate::printError(const ZELArguments &args) const
+void ZELShellPrivate::printError(const ZELArguments &args)
 {
+    zelFinishFilters(*this, args);
     args.debug().noquote() << args.getErrorString();
     const QString usage = ZELArgumentsPrivate::get(args)->usage;
     if (!usage.isEmpty() && !noTerminal && !args.hasProtocl())
@@ -374,6 +378,7 @@ bool ZELShellPrivate::executeStd(ZELArguments &args, Unknown unknown)
         reply.unknown(unknownText(args));
         return false;
     }
+    zelFinishFilters(*this, args);
     if (handled && interactive)
         printPrompt();
     return handled;

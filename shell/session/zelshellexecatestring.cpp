@@ -3,6 +3,7 @@
 
 #include "zelarguments_p.h"
 #include "zelshellexpansion_p.h"
+#include "zelshellfilters_p.h"
 #include "zelshellpacket_p.h"
 #include "zelshellreply_p.h"
 #include "zelthread_p.h"
@@ -82,6 +83,8 @@ ZELStatement::ZELStatement(ZELShellPrivate &session, const ZELArguments &args)
 QVariant ZELStatement::run(const ZELStatementDepth &depth)
 {
     chooseAnswer();
+    if (const auto filter = ZELArgumentsPrivate::get(m_args)->filter)
+        m_args.setMessagePrintHook(ZELStatementFilter::before(filter, m_args, m_args.getMessagePrintHook()));
     switch (zelStatementKind(m_args)) {
     case ZELStatementKind::Query:
         query(depth.isOutermost());
@@ -212,6 +215,11 @@ QVariant ZELShellPrivate::execute(const QString &line, ZELArguments args, bool b
     if (depth.isOutermost() && keepHistory && !noTerminal) {
         ZELCriticalSection section;
         history.add(line);
+    }
+    const QString problem = zelTakeFilters(*this, line, args);
+    if (!problem.isEmpty()) {
+        refuseLine(line, args.indexOfOptFromString(zelProtocolTag()) >= 1, problem);
+        return QVariant();
     }
     return ZELStatement(*this, args).run(depth);
 }

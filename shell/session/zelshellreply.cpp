@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zelshellreply_p.h"
 
+#include "zelarguments_p.h"
 #include "zelshell_p.h"
+#include "zelshellfilters_p.h"
 
 #include <QStringBuilder>
 #include <QTextCodec>
@@ -33,6 +35,8 @@ void ZELTerminalReply::text(const QString &text)
 {
     if (m_args.hasProtocl())
         m_args.stream() << text;
+    else if (const auto filter = ZELArgumentsPrivate::get(m_args)->filter)
+        m_session.output.write(filter->pass(text));
     else
         m_session.output.write(text);
 }
@@ -55,6 +59,7 @@ void ZELTerminalReply::fail(const QString &message)
 {
     m_args.setProtoclState(errorState);
     m_args.setErrorString(withoutLineEnd(message));
+    zelFinishFilters(m_session, m_args);
     text(message);
 }
 
