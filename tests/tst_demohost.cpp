@@ -29,19 +29,21 @@ private Q_SLOTS:
         row("ping", "text/ping", "^pong\r\n");
         row("warning", "log/print WARNING \"x y\" z", "Warning: x y z\r\n");
         row("stream", "log/print stream \"no end\"", "^no end[^\r]*$");
-        row("bad level", "log/print loud x", "LEVEL must be .*, not loud\r\n");
+        row("bad level", "log/print loud x", "level must be debug, .*, not 'loud'\r\n");
         row("sleep", "jobs/sleep 20", "^[2-9]\\d+\r\n|^\\d{3,}\r\n");
-        row("no number", "jobs/sleep soon", "^jobs/sleep: MS must be a whole number .* not soon\r\n");
-        row("too many", "text/ping a b", "^text/ping: takes no arguments, not 2");
+        row("no number", "jobs/sleep soon",
+            "^jobs/sleep: ms must be a whole number .* not 'soon'\r\nUsage: jobs/sleep ms\r\n");
+        row("too many", "text/ping a b", "^text/ping: takes no arguments, 'a' is one");
         row("count", "jobs/count 3", "^1\r\n2\r\n3\r\n3\r\n");
         row("throw pointer", "fault/throw pointer", error + "Exception in fault: provoked, file host, line 2\r\n");
         row("throw value", "fault/throw exception", error + "Exception in fault: provoked, file host, line 1\r\n");
         row("assert", "fault/assert", "^" + error + "ASSERT failure fault: \"provoked\", file host, line 7\r\n");
         row("still there", "text/echo well", "^well\r\n");
-        row("help", "help", "fault/assert +fails an assertion\r\n(.*\r\n)*version .*\r\n");
-        row("help below", "help jobs", "^jobs/count N .*\r\njobs/sleep MS .*\r\n");
-        row("no help", "help nothing", "no command below 'nothing'");
-        row("option of help", "jobs/sleep -h", "^Usage: jobs/sleep MS\r\nsleeps");
+        row("help", "help", "  fault/ +everything that .*\r\n(.*\r\n)*  version .*\r\n");
+        row("help below", "help jobs", "  count +counts.*\r\n  sleep +sleeps.*\r\n");
+        row("no help", "help nothing", "nothing called 'nothing'");
+        row("option of help", "jobs/sleep -h", "^Usage: jobs/sleep ms\r\nsleeps");
+        row("filters", "jobs/count 12 | include 1 | tail 2", "^12\r\n12\r\n[^\r]*$");
         row("version", "version", "^ZEL Shell \\d+\\.\\d+\\.\\d+");
         row("from a directory", "cd jobs; count 1; version; cd", "1\r\n1\r\nZEL Shell");
     }

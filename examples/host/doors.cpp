@@ -9,6 +9,7 @@ void setLimits(ZELShellServer &server)
     server.setLineLimit(1024 * 1024);
     server.setInterruptible(true);
     server.setUtf8Editing(true);
+    server.setFilters(true);
 }
 
 /// Asked for remote sessions only, with a command's path or, for a built-in, its word.

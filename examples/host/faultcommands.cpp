@@ -1,56 +1,37 @@
 // SPDX-License-Identifier: MIT
-#include "faultcommands.h"
-
-#include "arguments.h"
-#include "commandbook.h"
+#include "families.h"
 
 #include <stdexcept>
 #include <unistd.h>
 #include <zelcatch.h>
+#include <zelshellserver.h>
 
-FaultCommands::FaultCommands(CommandBook &book, QObject *parent)
-    : QObject(parent)
-{
-    const auto shared = CommandBook::Shared;
-    book.add("fault/throw [KIND]", "throws: runtime_error, exception, pointer or int", this, SLOT(raise(ZELArguments)),
-        shared);
-    book.add("fault/assert", "fails an assertion", this, SLOT(assertion(ZELArguments)), shared);
-    book.add("fault/segv", "writes through a null pointer", this, SLOT(segv(ZELArguments)), shared);
-    book.add("fault/overflow", "overflows its stack", this, SLOT(overflow(ZELArguments)), shared);
-    book.add("fault/hang [busy]", "never returns; \"busy\": keeps a processor busy", this, SLOT(hang(ZELArguments)),
-        CommandBook::Alone);
-}
+enum class Kind { RuntimeError, Exception, Pointer, Int };
 
-QVariant FaultCommands::raise(ZELArguments args)
+static void provoke(Kind kind)
 {
-    if (!takes(args, 0, 1))
-        return {};
-    if (!args.ArgumentsLength() || args[1] == "runtime_error")
+    switch (kind) {
+    case Kind::RuntimeError:
         throw std::runtime_error("provoked");
-    if (args[1] == "exception")
+    case Kind::Exception:
         throw Exception("fault", "provoked", "host", 1);
-    if (args[1] == "pointer")
+    case Kind::Pointer:
         throw new Exception("fault", "provoked", "host", 2);
-    if (args[1] == "int")
+    case Kind::Int:
         throw 3;
-    return refuse(args, "fault/throw: KIND must be runtime_error, exception, pointer or int, not " + args[1]);
+    }
 }
 
-QVariant FaultCommands::assertion(ZELArguments args)
+static void assertion()
 {
-    if (takes(args, 0, 0))
-        zel_assert_x("fault", "provoked", "host", 7);
-    return {};
+    zel_assert_x("fault", "provoked", "host", 7);
 }
 
-QVariant FaultCommands::segv(ZELArguments args)
+static void segv()
 {
-    if (!takes(args, 0, 0))
-        return {};
     // Both volatile: else an optimising compiler sees the fault coming, or drops a write that nobody reads.
     volatile int *volatile nowhere = nullptr;
     *nowhere = 1;
-    return {};
 }
 
 static int descend(int depth)
@@ -60,20 +41,35 @@ static int descend(int depth)
     return depth < 0 ? 0 : descend(depth + 1) + room[0];
 }
 
-QVariant FaultCommands::overflow(ZELArguments args)
+static int overflow()
 {
-    return takes(args, 0, 0) ? QVariant(descend(0)) : QVariant();
+    return descend(0);
 }
 
-QVariant FaultCommands::hang(ZELArguments args)
+static void hang(const std::optional<QString> &how)
 {
-    if (!takes(args, 0, 1))
-        return {};
-    if (args.ArgumentsLength() && args[1] != "busy")
-        return refuse(args, "fault/hang: the only option is busy, not " + args[1]);
-    volatile bool busy = args.ArgumentsLength() == 1;
+    volatile bool busy = how.has_value();
     for (;;) {
         if (!busy)
             ::sleep(1);
     }
+}
+
+void addFaultCommands(ZELShellServer &server)
+{
+    server.command("fault", "throw", provoke)
+        .multiRun()
+        .help("throws")
+        .argument("kind")
+        .choices({{"runtime_error", Kind::RuntimeError}, {"exception", Kind::Exception}, {"pointer", Kind::Pointer},
+            {"int", Kind::Int}})
+        .defaultValue("runtime_error");
+    server.command("fault", "assert", assertion).multiRun().help("fails an assertion");
+    server.command("fault", "segv", segv).multiRun().help("writes through a null pointer");
+    server.command("fault", "overflow", overflow).multiRun().help("overflows its stack");
+    server.command("fault", "hang", hang)
+        .help("never returns")
+        .argument("how", "\"busy\" keeps a processor busy")
+        .choices({"busy"});
+    server.describeDirectory("fault", "everything that can go wrong inside a command");
 }

@@ -1,46 +1,44 @@
 // SPDX-License-Identifier: MIT
-#include "jobcommands.h"
-
-#include "arguments.h"
-#include "commandbook.h"
+#include "families.h"
 
 #include <QElapsedTimer>
 #include <QThread>
-
-JobCommands::JobCommands(CommandBook &book, QObject *parent)
-    : QObject(parent)
-{
-    book.add("jobs/sleep MS", "sleeps; returns the milliseconds that went by", this, SLOT(sleep(ZELArguments)),
-        CommandBook::Shared);
-    book.add("jobs/count N [MS]", "counts to N, MS milliseconds apart; returns N", this, SLOT(count(ZELArguments)),
-        CommandBook::Shared);
-}
+#include <zelshellserver.h>
 
 static const int dayInMs = 24 * 60 * 60 * 1000;
 
-QVariant JobCommands::sleep(ZELArguments args)
+static int sleepFor(int ms)
 {
-    int ms = 0;
-    if (!takes(args, 1, 1) || !takesNumber(args, 1, "MS", 0, dayInMs, &ms))
-        return {};
     QElapsedTimer clock;
     clock.start();
     QThread::msleep(ms);
     return int(clock.elapsed());
 }
 
-QVariant JobCommands::count(ZELArguments args)
+static int countTo(const ZELArguments &args, int last, int pause)
 {
-    int last = 0;
-    int pause = 0;
-    if (!takes(args, 1, 2) || !takesNumber(args, 1, "N", 0, INT_MAX - 1, &last))
-        return {};
-    if (args.ArgumentsLength() == 2 && !takesNumber(args, 2, "MS", 0, dayInMs, &pause))
-        return {};
     for (int i = 1; i <= last; ++i) {
         args.debug() << i;
         if (pause)
             QThread::msleep(pause);
     }
     return last;
+}
+
+void addJobCommands(ZELShellServer &server)
+{
+    server.command("jobs", "sleep", sleepFor)
+        .multiRun()
+        .help("sleeps; returns the milliseconds that went by")
+        .argument("ms")
+        .range(0, dayInMs);
+    server.command("jobs", "count", countTo)
+        .multiRun()
+        .help("counts; returns the last number")
+        .argument("last")
+        .range(0, INT_MAX - 1)
+        .argument("pause", "milliseconds between two numbers")
+        .range(0, dayInMs)
+        .defaultValue(0);
+    server.describeDirectory("jobs", "commands that take their time");
 }

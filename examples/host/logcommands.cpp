@@ -1,54 +1,27 @@
 // SPDX-License-Identifier: MIT
-#include "logcommands.h"
+#include "families.h"
 
-#include "arguments.h"
-#include "commandbook.h"
-
-#include <QStringList>
-
-LogCommands::LogCommands(CommandBook &book, QObject *parent)
-    : QObject(parent)
-{
-    book.add("log/print LEVEL TEXT...", "prints on a channel: info, warning, error, ...", this,
-        SLOT(print(ZELArguments)), CommandBook::Shared);
-}
+#include <zelshellserver.h>
 
 using Channel = ZELLogging (ZELArguments::*)() const;
 
-static Channel channelOf(const QString &level)
+static const Channel channels[] = {&ZELArguments::debug, &ZELArguments::info, &ZELArguments::warning,
+    &ZELArguments::error, &ZELArguments::critical, &ZELArguments::fatal, &ZELArguments::stream, &ZELArguments::object};
+
+static void print(const ZELArguments &args, int channel, const QStringList &words)
 {
-    static const struct
-    {
-        const char *name;
-        Channel channel;
-    } channels[] = {
-        {"debug", &ZELArguments::debug},
-        {"info", &ZELArguments::info},
-        {"warning", &ZELArguments::warning},
-        {"error", &ZELArguments::error},
-        {"critical", &ZELArguments::critical},
-        {"fatal", &ZELArguments::fatal},
-        {"stream", &ZELArguments::stream},
-        {"object", &ZELArguments::object},
-    };
-    for (const auto &candidate : channels) {
-        if (level.compare(QLatin1String(candidate.name), Qt::CaseInsensitive) == 0)
-            return candidate.channel;
-    }
-    return nullptr;
+    (args.*channels[channel])().noquote() << words.join(' ');
 }
 
-QVariant LogCommands::print(ZELArguments args)
+void addLogCommands(ZELShellServer &server)
 {
-    if (!takes(args, 2, INT_MAX))
-        return {};
-    const Channel channel = channelOf(args[1]);
-    if (!channel)
-        return refuse(args,
-            "log/print: LEVEL must be debug, info, warning, error, critical, fatal, stream or object, not " + args[1]);
-    QStringList words = QStringList(args).mid(2);
-    for (QString &word : words)
-        word = unquoted(word);
-    (args.*channel)().noquote() << words.join(' ');
-    return {};
+    server.command("log", "print", print)
+        .multiRun()
+        .help("prints on a channel")
+        .argument("level")
+        .choices({{"debug", 0}, {"info", 1}, {"warning", 2}, {"error", 3}, {"critical", 4}, {"fatal", 5}, {"stream", 6},
+            {"object", 7}})
+        .argument("text")
+        .range(1, 10000);
+    server.describeDirectory("log", "writes on every output channel");
 }

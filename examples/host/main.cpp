@@ -1,22 +1,13 @@
 // SPDX-License-Identifier: MIT
-// The demonstration host: a board supervisor whose commands are slots of the classes beside this file.
-#include "commandbook.h"
+// The demonstration host: a board supervisor whose commands stand in the files beside this one.
 #include "doors.h"
-#include "faultcommands.h"
-#include "jobcommands.h"
-#include "logcommands.h"
-#include "networkcommands.h"
+#include "families.h"
 #include "options.h"
-#include "storagecommands.h"
-#include "systemcommands.h"
-#include "textcommands.h"
-#include "usercommands.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QLoggingCategory>
 #include <cstdio>
-#include <memory>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <zelcatch.h>
@@ -69,23 +60,22 @@ int main(int argc, char **argv)
     raiseDescriptorLimit();
 
     ZELShellServer server;
-    CommandBook book(&server);
-    SystemCommands system(book);
-    NetworkCommands network(book);
-    StorageCommands storage(book);
-    TextCommands text(book);
-    LogCommands log(book);
-    JobCommands jobs(book);
-    FaultCommands faults(book);
-    std::unique_ptr<UserCommands> users;
+    addSystemCommands(server);
+    addNetworkCommands(server);
+    addStorageCommands(server);
+    addTextCommands(server);
+    addLogCommands(server);
+    addJobCommands(server);
+    addFaultCommands(server);
     if (!options.userDb.isEmpty()) {
-        const QSqlDatabase database = UserCommands::open(options.userDb);
+        const QSqlDatabase database = openUsers(options.userDb);
         if (!database.isValid())
             return 1;
         server.setDatabase(database);
-        users = std::make_unique<UserCommands>(book, database);
+        addUserCommands(server, database);
     }
 
+    server.registerHelpCommands();
     server.registerJobCommands();
     setLimits(server);
     if (options.secure)

@@ -1,18 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "networkcommands.h"
-
 #include "arguments.h"
-#include "commandbook.h"
+#include "families.h"
 
 #include <QNetworkInterface>
 #include <QStringList>
-
-NetworkCommands::NetworkCommands(CommandBook &book, QObject *parent)
-    : QObject(parent)
-{
-    book.add("network/interfaces", "network interfaces with state and addresses", this, SLOT(interfaces(ZELArguments)),
-        CommandBook::Shared);
-}
+#include <zelshellserver.h>
 
 static QString describe(const QNetworkInterface &interface)
 {
@@ -27,15 +19,18 @@ static QString describe(const QNetworkInterface &interface)
     return text;
 }
 
-QVariant NetworkCommands::interfaces(ZELArguments args)
+static void interfaces(const ZELArguments &args)
 {
-    if (!takes(args, 0, 0))
-        return {};
     QStringList blocks;
     for (const QNetworkInterface &interface : QNetworkInterface::allInterfaces())
         blocks += describe(interface);
     if (blocks.isEmpty())
         return refuse(args, "network/interfaces: the kernel names no interface");
     print(args, blocks.join("\r\n"));
-    return {};
+}
+
+void addNetworkCommands(ZELShellServer &server)
+{
+    server.command("network", "interfaces", interfaces).multiRun().help("network interfaces with state and addresses");
+    server.describeDirectory("network", "the interfaces of the board");
 }

@@ -1,18 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "storagecommands.h"
-
 #include "arguments.h"
-#include "commandbook.h"
+#include "families.h"
 
 #include <QStorageInfo>
 #include <QStringList>
-
-StorageCommands::StorageCommands(CommandBook &book, QObject *parent)
-    : QObject(parent)
-{
-    book.add("storage/usage [PATH]", "how full the file systems, or that of PATH, are", this, SLOT(usage(ZELArguments)),
-        CommandBook::Shared);
-}
+#include <zelshellserver.h>
 
 static QString row(const QStorageInfo &storage)
 {
@@ -25,13 +17,9 @@ static QString row(const QStorageInfo &storage)
         .arg(storage.rootPath(), QString::fromLocal8Bit(storage.fileSystemType()));
 }
 
-QVariant StorageCommands::usage(ZELArguments args)
+static void usage(const ZELArguments &args, const std::optional<QString> &path)
 {
-    if (!takes(args, 0, 1))
-        return {};
-    QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
-    if (args.ArgumentsLength())
-        volumes = {QStorageInfo(unquoted(args[1]))};
+    const auto volumes = path ? QList<QStorageInfo>{QStorageInfo(*path)} : QStorageInfo::mountedVolumes();
     QStringList lines{"       SIZE        USED  FULL  MOUNTED ON"};
     for (const QStorageInfo &storage : volumes) {
         // Kernel file systems such as proc have no size.
@@ -39,8 +27,16 @@ QVariant StorageCommands::usage(ZELArguments args)
             lines += row(storage);
     }
     if (lines.size() == 1)
-        return refuse(
-            args, "storage/usage: no storage of any size " + (args.ArgumentsLength() ? "at " + args[1] : "is mounted"));
+        return refuse(args, "storage/usage: no storage of any size " + (path ? "at " + *path : "is mounted"));
     print(args, lines.join("\r\n"));
-    return {};
+}
+
+void addStorageCommands(ZELShellServer &server)
+{
+    server.command("storage", "usage", usage)
+        .multiRun()
+        .help("how full the file systems, or that of a path, are")
+        .argument("path")
+        .completeFiles();
+    server.describeDirectory("storage", "what is mounted");
 }

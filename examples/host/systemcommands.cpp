@@ -1,38 +1,22 @@
 // SPDX-License-Identifier: MIT
-#include "systemcommands.h"
-
 #include "arguments.h"
-#include "commandbook.h"
+#include "families.h"
 #include "procfs.h"
 
 #include <QStringList>
+#include <zelshellserver.h>
 
-SystemCommands::SystemCommands(CommandBook &book, QObject *parent)
-    : QObject(parent)
+static void uptime(const ZELArguments &args)
 {
-    const auto shared = CommandBook::Shared;
-    book.add("system/uptime", "time since the board started, and its load", this, SLOT(uptime(ZELArguments)), shared);
-    book.add("system/memory", "memory of the board and of this program", this, SLOT(memory(ZELArguments)), shared);
-    book.add(
-        "system/processes [COUNT]", "the COUNT largest processes, or all", this, SLOT(processes(ZELArguments)), shared);
-}
-
-QVariant SystemCommands::uptime(ZELArguments args)
-{
-    if (!takes(args, 0, 0))
-        return {};
     const double seconds = procfs::uptimeSeconds(procfs::contents("/proc/uptime"));
     if (seconds < 0)
         return refuse(args, "system/uptime: /proc/uptime cannot be read");
     const QByteArrayList load = procfs::contents("/proc/loadavg").split(' ').mid(0, 3);
     print(args, "up " + procfs::duration(seconds) + ", load " + load.join(' '));
-    return {};
 }
 
-QVariant SystemCommands::memory(ZELArguments args)
+static void memory(const ZELArguments &args)
 {
-    if (!takes(args, 0, 0))
-        return {};
     const QByteArray board = procfs::contents("/proc/meminfo");
     const QByteArray self = procfs::contents("/proc/self/status");
     const struct
@@ -56,16 +40,12 @@ QVariant SystemCommands::memory(ZELArguments args)
     if (lines.isEmpty())
         return refuse(args, "system/memory: /proc/meminfo cannot be read");
     print(args, lines.join("\r\n"));
-    return {};
 }
 
-QVariant SystemCommands::processes(ZELArguments args)
+static void processes(const ZELArguments &args, std::optional<int> count)
 {
-    int count = INT_MAX;
-    if (!takes(args, 0, 1) || (args.ArgumentsLength() && !takesNumber(args, 1, "COUNT", 1, INT_MAX, &count)))
-        return {};
     QStringList lines{"    PID S    RESIDENT NAME"};
-    for (const procfs::Process &process : procfs::processes().mid(0, count)) {
+    for (const procfs::Process &process : procfs::processes().mid(0, count.value_or(-1))) {
         lines += QStringLiteral("%1 %2 %3 %4")
                      .arg(process.pid, 7)
                      .arg(process.state)
@@ -73,5 +53,22 @@ QVariant SystemCommands::processes(ZELArguments args)
                      .arg(process.name);
     }
     print(args, lines.join("\r\n"));
-    return {};
+}
+
+static QString version()
+{
+    return QStringLiteral("ZEL Shell " ZELHOST_VERSION ", demonstration host, Qt %1").arg(qVersion());
+}
+
+void addSystemCommands(ZELShellServer &server)
+{
+    server.command("system", "uptime", uptime).multiRun().help("time since the board started, and its load");
+    server.command("system", "memory", memory).multiRun().help("memory of the board and of this program");
+    server.command("system", "processes", processes)
+        .multiRun()
+        .help("the largest processes")
+        .argument("count", "how many; all when left out")
+        .range(1, INT_MAX);
+    server.systemCommand("version", version).multiRun().help("tells what runs here");
+    server.describeDirectory("system", "how the board is doing, and who is here");
 }

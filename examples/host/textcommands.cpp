@@ -1,26 +1,18 @@
 // SPDX-License-Identifier: MIT
-#include "textcommands.h"
-
 #include "arguments.h"
-#include "commandbook.h"
+#include "families.h"
 
-#include <QStringList>
+#include <zelshellserver.h>
 
-TextCommands::TextCommands(CommandBook &book, QObject *parent)
-    : QObject(parent)
+void addTextCommands(ZELShellServer &server)
 {
-    book.add("text/echo [WORD...]", "prints its words as the shell split them", this, SLOT(echo(ZELArguments)),
-        CommandBook::Shared);
-    book.add("text/ping", "prints nothing and returns \"pong\"", this, SLOT(ping(ZELArguments)), CommandBook::Shared);
-}
-
-QVariant TextCommands::echo(ZELArguments args)
-{
-    print(args, QStringList(args).mid(1).join(' '));
-    return {};
-}
-
-QVariant TextCommands::ping(ZELArguments args)
-{
-    return takes(args, 0, 0) ? QStringLiteral("pong") : QVariant();
+    // The words of the record and not the converted ones, which have lost their quotes.
+    server
+        .command("text", "echo",
+            [](ZELArguments args, const QStringList &) { print(args, QStringList(args).mid(1).join(' ')); })
+        .multiRun()
+        .help("prints its words as the shell split them")
+        .argument("word");
+    server.command("text", "ping", [] { return "pong"; }).multiRun().help("prints nothing and returns \"pong\"");
+    server.describeDirectory("text", "the smallest commands there are");
 }

@@ -1,30 +1,17 @@
 // SPDX-License-Identifier: MIT
-#include "usercommands.h"
-
 #include "arguments.h"
-#include "commandbook.h"
+#include "families.h"
 
 #include <QDateTime>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
 #include <cstdio>
-#include <zelshellbase.h>
+#include <zelshellserver.h>
 #include <zeluser.h>
+#include <zeluserroles.h>
 
-UserCommands::UserCommands(CommandBook &book, const QSqlDatabase &database, QObject *parent)
-    : QObject(parent)
-    , m_database(database)
-{
-    const auto shared = CommandBook::Shared;
-    book.add("system/whoami", "the user of this session", this, SLOT(whoami(ZELArguments)), shared);
-    book.add("system/users", "who is logged in, and since when", this, SLOT(users(ZELArguments)), shared);
-    book.add("system/passwd OLD NEW", "changes your password", this, SLOT(passwd(ZELArguments)), shared);
-    book.add(
-        "system/adduser NAME PASSWORD", "makes an account (terminal only)", this, SLOT(adduser(ZELArguments)), shared);
-}
-
-QSqlDatabase UserCommands::open(const QString &file)
+QSqlDatabase openUsers(const QString &file)
 {
     QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE");
     database.setDatabaseName(file);
@@ -48,13 +35,10 @@ static QString reasonOf(ZELUser &user)
     return error == "Error : sql exec error" ? "that cannot be stored" : error;
 }
 
-QVariant UserCommands::whoami(ZELArguments args)
+static void whoami(const ZELArguments &args)
 {
-    if (!takes(args, 0, 0))
-        return {};
     const ZELUser user = ZELUser::getUser(args.getUuid());
     print(args, user.isLogin() ? user.userName() : QStringLiteral("nobody has logged in here"));
-    return {};
 }
 
 /// Names are whatever somebody logged in as; an escape sequence must not reach the terminal of another.
@@ -65,10 +49,8 @@ static QString harmless(QString name)
     return name;
 }
 
-QVariant UserCommands::users(ZELArguments args)
+static void users(const ZELArguments &args)
 {
-    if (!takes(args, 0, 0))
-        return {};
     QStringList lines;
     for (const ZELUser &user : ZELUser::loggedIn()) {
         const QDateTime since = ZELUser::getLastLoginTime(user);
@@ -76,40 +58,64 @@ QVariant UserCommands::users(ZELArguments args)
             + (since.isValid() ? since.toString("yyyy-MM-dd hh:mm:ss") : "-");
     }
     print(args, lines.isEmpty() ? QStringLiteral("nobody is logged in") : lines.join("\r\n"));
-    return {};
 }
 
-QVariant UserCommands::passwd(ZELArguments args)
+static void passwd(const ZELArguments &args, const QString &before, const QString &password)
 {
-    if (!takes(args, 2, 2))
-        return {};
     ZELUser user = ZELUser::getUser(args.getUuid());
     if (!user.isLogin())
         return refuse(args, "system/passwd: nobody has logged in here");
-    if (user.password() != unquoted(args[1]))
+    if (user.password() != before)
         return refuse(args, "system/passwd: the old password is another one");
-    if (!user.setPassword(unquoted(args[2])))
+    if (!user.setPassword(password))
         return refuse(args, "system/passwd: " + reasonOf(user));
     print(args, "password changed");
-    return {};
 }
 
-QVariant UserCommands::adduser(ZELArguments args)
+static void adduser(
+    const ZELArguments &args, const QSqlDatabase &database, const QString &name, const QString &password)
 {
-    if (!takes(args, 2, 2))
-        return {};
-    auto *session = qobject_cast<ZELShellBase *>(args.Sender());
-    if (!session || !session->IsMain())
-        return refuse(args, "system/adduser: only on the board's terminal");
-    const QString name = unquoted(args[1]), password = unquoted(args[2]);
-    ZELUser known = ZELUser::loginAs(name, password, m_database, QUuid(), false);
+    ZELUser known = ZELUser::loginAs(name, password, database, QUuid(), false);
     const bool exists = known.isLogin();
     known.autologout();
     // The first login of a name makes its account.
-    ZELUser user = exists ? ZELUser() : ZELUser(name, password, m_database);
+    ZELUser user = exists ? ZELUser() : ZELUser(name, password, database);
     if (!user.isLogin())
         return refuse(args, "system/adduser: " + (exists ? accountExists : reasonOf(user)));
     user.autologout();
     print(args, "account of " + user.userName() + " made");
-    return {};
+}
+
+static void roles(const ZELArguments &args, const QSqlDatabase &database, const QString &name, const QStringList &roles)
+{
+    if (!roles.isEmpty() && !ZELUserRoles::setRoles(database, name, roles))
+        return refuse(args, "system/roles: that cannot be stored");
+    print(args, harmless(name) + ": " + harmless(ZELUserRoles::roles(database, name).join(' ')));
+}
+
+void addUserCommands(ZELShellServer &server, const QSqlDatabase &database)
+{
+    server.command("system", "whoami", whoami).multiRun().help("the user of this session");
+    server.command("system", "users", users).multiRun().help("who is logged in, and since when");
+    server.command("system", "passwd", passwd).multiRun().help("changes your password").argument("old").argument("new");
+    server
+        .command("system", "adduser",
+            [database](const ZELArguments &args, const QString &name, const QString &password) {
+                adduser(args, database, name, password);
+            })
+        .multiRun()
+        .role("admin")
+        .help("makes an account")
+        .argument("name")
+        .argument("password");
+    server
+        .command("system", "roles",
+            [database](const ZELArguments &args, const QString &name, const QStringList &names) {
+                roles(args, database, name, names);
+            })
+        .multiRun()
+        .role("admin")
+        .help("tells or sets a user's roles, from the next login on")
+        .argument("user")
+        .argument("role");
 }

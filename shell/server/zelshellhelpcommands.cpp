@@ -39,11 +39,14 @@ public:
     {
         const ZELCriticalSection section; // a jump over the pin would keep its node for ever
         const ZELShellCommandPin pin = path ? find(*path) : ZELShellCommandPin();
-        if (path && (!pin || !mayKnow(pin.command())))
+        const ZELShellCommandPin directory = path ? directoryOf(*path, pin) : ZELShellCommandPin();
+        QVector<ZELShellCommandTree *> nodes{pin.node(), directory.node()};
+        nodes.removeAll(nullptr);
+        if (path && (nodes.isEmpty() || !mayKnow(pin.command())))
             return fail(QStringLiteral("help: there is nothing called '%1'").arg(*path));
         if (json)
-            return print(jsonText(pin.node()), m_args.object());
-        print(pin ? textOf(pin.node()) : overview(), m_args.debug());
+            return print(jsonText(nodes), m_args.object());
+        print(nodes.isEmpty() ? overview() : textOf(nodes), m_args.debug());
     }
 
 private:
@@ -55,11 +58,24 @@ private:
         return pin ? std::move(pin) : zelLocateCommand(*m_server, QString(), path);
     }
 
+    /// The directory that bears the name of a system command.
+    ZELShellCommandPin directoryOf(const QString &path, const ZELShellCommandPin &found) const
+    {
+        if (!m_session || !found.command())
+            return {};
+        const auto place = m_session->directories.place(path);
+        auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
+        return pin.command() ? ZELShellCommandPin() : std::move(pin);
+    }
+
     bool mayKnow(ZELShellCommand *command) const { return !command || !m_session || m_session->hasRoleFor(command); }
 
-    QString textOf(ZELShellCommandTree *node) const
+    QString textOf(const QVector<ZELShellCommandTree *> &nodes) const
     {
-        return node->Command() ? zelCommandHelp(node) : zelDirectoryHelp(node, m_audience);
+        QStringList texts;
+        for (ZELShellCommandTree *node : nodes)
+            texts += node->Command() ? zelCommandHelp(node) : zelDirectoryHelp(node, m_audience);
+        return texts.join(QLatin1String("\r\n\r\n"));
     }
 
     QString overview() const
@@ -72,10 +88,9 @@ private:
         return parts.join(blank);
     }
 
-    QString jsonText(ZELShellCommandTree *node) const
+    QString jsonText(QVector<ZELShellCommandTree *> nodes) const
     {
-        QVector<ZELShellCommandTree *> nodes{node};
-        if (!node)
+        if (nodes.isEmpty())
             nodes = {m_server->systemRoot(), m_server->mainRoot()};
         const QJsonDocument document(zelHelpJson(nodes, m_audience));
         return QString::fromUtf8(document.toJson(QJsonDocument::Compact)) + QLatin1String("\r\n");

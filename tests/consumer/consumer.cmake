@@ -28,7 +28,7 @@ run(${CMAKE_COMMAND} -S ${SOURCE}/tests/consumer -B ${WORK}/build -G Ninja
   -DCMAKE_PREFIX_PATH=${WORK}/prefix ${ARGUMENTS})
 run(${CMAKE_COMMAND} --build ${WORK}/build)
 
-file(WRITE ${WORK}/typed "board/greet --name operator\nquit\n")
+file(WRITE ${WORK}/typed "board/greet operator\nquit\n")
 execute_process(COMMAND ${EMULATOR} ${WORK}/build/host INPUT_FILE ${WORK}/typed
   RESULT_VARIABLE status OUTPUT_VARIABLE output TIMEOUT 60)
 if(NOT status EQUAL 0 OR NOT output MATCHES "Hello, operator")
