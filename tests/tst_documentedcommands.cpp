@@ -45,6 +45,7 @@ private Q_SLOTS:
             "Usage: board/pump/stop number\r\nStops a pump\r\n\r\n"
             "Arguments\r\n  number  a whole number from 1 to 8\r\n");
         row("board/calibrate", "board/calibrate is not permitted!\r\n");
+        row("board/erase", "board/erase: nobody can be asked here\r\n");
         row("board/gone", "Error : input 'board/gone' can not execate\n");
     }
 

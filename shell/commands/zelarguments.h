@@ -14,6 +14,7 @@
 #include <QUuid>
 #include <QVariant>
 #include <functional>
+#include <optional>
 
 class ZELArgumentsPrivate;
 class ZELShellBase;
@@ -130,6 +131,18 @@ public:
 
     /// True when the state is "EXECUTE_ERROR".
     bool hasError() const;
+    /**
+     * Asks the user on the session's terminal and waits for a line, which is edited as others are; askHidden() shows
+     * nothing of it. Nothing, with the record's error set, when there is nobody to ask: in the background, without a
+     * terminal, after the time, when the user presses Ctrl-C or leaves. The command then just returns. A tagged
+     * statement is asked only if it says that it answers, see docs/protocol.md.
+     * On the thread that runs the command. Kills and time limits end the wait.
+     */
+    std::optional<QString> ask(const QString &question, int timeoutMs = 60000) const;
+    std::optional<QString> askHidden(const QString &question, int timeoutMs = 60000) const;
+    /// The same for "y" or "yes"; any other answer, and none, is false.
+    bool confirm(const QString &question, int timeoutMs = 60000) const;
+
     /// Ends the command with an error; does not return.
     [[noreturn]] void throwError(const char *what, const char *file, int line) const;
 

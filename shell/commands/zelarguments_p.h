@@ -5,8 +5,17 @@
 #include "zelarguments.h"
 #include "zellife_p.h"
 #include <atomic>
+#include <optional>
 
 class ZELStatementFilter;
+
+/// What a command asks the user.
+struct ZELQuestion
+{
+    QString text;
+    bool hidden = false;
+    int timeoutMs = 0;
+};
 
 /// One execution's record; see ZELArguments for what the fields mean.
 class ZELArgumentsPrivate
@@ -50,6 +59,9 @@ public:
     bool hasReturnValue = false;
     std::shared_ptr<ZELStatementFilter> filter; ///< what the statement's text goes through; null without filters
     bool isBackground = false;
+    bool takesQuestions = false; ///< the statement is a tagged one whose sender answers questions
+    /// Asks the user of a record's session; nothing, with the reason, when there is no answer. Set by the sessions.
+    static std::optional<QString> (*asker)(const ZELArguments &args, const ZELQuestion &question, QString *problem);
     /// The record is that of a statement answered in packets.
     bool answersInPackets = false;
     /// The record whose completing packet this thread prints.

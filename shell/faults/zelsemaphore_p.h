@@ -3,6 +3,7 @@
 #define ZELSEMAPHORE_P_H
 
 #include <cerrno>
+#include <chrono>
 #include <semaphore.h>
 
 /// sem_overview(7). Unlike a wait condition it may be jumped out of while waiting, and waking takes no lock that the
@@ -27,6 +28,18 @@ public:
     void wait()
     {
         while (sem_wait(&m_semaphore) != 0 && errno == EINTR) { }
+    }
+    /// False when no token came by then.
+    bool waitUntil(std::chrono::steady_clock::time_point deadline)
+    {
+        using namespace std::chrono;
+        const auto time = deadline.time_since_epoch();
+        const auto whole = duration_cast<seconds>(time);
+        const timespec until = {whole.count(), long(duration_cast<nanoseconds>(time - whole).count())};
+        while (sem_clockwait(&m_semaphore, CLOCK_MONOTONIC, &until) != 0)
+            if (errno != EINTR)
+                return false;
+        return true;
     }
 
 private:

@@ -74,6 +74,12 @@ QThread *ZELIODevice::innerThread()
     return nullptr;
 }
 
+bool ZELIODevice::waitForInput(int ms)
+{
+    Q_UNUSED(ms)
+    return true;
+}
+
 bool ZELIODevice::takeByte(char)
 {
     return false;

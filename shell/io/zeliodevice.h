@@ -58,6 +58,9 @@ public:
     /// Takes one such byte out of the input that waits to be read, wherever it stands in it; false when there is none,
     /// and here.
     virtual bool takeByte(char byte);
+    /// Waits that many milliseconds at most; true when readAll() will not block: for input, or at its end. Here, for
+    /// devices that cannot tell, at once.
+    virtual bool waitForInput(int ms);
 
     void setReadyReadHook(Hook hook);
     void setCloseHook(Hook hook);

@@ -4,6 +4,7 @@
 #include "zelguard_p.h"
 #include "zelterminal_p.h"
 
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <atomic>
 #include <errno.h>
@@ -32,7 +33,8 @@ struct OpenDescriptor
             out = STDOUT_FILENO;
     }
     ~OpenDescriptor();
-    bool waitReadable();
+    /// False when it was closed, or nothing came in time; a negative time is none.
+    bool waitReadable(int ms = -1);
     bool waitWritable();
     void wakeUp();
 
@@ -59,7 +61,7 @@ OpenDescriptor::~OpenDescriptor()
     close(null);
 }
 
-bool OpenDescriptor::waitReadable()
+bool OpenDescriptor::waitReadable(int ms)
 {
     {
         ZELCriticalSection section;
@@ -67,9 +69,13 @@ bool OpenDescriptor::waitReadable()
         if (wake < 0)
             wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     }
+    const QDeadlineTimer deadline(ms);
     while (!closed) {
         pollfd fds[3] = {{fd, POLLIN, 0}, {wake, POLLIN, 0}, {zelTerminalResumeDescriptor(), POLLIN, 0}};
-        if (poll(fds, 3, -1) < 0 && errno != EINTR && errno != EAGAIN)
+        const int ready = poll(fds, 3, int(deadline.remainingTime()));
+        if (ready < 0 && errno != EINTR && errno != EAGAIN)
+            return false;
+        if (ready == 0)
             return false;
         if (fds[2].revents)
             zelTerminalResumed();
@@ -174,6 +180,12 @@ QByteArray ZELStdDevice::readAll()
             return result;
     }
     return result;
+}
+
+bool ZELStdDevice::waitForInput(int ms)
+{
+    const auto open = d->open();
+    return !open || open->waitReadable(ms) || open->closed;
 }
 
 void ZELStdDevice::write(QByteArray data)

@@ -39,6 +39,7 @@ public:
     /// Restores the terminal, calls the close hook, closes the descriptor. Nothing the second time.
     void Close() override;
     /// Always true.
+    bool waitForInput(int ms) override;
     bool readValid() const override;
     /// Always true.
     bool writeValid() const override;

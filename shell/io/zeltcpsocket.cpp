@@ -296,6 +296,22 @@ QByteArray ZELTcpSocket::readAll()
     }
 }
 
+bool ZELTcpSocket::waitForInput(int ms)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    for (;;) {
+        {
+            ZELCriticalSection section;
+            std::lock_guard<std::mutex> lock(d->mutex);
+            if (!d->received.isEmpty() || d->closed)
+                return true;
+        }
+        zelSafePoint();
+        if (!d->arrived.waitUntil(deadline))
+            return false;
+    }
+}
+
 void ZELTcpSocket::write(QByteArray data)
 {
     if (d->closed) {

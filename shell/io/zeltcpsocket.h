@@ -68,6 +68,7 @@ public:
     QThread *innerThread() override;
     /// Begins to close without waiting, and deletes the socket when its worker has ended (at once when it has already).
     void release() override;
+    bool waitForInput(int ms) override;
     bool readValid() const override;
     bool writeValid() const override;
     bool takeByte(char byte) override;

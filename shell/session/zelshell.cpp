@@ -4,6 +4,7 @@
 #include "zelshellcollection_p.h"
 #include "zelshellidle_p.h"
 #include "zelshellloop_p.h"
+#include "zelshellquestions_p.h"
 #include "zelshellserverstate_p.h"
 #include "zelthread.h"
 #include "zelthread_p.h"
@@ -50,6 +51,7 @@ ZELShellPrivate::ZELShellPrivate(ZELShell *q, ZELStream *stream)
     , directories(server)
     , loop(new ZELShellLoop(*this))
 {
+    zelLetCommandsAsk();
     setDescription(QStringLiteral("Stream=StdStream;PeerName=*;PeerAddress=loaclhost;PeerPort=*;"));
     updatePath();
 }
@@ -118,6 +120,12 @@ void ZELShellPrivate::emitProcessReceived()
     ZELCriticalSection section;
     if (const auto use = life.ref().use())
         Q_EMIT use->ProcessReceived();
+}
+
+void ZELShellPrivate::noteWaiting()
+{
+    using namespace std::chrono;
+    waitingSince = duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
 void ZELShellPrivate::stop(StopState state)

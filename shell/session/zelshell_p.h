@@ -40,6 +40,8 @@ public:
     void endIdle();
     /// Whether this thread is the one that reads the session's input.
     bool isCoreThread() const { return coreThreadId == QThread::currentThreadId(); }
+    /// The core thread begins to wait for the peer.
+    void noteWaiting();
     bool isStopping() const { return stopState != Running; }
     void emitProcessReceived();
     QString text(QString ZELShellPrivate::*field) const;

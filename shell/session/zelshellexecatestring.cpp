@@ -5,6 +5,7 @@
 #include "zelshellexpansion_p.h"
 #include "zelshellfilters_p.h"
 #include "zelshellpacket_p.h"
+#include "zelshellquestions_p.h"
 #include "zelshellreply_p.h"
 #include "zelthread_p.h"
 #include "zelthreadpool.h"
@@ -129,8 +130,17 @@ void ZELStatement::chooseAnswer()
 
 void ZELStatement::takeTag(int at)
 {
+    takeWord(at, zelProtocolTag());
+    const int answers = m_args.indexOfOptFromString(zelAnswersTag());
+    ZELArgumentsPrivate::get(m_args)->takesQuestions = answers >= 1;
+    if (answers >= 1)
+        takeWord(answers, zelAnswersTag());
+}
+
+void ZELStatement::takeWord(int at, const QString &tag)
+{
     ZELArgumentsPrivate *const record = ZELArgumentsPrivate::get(m_args);
-    record->allInput = zelWithoutTag(record->allInput, zelProtocolTag());
+    record->allInput = zelWithoutTag(record->allInput, tag);
     record->arguments.removeAt(at);
     // A client that pads its base64 sends up to two "=", which the splitter made words.
     for (int padding = 0; padding < 2 && at < m_args.Length() && m_args[at] == QLatin1String("="); ++padding)

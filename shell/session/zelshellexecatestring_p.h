@@ -52,6 +52,7 @@ public:
 private:
     void chooseAnswer();
     void takeTag(int at);
+    void takeWord(int at, const QString &tag);
     void dispatch();
     void query(bool outermost);
     void assign();

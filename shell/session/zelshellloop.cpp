@@ -69,9 +69,7 @@ bool ZELShellLoop::refill()
     m_buffer.clear();
     m_next = 0;
     ZELStream *stream = m_session.output.stream();
-    m_session.waitingSince
-        = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
-              .count();
+    m_session.noteWaiting();
     if (stream)
         m_buffer = stream->readAll();
     m_session.waitingSince = 0;

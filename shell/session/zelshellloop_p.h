@@ -7,6 +7,7 @@
 #include "zelshell_p.h"
 
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <optional>
 
 struct ZELShellSettings;
@@ -24,6 +25,8 @@ public:
     void run();
     /// The next byte, waiting for it; 0 once the session is to end.
     char getChar();
+    /// False when no byte comes in time; true also at the end of the input.
+    bool waitForInput(const QDeadlineTimer &deadline);
 
 private:
     bool refill();

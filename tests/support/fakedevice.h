@@ -7,6 +7,7 @@
 #include <QStringList>
 #include <QThread>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -48,6 +49,12 @@ public:
     void release() override { released = true; }
     bool readValid() const override { return true; }
     bool writeValid() const override { return true; }
+
+    bool waitForInput(int ms) override
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_change.wait_for(lock, std::chrono::milliseconds(ms), [&] { return !m_input.isEmpty() || m_ended; });
+    }
 
     bool takeByte(char byte) override
     {

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+// What a command asks the user of its session. Runs in the command: a kill, a time limit or Ctrl-C may jump out of it.
+#include "zelshellquestions_p.h"
+
+#include "zelarguments_p.h"
+#include "zeliodevice.h"
+#include "zelshell_p.h"
+#include "zelshellloop_p.h"
+#include "zelshellreply_p.h"
+
+#include <QDeadlineTimer>
+
+namespace {
+
+const char interruptKey = 3;
+const char endKey = 4;
+
+std::shared_ptr<ZELShellPrivate> sessionOf(const ZELArguments &args)
+{
+    const ZELCriticalSection section;
+    const auto use = ZELArgumentsPrivate::get(args)->shell.use();
+    auto *shell = qobject_cast<ZELShell *>(use.get());
+    return shell ? ZELShellPrivate::get(shell)->shared_from_this() : nullptr;
+}
+
+class Question
+{
+public:
+    Question(ZELShellPrivate &session, const ZELArguments &args, const ZELQuestion &question, QString *problem)
+        : m_session(session)
+        , m_args(args)
+        , m_question(question)
+        , m_problem(problem)
+        , m_deadline(question.timeoutMs)
+    {
+    }
+
+    std::optional<QString> answer()
+    {
+        if (m_args.IsBackground())
+            return fail("a command in the background cannot ask");
+        if (!m_session.isCoreThread())
+            return fail("nobody can be asked here");
+        if (m_args.hasProtocl())
+            return answerInPackets();
+        if (m_session.noTerminal)
+            return fail("there is no terminal to ask on");
+        return answerOnTerminal();
+    }
+
+private:
+    std::nullopt_t fail(const char *why)
+    {
+        *m_problem = QLatin1String(why);
+        return std::nullopt;
+    }
+
+    /// The next byte; nothing, with the reason, when none comes in time.
+    std::optional<char> nextByte()
+    {
+        if (!m_session.loop->waitForInput(m_deadline))
+            return fail("no answer came in time");
+        const char byte = m_session.loop->getChar();
+        if (byte == 0 && m_session.isStopping())
+            return fail("the session has ended");
+        return byte;
+    }
+
+    std::optional<QString> answerOnTerminal()
+    {
+        m_session.output.write(m_question.text);
+        ZELLineEditor editor;
+        editor.setUtf8(m_session.utf8Editing);
+        const auto line = edit(editor);
+        if (!line || m_question.hidden)
+            m_session.output.write(QStringLiteral("\n"));
+        return line;
+    }
+
+    std::optional<QString> edit(ZELLineEditor &editor)
+    {
+        for (;;) {
+            const auto byte = nextByte();
+            if (!byte)
+                return std::nullopt;
+            if (*byte == interruptKey || *byte == endKey)
+                return fail("cancelled");
+            const bool isLine = editor.feed(*byte) == ZELLineEditor::Line;
+            const QByteArray echo = editor.takeOutput();
+            if (!m_question.hidden && !echo.isEmpty())
+                m_session.output.write(echo);
+            if (isLine)
+                return withoutReturn(editor.takeLine().toLatin1());
+        }
+    }
+
+    std::optional<QString> answerInPackets()
+    {
+        if (!ZELArgumentsPrivate::get(m_args)->takesQuestions)
+            return fail("this request takes no questions");
+        {
+            const ZELLogging log = m_args.debug();
+            m_args.setProtoclAccept(m_question.hidden ? QStringLiteral("HIDDENQUESTION") : QStringLiteral("QUESTION"));
+            ZELLogging(log).noquote().nospace() << m_question.text.trimmed();
+        }
+        QByteArray line;
+        for (auto byte = nextByte(); byte; byte = nextByte()) {
+            if (*byte == '\n')
+                return withoutReturn(line);
+            line += *byte;
+        }
+        return std::nullopt;
+    }
+
+    static QString withoutReturn(QByteArray line)
+    {
+        if (line.endsWith('\r'))
+            line.chop(1);
+        return zelTextOf(line);
+    }
+
+    ZELShellPrivate &m_session;
+    const ZELArguments &m_args;
+    const ZELQuestion &m_question;
+    QString *const m_problem;
+    const QDeadlineTimer m_deadline;
+};
+
+} // namespace
+
+void zelLetCommandsAsk()
+{
+    ZELArgumentsPrivate::asker
+        = [](const ZELArguments &args, const ZELQuestion &question, QString *problem) -> std::optional<QString> {
+        const auto session = sessionOf(args);
+        return session ? Question(*session, args, question, problem).answer() : std::nullopt;
+    };
+}
+
+bool ZELShellLoop::waitForInput(const QDeadlineTimer &deadline)
+{
+    ZELStream *stream = m_session.output.stream();
+    ZELIODevice *device = stream && stream->IsOpen() ? stream->getDevice() : nullptr;
+    if (m_next < m_buffer.size() || !device)
+        return true;
+    m_session.noteWaiting();
+    const bool came = device->waitForInput(deadline.isForever() ? -1 : int(deadline.remainingTime()));
+    m_session.waitingSince = 0;
+    return came;
+}
+
+QString zelAnswersTag()
+{
+    static const QString tag
+        = QString::fromLatin1(QByteArray("ANSWERS=ZEL_SHELL").toBase64(QByteArray::OmitTrailingEquals));
+    return tag;
+}
