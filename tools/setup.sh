@@ -32,3 +32,15 @@ zel_build() {
     cmake --preset "$preset" >"$log" 2>&1 || { cat "$log" >&2; return 1; }
     cmake --build --preset "$preset" ${1:+--target "$@"} >"$log" 2>&1 || { cat "$log" >&2; return 1; }
 }
+
+# zel_build_shown PRESET TARGET...: the same with one line of progress on a terminal. Configures the first time only:
+# afterwards the build does it by itself when it has to.
+zel_build_shown() {
+    [ -t 2 ] && [ "${TERM:-dumb}" != dumb ] && [ -t 1 ] || { zel_build "$@"; return; }
+    preset=$1
+    shift
+    mkdir -p build
+    [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" >"build/$preset.log" 2>&1 ||
+        { cat "build/$preset.log" >&2; return 1; }
+    NINJA_STATUS='[%f/%t] %es ' cmake --build --preset "$preset" --target "$@"
+}

@@ -27,6 +27,7 @@ Options Options::parse(const QCoreApplication &app)
     parser.addHelpOption();
     parser.addVersionOption();
     parser.addOption({"tcp", "Serve remote shells on <port> (0: any free one).", "port"});
+    parser.addOption({"local", "Serve this machine only."});
     parser.addOption({"no-terminal", "Leave the terminal alone; needs --tcp."});
     parser.addOption({"user-db", "Keep user accounts in the SQLite <file>.", "file"});
     parser.addOption({"secure", "Serve only this machine and only users with an account; needs --user-db."});
@@ -43,6 +44,7 @@ Options Options::parse(const QCoreApplication &app)
         options.port = portNumber(parser.value("tcp"));
     if (!options.tcp && !options.terminal)
         giveUp("--no-terminal without --tcp would leave no way in");
+    options.local = parser.isSet("local");
     options.userDb = parser.value("user-db");
     options.secure = parser.isSet("secure");
     if (options.secure && options.userDb.isEmpty())
