@@ -4,10 +4,12 @@
 #include "zelguard_p.h"
 #include "zelsignals_p.h"
 
+#include <algorithm>
 #include <atomic>
 #include <errno.h>
 #include <fcntl.h>
 #include <initializer_list>
+#include <iterator>
 #include <mutex>
 #include <pthread.h>
 #include <signal.h>
@@ -219,6 +221,15 @@ void zelTerminalLeaveRaw(int fd)
         return;
     apply(*terminal, terminal->found);
     terminal->raw = false;
+}
+
+bool zelTerminalIsRaw(int fd)
+{
+    struct stat info;
+    const auto isIt = [&info](const RawTerminal &terminal) { return terminal.raw && isSame(terminal, info); };
+    const auto isUsed = [](const RawTerminal &terminal) { return terminal.raw.load(); };
+    return std::any_of(std::begin(terminals), std::end(terminals), isUsed) && fstat(fd, &info) == 0
+        && std::any_of(std::begin(terminals), std::end(terminals), isIt);
 }
 
 bool zelTerminalInterruptKey(int fd, bool on)

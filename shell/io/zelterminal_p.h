@@ -18,6 +18,9 @@ void zelTerminalReenterRaw(int fd);
 /// Puts back the settings found. Nothing when the terminal was not made raw here.
 void zelTerminalLeaveRaw(int fd);
 
+/// Whether the descriptor is the terminal of a session: one that was made raw here, however it was opened.
+bool zelTerminalIsRaw(int fd);
+
 /// Lets Ctrl-C of a raw terminal raise SIGINT, keeping what was typed ahead, or takes that back. False when it cannot:
 /// the terminal is not raw, or not the one that controls this process.
 bool zelTerminalInterruptKey(int fd, bool on);

@@ -89,6 +89,7 @@ void ZELShellServer::startServer()
         qWarning("ZELShellServer::startServer: the terminal shell runs already");
         return;
     }
+    ZELShellPrivate::keepLogOffTerminal();
     auto *device = new ZELStdDevice(STDIN_FILENO);
     auto *stream = new ZELStream(device, false);
     auto *shell = new ZELShell(stream);

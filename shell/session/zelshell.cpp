@@ -6,6 +6,7 @@
 #include "zelshellloop_p.h"
 #include "zelshellquestions_p.h"
 #include "zelshellserverstate_p.h"
+#include "zelterminal_p.h"
 #include "zelthread.h"
 #include "zelthread_p.h"
 #include "zeltsan_p.h"
@@ -14,6 +15,7 @@
 #include <QDebug>
 #include <QLoggingCategory>
 #include <QStringBuilder>
+#include <unistd.h>
 
 namespace {
 
@@ -106,12 +108,22 @@ void ZELShellPrivate::setSessionUuid(const QUuid &id)
     uuid = id;
 }
 
+std::atomic<bool> ZELShellPrivate::quietOnTerminal{false};
+
+void ZELShellPrivate::keepLogOffTerminal()
+{
+    // A handler of the host's own decides by itself where its lines go. There is no asking without setting.
+    const QtMessageHandler handler = qInstallMessageHandler(nullptr);
+    const QtMessageHandler standard = qInstallMessageHandler(handler);
+    quietOnTerminal = handler == standard;
+}
+
 void ZELShellPrivate::log(const QString &line)
 {
     ZELCriticalSection section;
     // What qDebug() does, without a text stream for each line.
     const QLoggingCategory *const category = QLoggingCategory::defaultCategory();
-    if (category->isDebugEnabled())
+    if (category->isDebugEnabled() && !(quietOnTerminal && zelTerminalIsRaw(STDERR_FILENO)))
         qt_message_output(QtDebugMsg, QMessageLogContext(nullptr, 0, nullptr, category->categoryName()), line);
 }
 

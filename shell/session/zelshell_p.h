@@ -61,6 +61,10 @@ public:
     void setSessionUuid(const QUuid &id);
     /// A debug line, during which no kill is taken.
     static void log(const QString &line);
+    /// From now on session lines that would go onto the screen of a session, to its terminal, are left out: they would
+    /// stand between a command and its answer. Not where the host has a message handler of its own.
+    static void keepLogOffTerminal();
+    static std::atomic<bool> quietOnTerminal;
 
     // The line interpreter: zelshellexecatestring.cpp.
     QVariant execute(const QString &line, bool background);
