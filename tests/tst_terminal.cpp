@@ -26,7 +26,7 @@ class PlainHost : public PtyHost
 {
 public:
     PlainHost()
-        : PtyHost({ZELHOST}, 80, 24, Plain)
+        : PtyHost({ZELHOST, "--plain"}, 80, 24, Plain)
     {
         ready = take(prompt()) == prompt() && isRaw();
     }
@@ -49,7 +49,7 @@ class ScreenHost : public PtyHost
 {
 public:
     explicit ScreenHost(int columns)
-        : PtyHost({ZELHOST}, columns)
+        : PtyHost({ZELHOST, "--plain"}, columns)
         , screen(columns, 24, true)
     {
         screen.feed(take(prompt()));

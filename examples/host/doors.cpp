@@ -9,6 +9,7 @@ void setLimits(ZELShellServer &server)
     server.setLineLimit(1024 * 1024);
     server.setInterruptible(true);
     server.setUtf8Editing(true);
+    server.setEditing(ZELShellServer::ModernIfTold);
     server.setFilters(true);
 }
 

@@ -78,6 +78,8 @@ int main(int argc, char **argv)
     server.registerHelpCommands();
     server.registerJobCommands();
     setLimits(server);
+    if (options.plain)
+        server.setEditing(ZELShellServer::Plain);
     if (options.local)
         server.setListenAddress(QHostAddress::LocalHost);
     if (options.secure)

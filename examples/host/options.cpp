@@ -29,6 +29,7 @@ Options Options::parse(const QCoreApplication &app)
     parser.addOption({"tcp", "Serve remote shells on <port> (0: any free one).", "port"});
     parser.addOption({"local", "Serve this machine only."});
     parser.addOption({"no-terminal", "Leave the terminal alone; needs --tcp."});
+    parser.addOption({"plain", "Edit lines with the keys of a VT100 only."});
     parser.addOption({"user-db", "Keep user accounts in the SQLite <file>.", "file"});
     parser.addOption({"secure", "Serve only this machine and only users with an account; needs --user-db."});
     parser.addOption({"log", "Append the log to <file> instead of standard error.", "file"});
@@ -44,6 +45,7 @@ Options Options::parse(const QCoreApplication &app)
         options.port = portNumber(parser.value("tcp"));
     if (!options.tcp && !options.terminal)
         giveUp("--no-terminal without --tcp would leave no way in");
+    options.plain = parser.isSet("plain");
     options.local = parser.isSet("local");
     options.userDb = parser.value("user-db");
     options.secure = parser.isSet("secure");

@@ -13,6 +13,7 @@ struct Options
     bool tcp = false; ///< remote shells
     quint16 port = 0; ///< where they connect to; 0 lets the system choose
     bool local = false; ///< serve this machine only
+    bool plain = false;
     QString userDb; ///< the SQLite file of the accounts; empty for none
     bool secure = false; ///< close what is open by default
     QString log; ///< a file for the log; empty: standard error, or nowhere if that is the shell's terminal

@@ -12,7 +12,7 @@ namespace {
 constexpr int unknownWidth = 128;
 constexpr int columnGap = 4;
 
-using Candidates = QMap<QString, ZELShellCommandTree::ZELShellCommandType>;
+using Candidates = QMap<QString, ZELShellCommandEntry>;
 
 QString mainName()
 {
@@ -92,7 +92,7 @@ Candidates beginningWith(const QString &prefix, const ZELListing &entries)
     Candidates found;
     for (const ZELShellCommandEntry &entry : entries)
         if (entry.name.startsWith(prefix) && !found.contains(entry.name))
-            found.insert(entry.name, entry.type);
+            found.insert(entry.name, entry);
     return found;
 }
 
@@ -140,21 +140,16 @@ QString commonPrefix(const QString &first, const QString &last)
     return common;
 }
 
-ZELCompletion completionOf(const QString &prefix, const Candidates &found, int width)
+ZELCompletion completionOf(const QString &prefix, const ZELListing &found, int width)
 {
     if (found.isEmpty())
         return {};
     ZELCompletion completion;
-    completion.insertion = commonPrefix(found.firstKey(), found.lastKey()).mid(prefix.size());
-    if (found.size() == 1) {
-        if (found.first() == ZELShellCommandTree::Directory)
-            completion.insertion += QLatin1Char('/');
-        return completion;
-    }
-    ZELListing listing;
-    for (auto it = found.cbegin(); it != found.cend(); ++it)
-        listing.append({it.key(), it.value()});
-    completion.listing = zelPaintColumns(listing, width);
+    completion.insertion = commonPrefix(found.first().name, found.last().name).mid(prefix.size());
+    if (found.size() > 1)
+        completion.listing = zelPaintColumns(found, width);
+    else if (found.first().type == ZELShellCommandTree::Directory)
+        completion.insertion += QLatin1Char('/');
     return completion;
 }
 
@@ -197,10 +192,16 @@ ZELCompletionScope ZELCompletionScope::ofTrees(ZELShellCommandTree *mainRoot, ZE
     return scope;
 }
 
-ZELCompletion zelComplete(const QString &line, const ZELCompletionScope &scope, int width)
+ZELWordCandidates zelCandidates(const QString &line, const ZELCompletionScope &scope)
 {
     if (const auto said = saidByCommand(line, scope))
-        return completionOf(said->prefix, beginningWith(said->prefix, said->entries), width);
+        return {said->prefix, beginningWith(said->prefix, said->entries).values().toVector()};
     const std::optional<Word> word = lastWord(line);
-    return word ? completionOf(word->prefix, candidates(*word, scope), width) : ZELCompletion();
+    return word ? ZELWordCandidates{word->prefix, candidates(*word, scope).values().toVector()} : ZELWordCandidates();
+}
+
+ZELCompletion zelComplete(const QString &line, const ZELCompletionScope &scope, int width)
+{
+    const ZELWordCandidates found = zelCandidates(line, scope);
+    return completionOf(found.prefix, found.entries, width);
 }

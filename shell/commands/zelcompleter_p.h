@@ -52,6 +52,9 @@ struct ZELCompletionScope
         ZELShellCommandTree *systemRoot, const ZELCommandAudience &audience = {});
 };
 
+/// What the last word of a line may be, with what of it is typed; no entries when that is not known.
+ZELWordCandidates zelCandidates(const QString &line, const ZELCompletionScope &scope);
+
 /// What Tab does to a line: both texts are empty when nothing begins with the word typed.
 struct ZELCompletion
 {

@@ -96,8 +96,10 @@ QVector<ZELShellCommandEntry> ZELShellCommandTreePrivate::visible(Node *director
     entries.reserve(children.size());
     for (auto child = children.cbegin(); child != children.cend(); ++child) {
         const auto &node = child.value()->d;
-        if (!node->command || ZELShellCommandPrivate::get(node->command)->isVisible(audience))
-            entries.append({child.key(), node->type});
+        if (!node->command)
+            entries.append({child.key(), node->type, node->summaryText});
+        else if (ZELShellCommandPrivate::get(node->command)->isVisible(audience))
+            entries.append({child.key(), node->type, node->command->description()});
     }
     return entries;
 }

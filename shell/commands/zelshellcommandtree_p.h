@@ -30,6 +30,7 @@ struct ZELShellCommandEntry
 {
     QString name;
     ZELShellCommandTree::ZELShellCommandType type = ZELShellCommandTree::Directory;
+    QString note = {}; ///< one line about it; may be empty
 };
 
 /**

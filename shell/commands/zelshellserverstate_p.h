@@ -10,6 +10,8 @@
 #include <memory>
 #include <mutex>
 
+class ZELShell;
+
 /// A lock that a kill waits for.
 class ZELServerLock
 {
@@ -29,6 +31,7 @@ struct ZELShellSettings
 {
     std::function<void(ZELArguments)> help; ///< empty: commands get "-h" and "--help" themselves
     std::function<void(ZELArguments)> weakup;
+    std::function<QString(const ZELShell &)> prompt; ///< of modern editing; empty: the library's own
     std::function<bool(const ZELArguments &)> permission; ///< remote sessions; empty: everything is allowed
     bool filters = false; ///< a bar between blanks filters a statement's text
     bool helpCommands = false; ///< all commands answer "-h" and "--help", not typed ones alone
@@ -38,6 +41,7 @@ struct ZELShellSettings
     bool remoteSys = true; ///< "sys" in remote sessions
     bool interruptible = false; ///< these are given to a shell when the server makes it
     bool utf8Editing = false;
+    int editing = 0; ///< ZELShellServer::Editing
     int lineLimit = 0;
     int idleLimit = 0;
 };

@@ -90,6 +90,8 @@ public:
     template <class Data>
     void write(ZELStream *q, const Data &data);
     template <class Data>
+    void pass(ZELStream *q, const Data &data, const QByteArray &bytes);
+    template <class Data>
     void writeToDevice(const Data &data);
 
     ZELIODevice *device = nullptr;
@@ -212,6 +214,14 @@ void ZELStreamPrivate::write(ZELStream *q, const Data &data)
         logDropped(data);
 }
 
+// The thread that carries out the writes of others cannot wait for them.
+template <class Data>
+void ZELStreamPrivate::pass(ZELStream *q, const Data &data, const QByteArray &bytes)
+{
+    ZELAbstractStreamPrivate::gateOf(*q).pass(bytes, !worker || waitsForThread(q),
+        [&](const QByteArray *composed) { composed ? write(q, *composed) : write(q, data); });
+}
+
 template <class Data>
 void ZELStreamPrivate::writeToDevice(const Data &data)
 {
@@ -287,12 +297,18 @@ QByteArray ZELStream::readAll()
 
 void ZELStream::write(QByteArray data)
 {
-    d->write(this, data);
+    if (ZELAbstractStreamPrivate::gateOf(*this).isUsed())
+        d->pass(this, data, data);
+    else
+        d->write(this, data);
 }
 
 void ZELStream::write(QString data)
 {
-    d->write(this, data);
+    if (ZELAbstractStreamPrivate::gateOf(*this).isUsed())
+        d->pass(this, data, data.toLatin1());
+    else
+        d->write(this, data);
 }
 
 bool ZELStream::IsOpen()

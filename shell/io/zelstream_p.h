@@ -4,6 +4,7 @@
 
 #include "zellife_p.h"
 #include "zelstream.h"
+#include "zelwritegate_p.h"
 
 class ZELAbstractStreamPrivate
 {
@@ -12,6 +13,7 @@ public:
         : life(q)
     {
     }
+    static ZELWriteGate &gateOf(ZELAbstractStream &stream) { return stream.d->gate; }
     /// What a log handle holds instead of a pointer; empty for null.
     static ZELLife<ZELAbstractStream>::Ref ref(const ZELAbstractStream *stream)
     {
@@ -19,6 +21,7 @@ public:
     }
 
     ZELLife<ZELAbstractStream> life;
+    ZELWriteGate gate; ///< of the writes from outside
 };
 
 /**

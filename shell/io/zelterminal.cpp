@@ -31,6 +31,7 @@ struct RawTerminal
     ino_t node; // the descriptor may have been closed and its number reused
     termios found;
     termios set;
+    bool allKeys; // flow control and quoting are not the terminal's business
 };
 RawTerminal terminals[64];
 
@@ -74,9 +75,10 @@ termios settingsFound(const struct stat &info, const termios &now)
     return now;
 }
 
-termios rawSettings(termios settings)
+termios rawSettings(termios settings, bool allKeys)
 {
-    settings.c_lflag &= ~tcflag_t(ICANON | ECHO | ISIG);
+    settings.c_lflag &= ~tcflag_t(ICANON | ECHO | ISIG | (allKeys ? IEXTEN : 0));
+    settings.c_iflag &= ~tcflag_t(allKeys ? IXON : 0);
     settings.c_cc[VTIME] = 0;
     settings.c_cc[VMIN] = 1;
     return settings;
@@ -90,7 +92,8 @@ void enter(RawTerminal &terminal, int fd, const struct stat &info, const termios
     terminal.device = info.st_dev;
     terminal.node = info.st_ino;
     terminal.found = found;
-    terminal.set = rawSettings(found);
+    terminal.set = rawSettings(found, false);
+    terminal.allKeys = false;
     terminal.raw = true;
 }
 
@@ -121,7 +124,20 @@ bool applyToAll(termios RawTerminal::*settings)
 }
 
 std::atomic<int> resumeDescriptor{-1};
-thread_local std::function<void()> redrawAfterResume;
+constexpr uint64_t resumed = 1, resized = uint64_t(1) << 32; // added up in the descriptor
+thread_local std::function<void()> redrawAfterResume, redrawAfterResize;
+
+void tell(uint64_t what)
+{
+    const int error = errno;
+    if (write(resumeDescriptor, &what, sizeof what) < 0)
+        errno = error; // the line stands as it was
+}
+
+void noteSize(int)
+{
+    tell(resized);
+}
 
 // Only the shell's own screen is told: without one in the foreground there is nobody to read it.
 void stopTidily(int number)
@@ -138,9 +154,7 @@ void goOn(int number)
     const int error = errno;
     if (applyToAll(&RawTerminal::set)) {
         recvResumeSignal(number);
-        const uint64_t one = 1;
-        if (write(resumeDescriptor, &one, sizeof one) < 0)
-            errno = error; // the line stands as it was
+        tell(resumed);
     }
     errno = error;
 }
@@ -232,6 +246,19 @@ bool zelTerminalIsRaw(int fd)
         && std::any_of(std::begin(terminals), std::end(terminals), isIt);
 }
 
+void zelTerminalTakeAllKeys(int fd)
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(tableMutex());
+    RawTerminal *terminal = entryOf(fd);
+    if (!terminal || !terminal->raw)
+        return;
+    terminal->allKeys = true;
+    terminal->set = rawSettings(terminal->found, true);
+    tcsetattr(fd, TCSANOW, &terminal->set);
+    installWhereDefault(SIGWINCH, noteSize, SA_ONSTACK | SA_RESTART);
+}
+
 bool zelTerminalInterruptKey(int fd, bool on)
 {
     ZELCriticalSection section;
@@ -240,7 +267,7 @@ bool zelTerminalInterruptKey(int fd, bool on)
     if (!terminal || !terminal->raw || (on && tcgetpgrp(fd) != getpgrp()))
         return false;
     // What is set stands in the table: another device on the terminal must not take it for settings of somebody else.
-    terminal->set = rawSettings(terminal->found);
+    terminal->set = rawSettings(terminal->found, terminal->allKeys);
     if (on) {
         terminal->set.c_lflag |= tcflag_t(ISIG | NOFLSH);
         terminal->set.c_cc[VINTR] = 3;
@@ -265,13 +292,22 @@ int zelTerminalResumeDescriptor()
 void zelTerminalResumed()
 {
     uint64_t count = 0;
-    if (read(resumeDescriptor, &count, sizeof count) > 0 && redrawAfterResume)
+    if (read(resumeDescriptor, &count, sizeof count) <= 0)
+        return;
+    if (count >= resized && redrawAfterResize)
+        redrawAfterResize();
+    if (count % resized != 0 && redrawAfterResume)
         redrawAfterResume();
 }
 
 void zelTerminalOnResume(std::function<void()> redraw)
 {
     redrawAfterResume = std::move(redraw);
+}
+
+void zelTerminalOnResize(std::function<void()> redraw)
+{
+    redrawAfterResize = std::move(redraw);
 }
 
 __attribute__((constructor)) void zelKeepStandardDescriptors()

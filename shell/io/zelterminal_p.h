@@ -18,6 +18,9 @@ void zelTerminalReenterRaw(int fd);
 /// Puts back the settings found. Nothing when the terminal was not made raw here.
 void zelTerminalLeaveRaw(int fd);
 
+/// From now on the raw terminal leaves all keys to the program that reads it, Ctrl-S, Ctrl-Q, Ctrl-V and Ctrl-O too.
+void zelTerminalTakeAllKeys(int fd);
+
 /// Whether the descriptor is the terminal of a session: one that was made raw here, however it was opened.
 bool zelTerminalIsRaw(int fd);
 
@@ -32,6 +35,8 @@ int zelTerminalResumeDescriptor();
 void zelTerminalResumed();
 /// What the calling thread wants done when it finds that the process goes on, such as drawing its line again.
 void zelTerminalOnResume(std::function<void()> redraw);
+/// What it wants done when a terminal's size has changed (SIGWINCH, where the host left the default).
+void zelTerminalOnResize(std::function<void()> resized);
 
 /// Puts back the settings of every terminal that is still raw. Async-signal-safe and repeatable: for the end of the
 /// process, whatever brings it about.

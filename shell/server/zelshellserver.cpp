@@ -58,6 +58,16 @@ void ZELShellServer::setUtf8Editing(bool on)
     d->state->change([&](ZELShellSettings &settings) { settings.utf8Editing = on; });
 }
 
+void ZELShellServer::setEditing(Editing editing)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.editing = int(editing); });
+}
+
+void ZELShellServer::setPrompt(std::function<QString(const ZELShell &)> prompt)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.prompt = std::move(prompt); });
+}
+
 void ZELShellServer::setLineLimit(int bytes)
 {
     d->state->change([&](ZELShellSettings &settings) { settings.lineLimit = qMax(0, bytes); });

@@ -196,6 +196,27 @@ public:
     /// Makes a UTF-8 sequence one character for the line editors; for shells made afterwards. Off: bytes pass
     /// unchanged.
     void setUtf8Editing(bool on);
+    enum Editing {
+        Plain, ///< the keys of a VT100: arrows, Backspace, Tab
+        Modern, ///< as the shells that people use all day
+        /// Modern on the process's terminal where TERM says what that is, and for peers that tell of their terminal
+        /// with "--columns" or "--rows" in the handshake, as zelsh does, or speak telnet; Plain for others, who may be
+        /// programs.
+        ModernIfTold,
+    };
+    /**
+     * How terminal sessions, the local one and remote ones, edit their lines; for shells made afterwards. Plain at
+     * first. Modern has readline(3)'s keys, UTF-8, bracketed paste, completion in columns, grey hints (not with
+     * TERM=dumb or NO_COLOR), lines that go on in the next one while quotes or brackets are open, and a history kept
+     * below the shell cache path: one file for the terminal, one for each user who logs in, none for others. Not on
+     * a pipe, and not in sessions without a terminal.
+     */
+    void setEditing(Editing editing);
+    /**
+     * The prompt of modern sessions, asked for before each line on the session's thread; several lines are allowed,
+     * and sequences that colour (ZELPalette). Null, and whenever it fails or takes longer than 200 ms: the library's.
+     */
+    void setPrompt(std::function<QString(const ZELShell &)> prompt);
     /// Lets statements filter their text, "board/log | exclude idle | tail 20"; off: a bar is a word as others.
     void setFilters(bool on);
     /// The longest line a remote session takes, in bytes; 0 is no limit. For shells made afterwards.

@@ -21,6 +21,7 @@ public:
     ~ZELShellServerPrivate();
     /// Hands a new shell the settings that are its own.
     void configure(ZELShell *shell, bool remote) const;
+    QString cachePathNow() const;
     void closeOutgoing();
 
     const std::shared_ptr<ZELShellServerState> state = std::make_shared<ZELShellServerState>();

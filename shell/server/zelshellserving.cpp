@@ -45,12 +45,22 @@ void ZELShellServerPrivate::configure(ZELShell *shell, bool remote) const
     const auto settings = state->settings();
     shell->setInterruptible(settings->interruptible);
     shell->setUtf8Editing(settings->utf8Editing);
+    auto *session = ZELShellPrivate::get(shell);
+    session->modernEditing = settings->editing != ZELShellServer::Plain;
+    session->needsTerminal = settings->editing == ZELShellServer::ModernIfTold;
+    session->setText(&ZELShellPrivate::cachePath, cachePathNow());
     if (!remote)
         return;
     shell->setLineLimit(settings->lineLimit);
     shell->setIdleLimit(settings->idleLimit);
     const ZELServerLock locked(mutex);
     shell->setDatabase(database);
+}
+
+QString ZELShellServerPrivate::cachePathNow() const
+{
+    const ZELServerLock locked(mutex);
+    return cachePath;
 }
 
 void ZELShellServerPrivate::closeOutgoing()
@@ -77,6 +87,7 @@ ZELShellServer::~ZELShellServer()
     }
     d->state->change([](ZELShellSettings &settings) {
         settings.help = nullptr;
+        settings.prompt = nullptr;
         settings.weakup = nullptr;
         if (settings.permission) // shells that go on are not let through closed doors
             settings.permission = [](const ZELArguments &) { return false; };

@@ -147,6 +147,7 @@ public:
     std::atomic<qint64> waitingSince{
         0}; ///< steady ms since which the core thread waits for the peer; 0 when it does not
     std::atomic<int> pending{0};
+    std::atomic<bool> hasPrompt{false}; ///< the loop shows prompts and keeps lines by itself
     std::atomic<bool> failed{false}; ///< a statement ended in an error
 
     // Settings.
@@ -154,6 +155,8 @@ public:
     std::atomic<bool> showReturnValue{true};
     std::atomic<bool> keepHistory{true};
     std::atomic<bool> utf8Editing{false};
+    std::atomic<bool> modernEditing{false};
+    std::atomic<bool> needsTerminal{false}; ///< for modern editing: something that says what the terminal is
     std::atomic<bool> interruptible{false};
     std::atomic<int> lineLimit{0};
     std::atomic<int> idleLimit{0};
@@ -163,6 +166,7 @@ public:
     QString description;
     QString peer; ///< its name and address as log lines show them
     QString name;
+    QString cachePath; ///< below it modern sessions keep their lines
     QUuid index;
     QUuid uuid = QUuid::createUuid();
     QSqlDatabase database;

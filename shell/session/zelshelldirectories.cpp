@@ -80,7 +80,7 @@ void ZELShell::PrintCurVirtualDir()
 
 void ZELShellPrivate::printPrompt()
 {
-    if (noTerminal)
+    if (noTerminal || hasPrompt)
         return;
     output.prompt(QStringLiteral("\033[32mZELShell@ZEL:~\033[0m\033[34m") + directories.path(true)
         + QStringLiteral("\033[0m\033[33m $ \033[0m"));

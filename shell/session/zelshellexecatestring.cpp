@@ -222,7 +222,7 @@ QVariant ZELShellPrivate::execute(const QString &line, ZELArguments args, bool b
     args.setUuid(sessionUuid());
     if (args.Length() == 0)
         return QVariant();
-    if (depth.isOutermost() && keepHistory && !noTerminal) {
+    if (depth.isOutermost() && keepHistory && !noTerminal && !hasPrompt) {
         ZELCriticalSection section;
         history.add(line);
     }

@@ -53,6 +53,8 @@ void ZELShellLoop::run()
     if (!m_session.isMain || m_session.noTerminal)
         banner();
     ZELShellPrivate::log(QStringLiteral("ZELShell Start"));
+    if (isModern())
+        return promptKeys();
     m_session.printPrompt();
     keys();
 }
@@ -70,8 +72,11 @@ bool ZELShellLoop::refill()
     m_next = 0;
     ZELStream *stream = m_session.output.stream();
     m_session.noteWaiting();
-    if (stream)
-        m_buffer = stream->readAll();
+    if (stream) {
+        do
+            m_buffer = stream->readAll();
+        while (isTelnet() && m_buffer.isEmpty());
+    }
     m_session.waitingSince = 0;
     // A script in a pipe may lack its last line's end. What a terminal or a peer was cut off in is not run.
     if (m_buffer.isEmpty() && m_lineLength > 0 && m_session.isMain && m_session.output.isPiped())
@@ -110,6 +115,7 @@ bool ZELShellLoop::handshake()
     if (args.containsOpt(QStringLiteral("--nt")))
         m_session.noTerminal = true;
     m_session.output.setColumns(args.getOptFromString(QStringLiteral("--columns")).toInt());
+    m_session.output.setRows(args.getOptFromString(QStringLiteral("--rows")).toInt());
     login(args, *settings);
     if (!settings->loginRequired || ZELUser::getUser(m_session.sessionUuid()).isLogin())
         return true;
@@ -210,7 +216,8 @@ void ZELShellLoop::feedPlain()
         length = m_dropping ? 0 : std::min(length, limit - m_lineLength);
     if (length <= 0)
         return;
-    const int taken = m_editor.feedPlain(m_buffer.constData() + m_next, length);
+    const char *const bytes = m_buffer.constData() + m_next;
+    const int taken = m_prompt ? m_prompt->feedPlain(bytes, length) : m_editor.feedPlain(bytes, length);
     m_next += taken;
     m_lineLength += taken;
 }
@@ -230,10 +237,10 @@ bool ZELShellLoop::isTooLong(char byte)
     if (limit == 0 || m_lineLength <= limit || (byte == '\n' && !m_dropping))
         return false;
     if (!std::exchange(m_dropping, true)) {
-        const QByteArray begun = m_editor.takeLine().toLatin1();
+        const QByteArray begun = (m_prompt ? m_prompt->takeLine() : m_editor.takeLine()).toLatin1();
         std::for_each(begun.begin(), begun.end(), [this](char earlier) { drop(earlier); });
     }
-    if (byte == '\n')
+    if (byte == '\n' || (m_prompt && byte == '\r'))
         endTooLong();
     else
         drop(byte);

@@ -5,6 +5,8 @@
 #include "zelarguments.h"
 #include "zellineeditor_p.h"
 #include "zelshell_p.h"
+#include "zelshellprompt_p.h"
+#include "zeltelnetfilter_p.h"
 
 #include <QByteArray>
 #include <QDeadlineTimer>
@@ -27,9 +29,12 @@ public:
     char getChar();
     /// False when no byte comes in time; true also at the end of the input.
     bool waitForInput(const QDeadlineTimer &deadline);
+    /// Takes the line feed behind a carriage return, if it has come.
+    void skipLineFeed();
 
 private:
     bool refill();
+    bool isTelnet();
     /// False when the session is not let in.
     bool handshake();
     std::optional<QByteArray> handshakeLine();
@@ -39,6 +44,10 @@ private:
     void joinLogin(const QUuid &key);
     void banner();
     void keys();
+    bool isModern();
+    void promptKeys();
+    void feedPrompt(char byte);
+    void runEntered();
     void feed(char byte);
     void feedPlain();
     bool isTooLong(char byte);
@@ -60,6 +69,8 @@ private:
     QVariant m_result; ///< not on the stack, which an interrupt jumps over
     QByteArray m_buffer;
     int m_next = 0;
+    std::unique_ptr<ZELShellPrompt> m_prompt; ///< of modern editing
+    std::unique_ptr<ZELTelnetFilter> m_telnet; ///< once a telnet client has shown itself
     bool m_running = false; ///< a line of the user's: what is on the screen is its output
 
     // A line beyond the limit, while it is being dropped: how it began, its last bytes, and whether it is a tagged one.

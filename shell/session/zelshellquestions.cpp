@@ -85,7 +85,11 @@ private:
                 return std::nullopt;
             if (*byte == interruptKey || *byte == endKey)
                 return fail("cancelled");
-            const bool isLine = editor.feed(*byte) == ZELLineEditor::Line;
+            // The terminals of modern sessions may send what Enter is there.
+            const bool isReturn = *byte == '\r' && m_session.hasPrompt;
+            const bool isLine = editor.feed(isReturn ? '\n' : *byte) == ZELLineEditor::Line;
+            if (isReturn)
+                m_session.loop->skipLineFeed();
             const QByteArray echo = editor.takeOutput();
             if (!m_question.hidden && !echo.isEmpty())
                 m_session.output.write(echo);

@@ -8,6 +8,7 @@
 
 #include <QDeadlineTimer>
 #include <algorithm>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 
 namespace {
@@ -355,6 +356,40 @@ int ZELSessionOutput::width()
     int columns = -1;
     withDevice([&](ZELIODevice *device) { columns = get_screen_width(dynamic_cast<ZELStdDevice *>(device)); });
     return columns > 0 ? columns : m_columns.load();
+}
+
+QPair<int, int> ZELSessionOutput::window()
+{
+    winsize size = {};
+    withDevice([&](ZELIODevice *device) {
+        if (const auto *terminal = dynamic_cast<ZELStdDevice *>(device))
+            ioctl(terminal->descriptor(), TIOCGWINSZ, &size);
+    });
+    return size.ws_col > 0 ? qMakePair(int(size.ws_col), int(size.ws_row)) : qMakePair(m_columns.load(), m_rows.load());
+}
+
+void ZELSessionOutput::setComposer(const std::function<QByteArray(const QByteArray &)> &composer)
+{
+    ZELCriticalSection section;
+    if (const auto use = m_life.use())
+        ZELAbstractStreamPrivate::gateOf(*use.get()).setComposer(composer);
+}
+
+void ZELSessionOutput::alone(const std::function<void()> &action)
+{
+    ZELCriticalSection section;
+    if (const auto use = m_life.use())
+        ZELAbstractStreamPrivate::gateOf(*use.get()).alone(action);
+    else
+        action();
+}
+
+void ZELSessionOutput::takeAllKeys()
+{
+    withDevice([](ZELIODevice *device) {
+        if (const auto *terminal = dynamic_cast<ZELStdDevice *>(device))
+            zelTerminalTakeAllKeys(terminal->descriptor());
+    });
 }
 
 bool ZELSessionOutput::isPiped()

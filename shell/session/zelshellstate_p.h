@@ -195,6 +195,16 @@ public:
     bool isPiped();
     /// Those of the terminal at the other end of a connection.
     void setColumns(int columns) { m_columns = columns; }
+    void setRows(int rows) { m_rows = rows; }
+    bool hasWindow() const { return m_columns > 0 || m_rows > 0; }
+    /// Columns and rows of the terminal; 0 for what is not known.
+    QPair<int, int> window();
+    /// Makes what others write pass a composer, which has them write around what stands on the screen; null for none.
+    void setComposer(const std::function<QByteArray(const QByteArray &)> &composer);
+    /// Calls the action while nobody else writes here.
+    void alone(const std::function<void()> &action);
+    /// Leaves all keys of the process's terminal to the session.
+    void takeAllKeys();
     /// Makes the terminal raw again, whatever a command left behind, or as it was found; nothing for other streams.
     void restoreRawMode();
     void leaveRawMode();
@@ -217,6 +227,7 @@ private:
     QMetaObject::Connection m_counting[2];
     std::atomic<quint64> m_promptMark{0};
     std::atomic<int> m_columns{0};
+    std::atomic<int> m_rows{0};
 };
 
 #endif

@@ -55,6 +55,7 @@ public:
     {
     }
     QStringList split(const QString &line);
+    bool isOpen() const { return m_inGroup || m_depth > 0; }
 
 private:
     void outside(char plain, Class kind);
@@ -160,6 +161,13 @@ void Splitter::flush()
     m_word.resize(0);
 }
 } // namespace
+
+bool zelIsOpenText(const QString &text)
+{
+    Splitter splitter(false, false);
+    splitter.split(text);
+    return splitter.isOpen();
+}
 
 QStringList zelSplitCommandLine(const QString &line, bool keepQuote, bool dropEmptyQuoted)
 {

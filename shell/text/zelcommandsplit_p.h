@@ -7,4 +7,7 @@
 /// The words of a line, as ZELArguments::CommandSplit() describes them. Linear in the length of the line.
 QStringList zelSplitCommandLine(const QString &line, bool keepQuote, bool dropEmptyQuoted);
 
+/// Whether a quote or bracket of the text is still open at its end.
+bool zelIsOpenText(const QString &text);
+
 #endif

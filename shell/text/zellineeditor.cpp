@@ -109,6 +109,14 @@ QStringList ZELHistory::entries() const
     return m_entries;
 }
 
+void ZELHistory::clear()
+{
+    Lock lock(m_mutex);
+    m_entries.clear();
+    m_draft.clear();
+    m_index = 0;
+}
+
 int ZELHistory::limit() const
 {
     Lock lock(m_mutex);

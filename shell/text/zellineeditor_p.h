@@ -20,6 +20,7 @@ public:
     void add(const QString &line);
     /// All entries, the oldest first.
     QStringList entries() const;
+    void clear();
     int limit() const;
     /// Keeps at most \a entries lines, 1000 by default; 0 keeps none.
     void setLimit(int entries);

@@ -36,11 +36,12 @@ int promptColumns(const QByteArray &prompt)
 void ZELScreenLine::setSize(int columns, int rows)
 {
     m_rows = rows;
-    if (std::exchange(m_columns, columns) == columns)
+    const int before = std::exchange(m_columns, columns);
+    if (before == columns)
         return;
-    // Terminals that keep what they show flow it anew: the cursor is as many rows below the prompt as it now takes.
+    // Some terminals flow what they show anew, some do not: rather a remnant of the line than a row of others erased.
     if (m_isShown && columns > 0)
-        m_at.row = std::min(m_at.row, (m_at.row * columns + m_at.column) / columns);
+        m_at.row = std::min(m_at.row, (m_at.row * before + m_at.column) / columns);
     m_output += erase();
 }
 
