@@ -110,17 +110,20 @@ private Q_SLOTS:
     {
         start("demo/wait");
         QVERIFY(board->entered.tryAcquire(1, 5000));
-        QVERIFY(shell->isCommandRunning("demo/wait"));
-        QVERIFY(!shell->isCommandRunning("demo"));
-        QCOMPARE(answer("demo/wait"), QString("demo/wait is already in running!\r\n"));
+        for (const char *name : {"wait", "demo/wait", "/demo/wait", "/Main/demo/wait", "\\demo\\wait"})
+            QVERIFY2(shell->isCommandRunning(name), name);
+        for (const char *name : {"demo", "ait", "other/wait", ""})
+            QVERIFY2(!shell->isCommandRunning(name), name);
+        for (const char *typed : {"demo/wait", "/demo/wait", "\\Main\\demo\\wait", "./demo//wait"})
+            QCOMPARE(answer(typed), QString("wait is already in running!\r\n"));
         device->take();
         run("demo/wait#8 " + tag);
         QCOMPARE(device->text().count("State: EXECUTE_RUNNINGLOCK"), 1);
         QCOMPARE(device->text().count("PACKET_START"), 1);
         start("demo/many");
-        start("demo/many");
+        start("\\demo\\many");
         QVERIFY(board->entered.tryAcquire(2, 5000));
-        QCOMPARE(shell->runningNames(), QStringList({"demo/wait#0", "demo/many#0", "demo/many#1"}));
+        QCOMPARE(shell->runningNames(), QStringList({"wait#0", "many#0", "many#1"}));
         board->proceed.release(3);
         QTRY_VERIFY(shell->runningNames().isEmpty());
     }

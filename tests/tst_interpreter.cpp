@@ -6,6 +6,7 @@
 #include "zelshellpacket_p.h"
 #include "zelthreadpool.h"
 
+#include <QRegularExpression>
 #include <QTemporaryFile>
 #include <QtTest>
 
@@ -210,19 +211,41 @@ private Q_SLOTS:
         QCOMPARE(board->words, QStringList({"demo/echo", "a", "\"b c\""}));
     }
 
-    void scriptOfATaggedLine()
+    void statementsOfATaggedLine_data()
     {
-        run("demo/script#4 --string \"demo/echo in; ls; demo/value " + tag + "; nothing; $x = 3; demo/value\" " + tag);
-        const QString written = device->take();
+        Table<QString, QString, QString> row("line", "key", "value");
+        row("script",
+            "demo/script#4 --string \"demo/echo in; ls; demo/value " + tag + "; nothing; $x = 3; demo/value\" ",
+            "demo/script#4", "7");
+        row("Execl", "demo/execl#2 ", "demo/execl#2", "");
+        row("Execute", "$e = demo/execute#5#6 ", "demo/execute#5", "");
+        row("filters", "demo/script --string 'demo/echo a | x; demo/value' ", "demo/script", "7");
+    }
+
+    void statementsOfATaggedLine()
+    {
+        QFETCH(QString, line);
+        QFETCH(QString, key);
+        QFETCH(QString, value);
+        FakeDevice other;
+        ZELStream elsewhere(&other, false);
+        board->elsewhere = &elsewhere;
+        shell->setInteractive(true);
+        server->setFilters(true);
+        run(line + tag);
+        QString written = device->take();
         const auto packets = packetsIn(written);
         int completing = 0;
         for (const ZELShellProcessHeader &packet : packets) {
-            QCOMPARE(packet.getRequestMethod(), QString("demo/script#4"));
+            QCOMPARE(packet.getRequestMethod(), key);
             completing += packet.isComplete();
         }
         QCOMPARE(completing, 1);
-        QCOMPARE(packets.last().getReturn(), QString("7"));
+        QCOMPARE(packets.last().getReturn(), value);
         QCOMPARE(written.count("ZEL_SHELL_PACKET_START"), packets.size());
+        // Nothing stands between the packets.
+        QCOMPARE(written.remove(QRegularExpression("(?s)ZEL_SHELL_PACKET_START.*?PACKET_END|\r\n")), QString());
+        QVERIFY(!other.take().contains("PACKET"));
     }
 
     void parallelStatements()
@@ -260,6 +283,8 @@ private:
         server->registerCmd("demo", "echo", board.get(), SLOT(echo(ZELArguments)), true);
         server->registerCmd("demo", "fail", board.get(), SLOT(fail(ZELArguments)), true);
         server->registerCmd("demo", "claim", board.get(), SLOT(claim(ZELArguments)), true);
+        server->registerCmd("demo", "execl", board.get(), SLOT(execl(ZELArguments)), true);
+        server->registerCmd("demo", "execute", board.get(), SLOT(execute(ZELArguments)), true);
         server->registerCmd("demo", "script", board.get(), SLOT(script(ZELArguments)), true);
     }
 };

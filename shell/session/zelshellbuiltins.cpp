@@ -253,8 +253,8 @@ ZELShellPrivate::Outcome ZELShellPrivate::runCommand(ZELArguments &args)
         return Outcome::Ran;
     if (runPinned(pin, args))
         return Outcome::Ran;
-    complete(
-        args, QStringLiteral("EXECUTE_RUNNINGLOCK"), args.getExecName() + QStringLiteral(" is already in running!"));
+    complete(args, QStringLiteral("EXECUTE_RUNNINGLOCK"),
+        args.getExecPath().section(QLatin1Char('/'), -1) + QStringLiteral(" is already in running!"));
     return Outcome::Answered;
 }
 
@@ -268,7 +268,7 @@ public:
         , m_args(args)
     {
     }
-    void started() override { m_running = m_session.lock()->running.take(m_args.getExecName()); }
+    void started() override { m_running = m_session.lock()->running.take(m_args.getExecPath()); }
     void ended() override { m_session.lock()->running.drop(m_running); }
     void abandoned() override { m_session.lock()->answerKilled(m_args); }
 
@@ -379,7 +379,7 @@ bool ZELShellPrivate::executeStd(ZELArguments &args, Unknown unknown)
         return false;
     }
     zelFinishFilters(*this, args);
-    if (handled && interactive)
+    if (handled && interactive && !args.hasProtocl())
         printPrompt();
     return handled;
 }

@@ -48,6 +48,11 @@ ZELLogging::Hook packetHook(const ZELArguments &args, bool mayComplete)
     };
 }
 
+QString keyOf(const ZELCommandWord &word)
+{
+    return word.index.isEmpty() ? word.name : word.name + QLatin1Char('#') + word.index;
+}
+
 } // namespace
 
 thread_local ZELStatementDepth::Nesting ZELStatementDepth::s_nesting;
@@ -57,7 +62,7 @@ ZELStatementDepth::ZELStatementDepth()
 {
     s_nesting.depth = m_outer.depth + 1;
     if (isOutermost())
-        s_nesting.remoteKey.reset();
+        s_nesting = Nesting{1, std::nullopt, nullptr};
 }
 
 ZELStatementDepth::~ZELStatementDepth()
@@ -65,14 +70,17 @@ ZELStatementDepth::~ZELStatementDepth()
     s_nesting = m_outer;
 }
 
-std::optional<QString> ZELStatementDepth::remoteKey()
+std::optional<QString> ZELStatementDepth::remoteKey(const ZELShellPrivate &session)
 {
-    return s_nesting.remoteKey;
+    return s_nesting.session == &session ? s_nesting.remoteKey : std::nullopt;
 }
 
-void ZELStatementDepth::setRemoteKey(const std::optional<QString> &key)
+void ZELStatementDepth::setRemoteKey(const ZELShellPrivate &session, const QString &key)
 {
+    if (s_nesting.session == &session && s_nesting.remoteKey)
+        return;
     s_nesting.remoteKey = key;
+    s_nesting.session = &session;
 }
 
 ZELStatement::ZELStatement(ZELShellPrivate &session, const ZELArguments &args)
@@ -113,7 +121,7 @@ void ZELStatement::chooseAnswer()
     m_tagged = at >= 1;
     if (m_tagged)
         takeTag(at);
-    const std::optional<QString> scriptKey = ZELStatementDepth::remoteKey();
+    const std::optional<QString> scriptKey = ZELStatementDepth::remoteKey(m_session);
     const std::optional<QString> base = scriptKey ? scriptKey : m_session.environment.find(baseExec);
     if (!m_tagged && !base) {
         if (!m_session.noTerminal)
@@ -151,6 +159,8 @@ bool ZELStatement::execute(ZELShellPrivate::Unknown unknown)
 {
     if (m_args.Length() == 0)
         return false;
+    if (m_tagged) // whatever its command runs in turn
+        ZELStatementDepth::setRemoteKey(m_session, keyOf(ZELCommandWord(m_args[0])));
     return m_tagged ? m_session.executePro(m_args, unknown) : m_session.executeStd(m_args, unknown);
 }
 
@@ -245,15 +255,18 @@ void ZELShellPrivate::refuseLine(const QString &line, bool tagged, const QString
 {
     ZELArguments args = newRecord(line);
     failed = true;
-    if (!tagged || args.Length() == 0)
+    const std::optional<QString> scriptKey = ZELStatementDepth::remoteKey(*this);
+    if (args.Length() == 0 || !(tagged || scriptKey))
         return output.write(message + QLatin1Char('\n'));
+    if (scriptKey)
+        args.setBaseCommand(*scriptKey);
     const bool assigns = zelStatementKind(args) == ZELStatementKind::Assignment && args.Length() > 2;
     const ZELCommandWord word(args[assigns ? 2 : 0]);
     args.setExecName(word.name);
     args.setExecIndex(word.index);
     args.setProtocl(true);
     args.enableEncode();
-    args.setMessagePrintHook(packetHook(args, true));
+    args.setMessagePrintHook(packetHook(args, !scriptKey));
     complete(args, QStringLiteral("EXECUTE_ERROR"), message);
 }
 
@@ -261,6 +274,7 @@ void ZELShellPrivate::answerUnanswered(const QString &line, const ZELArguments &
 {
     if (ZELArgumentsPrivate::get(args)->answered)
         return;
+    ZELStatementDepth::reset(); // the jump has left the thread inside of the statement
     // Of the line, since the record's tag is taken out when it is parsed.
     if (newRecord(line).indexOfOptFromString(zelProtocolTag()) >= 1)
         refuseLine(line, true, QStringLiteral("EXECUTE_ERROR :Thread or Process is forced exit!"));
@@ -290,11 +304,11 @@ void ZELShellPrivate::startJob(const QString &statement)
 {
     const auto job = std::make_shared<ZELShellJob>(statement);
     const ZELArguments args = newRecord(statement);
-    auto run = [session = shared_from_this(), job, statement, args, key = ZELStatementDepth::remoteKey()] {
+    auto run = [session = shared_from_this(), job, statement, args, key = ZELStatementDepth::remoteKey(*this)] {
         std::optional<ZELStatementDepth> script;
         if (key) {
             script.emplace();
-            ZELStatementDepth::setRemoteKey(key);
+            ZELStatementDepth::setRemoteKey(*session, *key);
         }
         session->execute(statement, args, true);
         // The session itself waits for input and would not notice that a job wants it to end.
@@ -303,7 +317,7 @@ void ZELShellPrivate::startJob(const QString &statement)
     };
     // Whatever ends the thread, and wherever it was then.
     const auto ended
-        = [session = shared_from_this(), job, statement, args, inScript = bool(ZELStatementDepth::remoteKey())] {
+        = [session = shared_from_this(), job, statement, args, inScript = bool(ZELStatementDepth::remoteKey(*this))] {
               if (!inScript)
                   session->answerUnanswered(statement, args);
               job->end();
@@ -318,8 +332,7 @@ void ZELShellPrivate::startJob(const QString &statement)
         return job->open(thread, ended);
     ZELThreadPool::Pool()->Clear(false);
     job->end();
-    const bool tagged = !ZELStatementDepth::remoteKey() && statement.contains(zelProtocolTag());
-    refuseLine(statement, tagged, QStringLiteral("Error : no thread left for the job"));
+    refuseLine(statement, statement.contains(zelProtocolTag()), QStringLiteral("Error : no thread left for the job"));
 }
 
 std::optional<QString> zelScriptCode(const ZELArguments &args, QString *error)
@@ -359,9 +372,9 @@ QVariant ZELShellPrivate::executeString(const ZELArguments &args)
         return QVariant();
     const ZELStatementDepth depth;
     if (args.hasProtocl()) {
-        const QString index = args.getExecIndex();
-        ZELStatementDepth::setRemoteKey(
-            index.isEmpty() ? args.getExecName() : args.getExecName() + QLatin1Char('#') + index);
+        ZELCommandWord word(args.getExecName());
+        word.index = args.getExecIndex();
+        ZELStatementDepth::setRemoteKey(*this, keyOf(word));
     }
     QVariant last;
     for (const QString &statement : zelStatements(*code)) {

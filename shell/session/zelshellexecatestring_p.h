@@ -22,15 +22,17 @@ public:
     /// Back to no statement at all, after a jump out of the outermost one.
     static void reset() { s_nesting = Nesting(); }
 
-    /// The key of the tagged statement whose script runs on this thread.
-    static std::optional<QString> remoteKey();
-    static void setRemoteKey(const std::optional<QString> &key);
+    /// The key of the session's tagged statement inside of which this thread is: of its script, or of its command.
+    static std::optional<QString> remoteKey(const ZELShellPrivate &session);
+    /// Unless there is one already.
+    static void setRemoteKey(const ZELShellPrivate &session, const QString &key);
 
 private:
     struct Nesting
     {
         int depth = 0;
         std::optional<QString> remoteKey;
+        const ZELShellPrivate *session = nullptr; ///< whose key it is: a command may run statements of other sessions
     };
     static thread_local Nesting s_nesting;
     Nesting m_outer;

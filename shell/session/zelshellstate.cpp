@@ -56,10 +56,10 @@ QStringList ZELEnvironment::names() const
     return m_values.keys();
 }
 
-ZELRunningNames::Entry ZELRunningNames::take(const QString &name)
+ZELRunningNames::Entry ZELRunningNames::take(const QString &path)
 {
     ZELSessionLock lock(m_mutex);
-    Entry entry{name, 0};
+    Entry entry{path.mid(path.lastIndexOf(QLatin1Char('/')) + 1), 0, path};
     while (m_entries.contains(entry))
         ++entry.number;
     m_entries.append(entry);
@@ -74,8 +74,10 @@ void ZELRunningNames::drop(const Entry &entry)
 
 bool ZELRunningNames::contains(const QString &name) const
 {
+    const QString end = QLatin1Char('/') + ZELShellDirectories::split(name).join(QLatin1Char('/'));
     ZELSessionLock lock(m_mutex);
-    return std::any_of(m_entries.cbegin(), m_entries.cend(), [&](const Entry &entry) { return entry.name == name; });
+    return std::any_of(
+        m_entries.cbegin(), m_entries.cend(), [&](const Entry &entry) { return entry.path.endsWith(end); });
 }
 
 QStringList ZELRunningNames::all() const

@@ -63,7 +63,7 @@ private:
     QHash<QString, QString> m_values;
 };
 
-/// The commands that are executing, as "name#number" with the lowest number that is free.
+/// The commands that are executing, as "name#number" with the lowest number that is free; however they were typed.
 class ZELRunningNames
 {
 public:
@@ -71,11 +71,13 @@ public:
     {
         QString name;
         int number = 0;
+        QString path;
         bool operator==(const Entry &other) const { return number == other.number && name == other.name; }
     };
-    /// Adds an entry for the command and returns it.
-    Entry take(const QString &name);
+    /// Adds an entry for the command at that path in its tree and returns it.
+    Entry take(const QString &path);
     void drop(const Entry &entry);
+    /// By the command's name, or by the end of its path.
     bool contains(const QString &name) const;
     QStringList all() const;
 

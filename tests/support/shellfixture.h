@@ -23,6 +23,7 @@ class Board : public QObject
 public:
     QSemaphore entered, proceed;
     QStringList words;
+    ZELStream *elsewhere = nullptr; ///< another session's
 
 public Q_SLOTS:
     void wait(ZELArguments)
@@ -49,6 +50,13 @@ public Q_SLOTS:
     {
         args.setProtoclState(QStringLiteral("EXECUTE_COMPLETE"));
         args.warning() << "still at it";
+    }
+    void execl(ZELArguments args) { args.Execl(QStringLiteral("demo/echo in; ls; nothing; $x")); }
+    void execute(ZELArguments args)
+    {
+        for (const char *line : {"demo/echo in", "ls", "demo/script --string 'demo/echo a; ls'", "nothing"})
+            static_cast<ZELShell *>(args.Sender())->Execute(QLatin1String(line), false);
+        ZELShell(elsewhere).Execute(QStringLiteral("demo/echo another session's"), false);
     }
     QVariant script(ZELArguments args) { return qobject_cast<ZELShellBase *>(args.Sender())->ExecuteString(args); }
 };
