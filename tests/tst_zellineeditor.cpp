@@ -238,16 +238,20 @@ private Q_SLOTS:
         QRandomGenerator random(20);
         for (int round = 0; round < 120; ++round) {
             const bool utf8 = round % 2;
+            const int together = round % 3 ? 1 : 30; // keys before the output is taken
             const QList<QByteArray> pressed = {"a", "b", "/", " ", "<left>", "<left>", "<right>", "<bs>", "<del>",
                 "<up>", "<down>", "<esc>[H", utf8 ? "\u00e4" : "c", utf8 ? "\u4e2d" : "d"};
             ZELHistory history;
-            history.add("short");
+            history.add(round % 2 ? QString("short") : QString(700, 's'));
             history.add("a longer line");
             ZELLineEditor editor(&history);
             editor.setUtf8(utf8);
-            Screen screen(300, 1, utf8);
+            Screen screen(1000, 1, utf8);
             for (int i = 0; i < 60; ++i) {
-                screen.feed(type(editor, keys(pressed.at(random.bounded(pressed.size())))));
+                for (int n = random.bounded(together); n >= 0; --n)
+                    for (const char byte : keys(pressed.at(random.bounded(pressed.size()))))
+                        editor.feed(byte);
+                screen.feed(editor.takeOutput());
                 const QString left = QString::fromUtf8(editor.line().left(editor.cursor()).toLatin1());
                 QString shown = editor.text();
                 while (shown.endsWith(' '))
@@ -256,6 +260,48 @@ private Q_SLOTS:
                 QCOMPARE(screen.cursor().x(), left.size() + left.count(QString::fromUtf8("\u4e2d")));
             }
         }
+    }
+
+    /// What arrives together is echoed in proportion to the line, and shows the same.
+    void runsAreEchoedOnce_data()
+    {
+        const QByteArray line(300, 'x'), wide = QByteArray("\u4e2d\u00e4").repeated(60);
+        const auto times = [](const char *typed, int n) { return QByteArray(typed).repeated(n); };
+        Table<QByteArray, int> row("typed", "largest");
+        row("insert", times("x", 100) + times("<left>", 100) + times("y", 200), 1000);
+        row("erase", line + times("<left>", 100) + times("<bs>", 150), 300 + 300 + 450 + 1000);
+        row("insert and erase", line + times("<left>", 100) + times("ab<bs><bs><bs>c", 90), 9000);
+        row("erase and insert", line + times("<left>", 2) + times("<bs><bs><bs>abcdefg<bs>", 9), 3000);
+        row("move", line + times("<left>y", 250), 12000);
+        row("there and back", wide + times("<left><left>\u00fc<right><bs>", 200), 12000);
+        row("history", wide + times("<left><up><up>z<bs><down><down>", 200), 12000);
+        row("lines", times("<up><left>y<up><nl>", 20), 60000);
+    }
+
+    void runsAreEchoedOnce()
+    {
+        QFETCH(QByteArray, typed);
+        const QByteArray bytes = keys(typed);
+        ZELHistory history;
+        history.add(QString(400, 'h'));
+        history.add(QString::fromLatin1(QByteArray("\u4e2d.").repeated(99)));
+        ZELLineEditor editor(&history);
+        editor.setUtf8(true);
+        Screen screen(3000, 25, true);
+        for (int i = 0; i < bytes.size(); ++i) {
+            if (int taken = editor.feedPlain(bytes.constData() + i, bytes.size() - i))
+                i += taken - 1;
+            else if (editor.feed(bytes[i]) == ZELLineEditor::Line)
+                editor.takeLine();
+        }
+        const QByteArray output = editor.takeOutput();
+        QFETCH(int, largest);
+        QVERIFY2(output.size() <= largest, QByteArray::number(output.size()));
+        screen.feed(QByteArray(output).replace('\n', "\r\n"));
+        const int row = bytes.count('\n');
+        QCOMPARE(screen.row(row), editor.text().trimmed());
+        const QString left = QString::fromUtf8(editor.line().left(editor.cursor()).toLatin1());
+        QCOMPARE(screen.cursor().x(), left.size() + left.count(QString::fromUtf8("\u4e2d")));
     }
 
     void longLine()

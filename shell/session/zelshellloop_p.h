@@ -31,6 +31,8 @@ public:
     bool waitForInput(const QDeadlineTimer &deadline);
     /// Takes the line feed behind a carriage return, if it has come.
     void skipLineFeed();
+    /// Whether a byte is there without reading.
+    bool hasByte() const { return m_next < m_buffer.size(); }
 
 private:
     bool refill();

@@ -80,22 +80,29 @@ private:
     std::optional<QString> edit(ZELLineEditor &editor)
     {
         for (;;) {
+            if (!m_session.loop->hasByte()) // bytes that arrived together are echoed together
+                echo(editor);
             const auto byte = nextByte();
-            if (!byte)
-                return std::nullopt;
-            if (*byte == interruptKey || *byte == endKey)
-                return fail("cancelled");
+            const bool isCancelled = byte && (*byte == interruptKey || *byte == endKey);
             // The terminals of modern sessions may send what Enter is there.
-            const bool isReturn = *byte == '\r' && m_session.hasPrompt;
-            const bool isLine = editor.feed(isReturn ? '\n' : *byte) == ZELLineEditor::Line;
+            const bool isReturn = byte && *byte == '\r' && m_session.hasPrompt;
+            const bool isLine = byte && !isCancelled && editor.feed(isReturn ? '\n' : *byte) == ZELLineEditor::Line;
             if (isReturn)
                 m_session.loop->skipLineFeed();
-            const QByteArray echo = editor.takeOutput();
-            if (!m_question.hidden && !echo.isEmpty())
-                m_session.output.write(echo);
+            if (!byte || isCancelled || isLine)
+                echo(editor);
             if (isLine)
                 return withoutReturn(editor.takeLine().toLatin1());
+            if (!byte || isCancelled)
+                return byte ? fail("cancelled") : std::nullopt;
         }
+    }
+
+    void echo(ZELLineEditor &editor)
+    {
+        const QByteArray output = editor.takeOutput();
+        if (!m_question.hidden && !output.isEmpty())
+            m_session.output.write(output);
     }
 
     std::optional<QString> answerInPackets()

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "zellineeditor_p.h"
 
+#include "zelgrapheme_p.h"
 #include "zelguard_p.h"
+#include "zelutf8_p.h"
 
-#include <QChar>
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 namespace {
@@ -25,66 +25,8 @@ constexpr char leftShift[] = "\033[D";
 constexpr char rightShift[] = "\033[C";
 constexpr char deleteOne[] = "\b \b";
 
-/// The length of the UTF-8 sequence at \a bytes; 0 when it is none, -1 when it is the beginning of one.
-int sequenceLength(const char *bytes, int available)
-{
-    const auto at = [bytes](int i) { return static_cast<uchar>(bytes[i]); };
-    const uchar lead = at(0);
-    const int length = lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
-    for (int i = 1; i < std::min(length, available); ++i)
-        if ((at(i) & 0xc0) != 0x80)
-            return 0;
-    // Overlong forms, surrogates and what lies beyond Unicode show at the second byte.
-    if (length > 2 && available > 1) {
-        const uchar low = lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
-        const uchar high = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
-        if (at(1) < low || at(1) > high)
-            return 0;
-    }
-    return available < length ? -1 : length;
-}
-
-/// The length of the character that begins at \a at: a byte that is no part of a sequence stands for itself.
-int nextLength(const QByteArray &line, int at)
-{
-    return std::max(1, sequenceLength(line.constData() + at, line.size() - at));
-}
-
-/// The length of the character that ends at \a at.
-int previousLength(const QByteArray &line, int at)
-{
-    for (int length = 2; length <= std::min(4, at); ++length)
-        if (sequenceLength(line.constData() + at - length, length) == length)
-            return length;
-    return 1;
-}
-
-uint codePoint(const char *sequence, int length)
-{
-    if (length == 1)
-        return static_cast<uchar>(*sequence);
-    uint code = static_cast<uchar>(*sequence) & (0x7f >> length);
-    for (int i = 1; i < length; ++i)
-        code = code << 6 | (static_cast<uchar>(sequence[i]) & 0x3f);
-    return code;
-}
-
-/// How many columns a terminal gives the character.
-int characterWidth(uint code)
-{
-    static constexpr struct
-    {
-        uint first, last;
-    } wide[]
-        = {{0x1100, 0x115f}, {0x2e80, 0x303e}, {0x3041, 0xa4cf}, {0xac00, 0xd7a3}, {0xf900, 0xfaff}, {0xfe30, 0xfe6f},
-            {0xff00, 0xff60}, {0xffe0, 0xffe6}, {0x1f300, 0x1f64f}, {0x1f900, 0x1f9ff}, {0x20000, 0x3fffd}};
-    const auto category = QChar::category(code);
-    if (category == QChar::Mark_NonSpacing || category == QChar::Mark_Enclosing)
-        return 0;
-    return std::any_of(std::begin(wide), std::end(wide), [code](auto &r) { return code >= r.first && code <= r.last; })
-        ? 2
-        : 1;
-}
+// What rewriting the rest of a line may take before the screen is left as it is until the output is taken.
+constexpr int largestRefresh = 4096;
 
 bool isFinal(char byte)
 {
@@ -206,10 +148,11 @@ ZELLineEditor::Event ZELLineEditor::feedText(char byte)
 
 int ZELLineEditor::feedPlain(const char *bytes, int length)
 {
-    if (m_state != State::Text || !m_held.isEmpty() || m_cursor != m_line.size())
+    if (m_state != State::Text || !m_held.isEmpty())
         return 0;
     const char *const end = std::find_if_not(bytes, bytes + length, [](char c) { return c >= ' ' && c <= '~'; });
-    insert(bytes, int(end - bytes));
+    if (end != bytes)
+        insert(bytes, int(end - bytes));
     return int(end - bytes);
 }
 
@@ -217,6 +160,7 @@ ZELLineEditor::Event ZELLineEditor::feedControl(char byte)
 {
     releaseHeld();
     if (byte == '\n') {
+        settle();
         show(QByteArrayLiteral("\n"));
         return Line;
     }
@@ -275,7 +219,7 @@ bool ZELLineEditor::holdBack(char byte)
     if (!m_utf8 || !m_terminal || (m_held.isEmpty() && static_cast<uchar>(byte) < 0x80))
         return false;
     m_held += byte;
-    const int length = sequenceLength(m_held.constData(), m_held.size());
+    const int length = zelSequenceLength(m_held.constData(), m_held.size());
     if (length == 0) {
         m_held.chop(1);
         const bool begunBefore = !m_held.isEmpty();
@@ -296,6 +240,8 @@ void ZELLineEditor::releaseHeld()
 
 QByteArray ZELLineEditor::takeOutput()
 {
+    settle();
+    m_refreshed = 0;
     return std::exchange(m_output, QByteArray());
 }
 
@@ -307,6 +253,7 @@ QString ZELLineEditor::line() const
 
 QString ZELLineEditor::takeLine()
 {
+    settle();
     const QString taken = line();
     m_line = QByteArray();
     m_cursor = 0;
@@ -326,6 +273,7 @@ QByteArray ZELLineEditor::encode(const QString &text) const
 void ZELLineEditor::append(const QString &text)
 {
     const QByteArray bytes = encode(text);
+    settle();
     moveToEnd();
     m_line += bytes;
     m_cursor = m_line.size();
@@ -334,6 +282,7 @@ void ZELLineEditor::append(const QString &text)
 
 void ZELLineEditor::redraw()
 {
+    settle();
     show(m_line);
     repeat(leftShift, columns(m_cursor, m_line.size()));
 }
@@ -343,34 +292,81 @@ void ZELLineEditor::insert(const char *character, int length)
     if (m_cursor == m_line.size()) {
         m_line.append(character, length);
         m_cursor = m_line.size();
-        if (m_terminal)
-            m_output.append(character, length);
+        show(QByteArray::fromRawData(character, length));
         return;
     }
     m_line.insert(m_cursor, character, length);
-    show(m_line.mid(m_cursor));
+    show(QByteArray::fromRawData(character, length));
     m_cursor += length;
-    repeat(leftShift, columns(m_cursor, m_line.size()));
+    m_restIsDue = true;
+    m_surplus -= columns(m_cursor - length, m_cursor);
 }
 
 void ZELLineEditor::eraseBack()
 {
     if (m_cursor == 0)
         return;
-    const int length = previousLength(m_line, m_cursor);
+    const int length = zelPreviousLength(m_line, m_cursor);
     const int width = columns(m_cursor - length, m_cursor);
     repeat(deleteOne, width);
     m_cursor -= length;
     m_line.remove(m_cursor, length);
-    show(m_line.mid(m_cursor) + QByteArray(width, ' '));
-    repeat(leftShift, columns(m_cursor, m_line.size()) + width);
+    m_restIsDue = true;
+    m_surplus += width;
+    if (m_cursor == m_line.size())
+        showRest();
+}
+
+/// A run of insertions or deletions inside the line rewrites the rest behind it once.
+void ZELLineEditor::showRest()
+{
+    if (!std::exchange(m_restIsDue, false))
+        return;
+    const int blanks = std::max(0, std::exchange(m_surplus, 0));
+    const QByteArray rest = m_line.mid(m_cursor);
+    if (!spend(rest.size(), blanks))
+        return;
+    show(rest + QByteArray(blanks, ' '));
+    repeat(leftShift, columns(m_cursor, m_line.size()) + blanks);
+}
+
+/// False when that much more rewriting is too much since the output was taken: from now on the screen stays as it is,
+/// right up to the cursor, until settle() shows what has come of it.
+bool ZELLineEditor::spend(int bytes, int blanks)
+{
+    if (m_late)
+        return false;
+    const bool isFirst = m_refreshed == 0;
+    m_refreshed += 4 * bytes; // with the steps back
+    if (m_terminal && !isFirst && bytes > 0 && m_refreshed > largestRefresh)
+        m_late = Late{m_line.left(m_cursor), columns(m_cursor, m_line.size()) + blanks};
+    return !m_late;
+}
+
+void ZELLineEditor::settle()
+{
+    showRest();
+    const std::optional<Late> late = std::exchange(m_late, std::nullopt);
+    if (!late)
+        return;
+    const QByteArray &shown = late->shown;
+    const auto differs = std::mismatch(shown.cbegin(), shown.cend(), m_line.cbegin(), m_line.cend());
+    int common = int(differs.first - shown.cbegin());
+    while (m_utf8 && common > 0 && common < m_line.size() && (m_line.at(common) & 0xc0) == 0x80)
+        --common;
+    const int back = width(shown, common, shown.size());
+    const int blanks = std::max(0, back + late->rest - columns(common, m_line.size()));
+    repeat(leftShift, back);
+    show(m_line.mid(common) + QByteArray(blanks, ' '));
+    repeat(leftShift, columns(m_cursor, m_line.size()) + blanks);
 }
 
 void ZELLineEditor::stepLeft()
 {
     if (m_cursor == 0)
         return;
-    const int length = previousLength(m_line, m_cursor);
+    showRest();
+    const int length = zelPreviousLength(m_line, m_cursor);
     repeat(leftShift, columns(m_cursor - length, m_cursor));
     m_cursor -= length;
 }
@@ -379,7 +375,8 @@ void ZELLineEditor::stepRight()
 {
     if (m_cursor == m_line.size())
         return;
-    const int length = nextLength(m_line, m_cursor);
+    showRest();
+    const int length = zelNextLength(m_line, m_cursor);
     repeat(rightShift, columns(m_cursor, m_cursor + length));
     m_cursor += length;
 }
@@ -389,8 +386,10 @@ void ZELLineEditor::showHistory(bool back)
     QString entry;
     if (!m_history || !(back ? m_history->stepBack(line(), &entry) : m_history->stepForward(&entry)))
         return;
+    showRest();
+    spend(m_line.size() + entry.size(), 0);
     moveToEnd();
-    repeat(deleteOne, columns(0, m_line.size()));
+    repeat(deleteOne, m_late ? 0 : columns(0, m_line.size()));
     // Entries are lines of bytes; only one that a program added may hold more.
     const bool bytes = std::all_of(entry.cbegin(), entry.cend(), [](QChar c) { return c.unicode() < 0x100; });
     m_line = bytes ? entry.toLatin1() : encode(entry);
@@ -400,30 +399,23 @@ void ZELLineEditor::showHistory(bool back)
 
 void ZELLineEditor::moveToEnd()
 {
-    repeat(rightShift, columns(m_cursor, m_line.size()));
+    repeat(rightShift, m_late ? 0 : columns(m_cursor, m_line.size()));
     m_cursor = m_line.size();
 }
 
-int ZELLineEditor::columns(int from, int to) const
+int ZELLineEditor::width(const QByteArray &line, int from, int to) const
 {
-    if (!m_utf8)
-        return to - from;
-    int width = 0;
-    for (int at = from, length = 0; at < to; at += length) {
-        length = nextLength(m_line, at);
-        width += characterWidth(codePoint(m_line.constData() + at, length));
-    }
-    return width;
+    return m_utf8 ? zelColumns(line, from, to) : to - from;
 }
 
 void ZELLineEditor::show(const QByteArray &bytes)
 {
-    if (m_terminal)
+    if (m_terminal && !m_late)
         m_output += bytes;
 }
 
 void ZELLineEditor::repeat(const char *sequence, int times)
 {
-    if (m_terminal)
+    if (m_terminal && !m_late)
         m_output += QByteArray(sequence).repeated(times);
 }

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 #include <mutex>
+#include <optional>
 
 /**
  * The lines entered in one session, and the place in them while browsing.
@@ -49,7 +50,8 @@ private:
  * Knows no stream: what is to be shown gathers until takeOutput(), so that one write echoes all that arrived
  * together. Bytes are kept as they come, one Latin-1 character each; all 256 values are text except line feed, tab,
  * escape and the two backspaces. Escape sequences may be torn anywhere; those without a meaning here are swallowed
- * whole. Typing at the end of the line costs the same however long it is; an edit inside the line rewrites its rest.
+ * whole. Typing at the end of the line costs the same however long it is; a run of edits inside the line rewrites its
+ * rest once. What gathers stays below a few times the line and what was fed: beyond that only what came of it is shown.
  *
  * Not thread-safe: it belongs to the thread that reads the session's bytes. The history may be shared.
  *
@@ -126,7 +128,11 @@ private:
     void stepRight();
     void showHistory(bool back);
     void moveToEnd();
-    int columns(int from, int to) const;
+    void showRest();
+    bool spend(int bytes, int blanks);
+    void settle();
+    int width(const QByteArray &line, int from, int to) const;
+    int columns(int from, int to) const { return width(m_line, from, to); }
     void show(const QByteArray &bytes);
     void repeat(const char *sequence, int times);
 
@@ -138,6 +144,16 @@ private:
     State m_state = State::Text;
     bool m_terminal = true;
     bool m_utf8 = false;
+
+    bool m_restIsDue = false; ///< what stands behind the cursor is still to be rewritten
+    int m_surplus = 0; ///< by how many columns the rest on the screen is longer than it should be
+    int m_refreshed = 0; ///< bytes that were rewritten since the output was taken
+    struct Late
+    {
+        QByteArray shown; ///< on the screen before its cursor
+        int rest = 0; ///< columns of what is on the screen behind that
+    };
+    std::optional<Late> m_late;
 };
 
 #endif
