@@ -377,6 +377,7 @@ int beCrashing(const Crash &crash, int count, const QString &dir, const char *re
     dup2(null, 2);
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     installErrorCatch(dir);
+    ZELFault::setReportRate(0);
     int survived = 0;
     std::thread([&] {
         for (int i = 0; i < count; ++i) {

@@ -68,6 +68,8 @@ static void throwsThrough() noexcept
     provoke(3);
 }
 
+Q_DECLARE_METATYPE(std::function<void()>)
+
 class tst_Faults : public QObject
 {
     Q_OBJECT
@@ -184,6 +186,53 @@ private Q_SLOTS:
         QCOMPARE(waitpid(child, &status, 0), child);
         QVERIFY(WIFSIGNALED(status));
         QCOMPARE(WTERMSIG(status), sig ? sig : SIGSEGV);
+    }
+
+    void forkedChild_data()
+    {
+        Table<std::function<void()>, int> row("go", "sig");
+        row(
+            "fault", [] { writeNull(); }, SIGSEGV);
+        row(
+            "abort", [] { abort(); }, SIGABRT);
+        row(
+            "thrown", [] { provoke(2); }, SIGABRT);
+        row(
+            "raised", [] { zel_assert_x("w", "x", "f", 1); }, SIGABRT);
+        row(
+            "quit", [] { kill(getpid(), SIGQUIT); }, SIGQUIT);
+        row(
+            "own frame",
+            [] {
+                ZELFrame frame;
+                _exit(zelGuard(frame.get(), writeNull));
+            },
+            0);
+    }
+
+    /// A frame is no place for another process to come back to: it would go on as a second copy of the caller.
+    void forkedChild()
+    {
+#if defined(__SANITIZE_THREAD__)
+        QSKIP("a forked child of a threaded program is not supported here");
+#endif
+        QFETCH(std::function<void()>, go);
+        QFETCH(int, sig);
+        const pid_t parent = getpid();
+        pid_t child = -1;
+        ZELFrame frame;
+        zelGuard(frame.get(), [&] {
+            child = fork();
+            if (child == 0)
+                go();
+        });
+        if (getpid() != parent)
+            _exit(99);
+        int status = 0;
+        QCOMPARE(waitpid(child, &status, 0), child);
+        QCOMPARE(WIFSIGNALED(status) ? WTERMSIG(status) : 0, sig);
+        if (sig == 0)
+            QCOMPARE(WEXITSTATUS(status), SIGSEGV);
     }
 
     void noexceptBarrier()

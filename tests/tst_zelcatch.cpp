@@ -199,6 +199,42 @@ private Q_SLOTS:
         QCOMPARE(limited->state, SIGALRM);
     }
 
+    void timerOfTheCaller()
+    {
+        timer_t timer;
+        ZELFrame outer;
+        int innerState = 0;
+        zelGuard(outer.get(), [&] {
+            ZELFrame inner;
+            innerState = zelGuard(inner.get(), [&] {
+                installTimer(timer, 20);
+                QTest::qSleep(5000);
+            });
+            timer_delete(timer);
+        });
+        QCOMPARE(innerState, SIGALRM); // whoever is innermost, since no frame is the timer's own
+        QVERIFY(!outer->caught);
+    }
+
+    void signalsLeftBlocked()
+    {
+        sigset_t all, after;
+        sigfillset(&all);
+        int state = 0;
+        ZELFrame outer;
+        zelGuard(outer.get(), [&] {
+            ZELFrame careless, next;
+            zelGuard(careless.get(), [&] { pthread_sigmask(SIG_SETMASK, &all, nullptr); });
+            pthread_sigmask(SIG_SETMASK, nullptr, &after);
+            state = zelGuard(next.get(), [] { raise(SIGFPE); });
+        });
+        pthread_sigmask(SIG_UNBLOCK, &all, nullptr);
+        QCOMPARE(state, SIGFPE);
+        for (int sig : {SIGSEGV, SIGQUIT, SIGALRM})
+            QVERIFY(!sigismember(&after, sig));
+        QVERIFY(sigismember(&after, SIGUSR1)); // the caller's own affair
+    }
+
     void exceptionsLeftInCatchBlocks()
     {
         ZELFrame frame;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "noleakcheck.h"
+#include "processinfo.h"
 #include "table.h"
+#include "threads.h"
 #include "zelcatch.h"
 #include "zelfault.h"
 #include "zelthread.h"
@@ -8,6 +10,7 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <sys/resource.h>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 static constexpr bool resolvesInTime = false; // the sanitizers' debug information takes longer than a report may
@@ -24,6 +27,13 @@ static constexpr bool heldSignals = false;
 {
     volatile int *volatile nowhere = nullptr;
     *nowhere = 1;
+}
+
+[[gnu::noinline, gnu::no_sanitize("address", "undefined", "thread")]] static int deep(int depth)
+{
+    volatile char room[4096];
+    room[0] = char(depth);
+    return depth < 0 ? 0 : deep(depth + 1) + room[0];
 }
 
 static std::atomic<int> handled{0};
@@ -56,6 +66,8 @@ class tst_ZELFault : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void initTestCase() { ZELFault::setReportRate(0); }
+
     void outcomes()
     {
         ZELFault::setReport(SIGSEGV, false);
@@ -199,6 +211,108 @@ private Q_SLOTS:
         }
         QCOMPARE(ZELFault::call([] { raise(SIGFPE); }).state, int(SIGFPE)); // the directory is gone: harmless
         ZELFault::setReport(SIGFPE, false);
+    }
+
+    void reportFile()
+    {
+        ZELFault::setReport(SIGSEGV, true);
+        QTemporaryDir dir, elsewhere;
+        installErrorCatch(dir.path());
+        const QString name
+            = dir.filePath(QStringLiteral("error-%1.txt").arg(QDate::currentDate().toString(Qt::ISODate)));
+        const QString victim = elsewhere.filePath(QStringLiteral("victim"));
+        QVERIFY(QFile::link(victim, name));
+        ZELFault::call(provokedFault);
+        QVERIFY(!QFile::exists(victim)); // somebody's link leads nowhere
+        QFile::remove(name);
+        ZELFault::call(provokedFault);
+        const auto owner = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser;
+        QVERIFY(QFile::permissions(name) & QFile::ExeOwner);
+        ZELFault::setReportMode(0600);
+        ZELFault::call(provokedFault);
+        ZELFault::setReportMode(-1);
+        QCOMPARE(QFile::permissions(name), owner);
+        QVERIFY(!reportIn(dir).contains("[0xfffffff"));
+        ZELFault::setReport(SIGSEGV, false);
+    }
+
+    void fileSizeLimit()
+    {
+        ZELFault::setReport(SIGSEGV, true);
+        QTemporaryDir dir;
+        installErrorCatch(dir.path());
+        rlimit before{};
+        getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit small{1000, before.rlim_max};
+        const int descriptors = processinfo::descriptors();
+        setrlimit(RLIMIT_FSIZE, &small);
+        const int state = ZELFault::call(provokedFault).state;
+        setrlimit(RLIMIT_FSIZE, &before);
+        ZELFault::setReport(SIGSEGV, false);
+        QCOMPARE(state, int(SIGSEGV));
+        QCOMPARE(processinfo::descriptors(), descriptors);
+        QCOMPARE(reportIn(dir).size(), 1000);
+    }
+
+    void timeOfTheMoment()
+    {
+        ZELFault::setReport(SIGSEGV, true);
+        const QByteArray zone = qgetenv("TZ");
+        QTemporaryDir dir;
+        installErrorCatch(dir.path());
+        for (const char *other : {"XXX-11", "YYY+11"}) {
+            qputenv("TZ", other);
+            QTest::qSleep(1100); // looked up once a second
+            ZELFault::call(provokedFault);
+            const QDateTime now = QDateTime::currentDateTime();
+            const QString name = dir.filePath(QStringLiteral("error-%1.txt").arg(now.date().toString(Qt::ISODate)));
+            QFile file(name);
+            QVERIFY2(file.open(QFile::ReadOnly), qPrintable(name));
+            const QByteArray all = file.readAll(), text = all.mid(all.lastIndexOf("time :") + 6, 19);
+            const auto time = QDateTime::fromString(QString::fromLatin1(text), QStringLiteral("yyyy-MM-dd hh-mm-ss"));
+            QVERIFY2(qAbs(time.secsTo(now)) < 30, text.constData());
+        }
+        zone.isEmpty() ? qunsetenv("TZ") : qputenv("TZ", zone);
+        ZELFault::setReport(SIGSEGV, false);
+    }
+
+    void storm()
+    {
+        ZELFault::setReport(SIGSEGV, true);
+        ZELFault::setReportRate(4);
+        QTemporaryDir dir;
+        installErrorCatch(dir.path());
+        std::atomic<int> faults{0};
+        QElapsedTimer timer;
+        timer.start();
+        {
+            Threads threads(20, [&] {
+                for (int i = 0; i < 10; ++i)
+                    faults += ZELFault::call(provokedFault).state == SIGSEGV;
+            });
+        }
+        const auto seconds = int(timer.elapsed() / 1000);
+        ZELFault::setReportRate(0);
+        ZELFault::setReport(SIGSEGV, false);
+        QCOMPARE(faults.load(), 200);
+        const QByteArray text = reportIn(dir);
+        QVERIFY(text.count("LibInfo :") >= 1);
+        QVERIFY2(text.count("LibInfo :") <= 4 * (seconds + 2), qPrintable(QString::number(text.count("LibInfo :"))));
+        QVERIFY(text.contains("Pelmora is in exiting process, sig 11, no full report: fault 5 of this second\r\n"));
+    }
+
+    void overflowGivesItsStackBack()
+    {
+        if (!resolvesInTime)
+            QSKIP("a sanitizer's memory is its own affair");
+        std::atomic<int> grown{0};
+        std::thread([&] {
+            const int before = processinfo::resident();
+            for (int i = 0; i < 3; ++i)
+                ZELFault::call([] { deep(0); });
+            grown = processinfo::resident() - before;
+        }).join();
+        QVERIFY2(grown < 2000, qPrintable(QString::number(grown)));
     }
 
     void resolver_data()

@@ -2,6 +2,7 @@
 #include "doors.h"
 
 #include <QHostAddress>
+#include <zelfault.h>
 #include <zelshellserver.h>
 
 void setLimits(ZELShellServer &server)
@@ -30,4 +31,5 @@ void closeDoors(ZELShellServer &server)
     server.setRemoteSystemCommands(false);
     server.setPermissionFunction(isPermitted);
     server.setIdleLimit(tenMinutes);
+    ZELFault::setReportMode(0600);
 }

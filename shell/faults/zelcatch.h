@@ -136,6 +136,7 @@ struct ZELSHELL_EXPORT ExceptionHelp
         bool interruptible = false; ///< interrupts lead here
         volatile bool interrupted = false; ///< one has come
         QString note; ///< what() of a foreign C++ exception
+        pid_t process = 0; ///< that opened it: a forked child must not come back to it
     } link;
 };
 

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What runs in handlers here reads tables that were made before, and the unwinder, which takes no lock with a C library
-// that offers _dl_find_object.
+// What runs in handlers here reads tables that were made before.
 #include "zelcodemap_p.h"
 
 #include <atomic>
@@ -8,18 +7,10 @@
 #include <dlfcn.h>
 #include <link.h>
 #include <mutex>
-#include <ucontext.h>
 #include <unistd.h>
 #include <unwind.h>
 
 namespace {
-
-struct Function
-{
-    uintptr_t start;
-    uintptr_t end;
-    ZELFunction kind;
-};
 
 /// Published as a whole and never freed: a handler may be reading the one before.
 struct Map
@@ -27,7 +18,7 @@ struct Map
     ZELModule modules[400];
     const ElfW(Dyn) * dynamics[400];
     size_t moduleCount = 0;
-    Function functions[600];
+    ZELFunctionRange functions[600];
     size_t functionCount = 0;
     unsigned long long loads = 0;
 };
@@ -66,12 +57,6 @@ const char *const allocatorNames[]
     = {"malloc", "free", "calloc", "realloc", "reallocarray", "memalign", "aligned_alloc", "posix_memalign", "valloc",
         "pvalloc", "malloc_trim", "mallinfo", "mallinfo2", "malloc_usable_size", "cfree"};
 
-const char *baseName(const char *path)
-{
-    const char *slash = strrchr(path, '/');
-    return slash ? slash + 1 : path;
-}
-
 const ZELModule *moduleIn(const Map *map, uintptr_t address)
 {
     for (size_t i = 0; map && i < map->moduleCount; ++i) {
@@ -86,7 +71,7 @@ ZELCode codeOf(const ZELModule &module, const void *own)
     const uintptr_t here = reinterpret_cast<uintptr_t>(own);
     if (!module.program && here >= module.start && here < module.end)
         return ZELCode::Own;
-    const char *name = baseName(module.path);
+    const char *name = zelBaseName(module.path);
     for (const char *runtime : runtimeNames) {
         if (strncmp(name, runtime, strlen(runtime)) == 0)
             return ZELCode::Runtime;
@@ -210,7 +195,8 @@ void markRuntime(Map *map)
             forEachNeeded(map->dynamics[i], [&](const char *name) {
                 for (size_t k = 0; k < map->moduleCount; ++k) {
                     ZELModule &needed = map->modules[k];
-                    if (needed.code == ZELCode::Host && !needed.program && strcmp(baseName(needed.path), name) == 0) {
+                    if (needed.code == ZELCode::Host && !needed.program
+                        && strcmp(zelBaseName(needed.path), name) == 0) {
                         needed.code = ZELCode::Runtime;
                         changed = true;
                     }
@@ -226,7 +212,7 @@ int countLoads(dl_phdr_info *info, size_t, void *loads)
     return 1;
 }
 
-const Function *functionAt(const Map *map, uintptr_t address)
+const ZELFunctionRange *functionAt(const Map *map, uintptr_t address)
 {
     for (size_t i = 0; i < map->functionCount; ++i) {
         if (address >= map->functions[i].start && address < map->functions[i].end)
@@ -236,7 +222,7 @@ const Function *functionAt(const Map *map, uintptr_t address)
 }
 
 /// A function that ends in a jump to a nameless one, as sem_wait() does, is not on the stack while that waits.
-void addTailCalls(Map *map, const Function &function)
+void addTailCalls(Map *map, const ZELFunctionRange &function)
 {
     for (uintptr_t at = function.start; at + jumpSize <= function.end; ++at) {
         const uintptr_t target = jumpTarget(at);
@@ -251,143 +237,10 @@ void addAllTailCalls(Map *map)
 {
     const size_t named = map->functionCount;
     for (size_t i = 0; i < named; ++i) {
-        const Function &function = map->functions[i];
+        const ZELFunctionRange &function = map->functions[i];
         if (function.kind == ZELFunction::Blocking || function.kind == ZELFunction::Sleep)
             addTailCalls(map, function);
     }
-}
-
-uintptr_t programCounter(const ucontext_t *context)
-{
-#if defined(__x86_64__)
-    return uintptr_t(context->uc_mcontext.gregs[REG_RIP]);
-#else
-    return uintptr_t(context->uc_mcontext.pc);
-#endif
-}
-
-uintptr_t stackPointer(const ucontext_t *context)
-{
-#if defined(__x86_64__)
-    return uintptr_t(context->uc_mcontext.gregs[REG_RSP]);
-#else
-    return uintptr_t(context->uc_mcontext.sp);
-#endif
-}
-
-/// The kernel leaves an interrupted call behind its instruction, or before it when the call is to be restarted.
-bool atSystemCall(uintptr_t pc)
-{
-#if defined(__x86_64__)
-    const auto *code = reinterpret_cast<const unsigned char *>(pc);
-    return (code[-2] == 0x0f && code[-1] == 0x05) || (code[0] == 0x0f && code[1] == 0x05);
-#else
-    const auto *code = reinterpret_cast<const uint32_t *>(pc);
-    return code[-1] == 0xd4000001u || code[0] == 0xd4000001u;
-#endif
-}
-
-struct Frame
-{
-    uintptr_t address; ///< inside of the calling instruction
-    uintptr_t stack;
-};
-
-struct Walk
-{
-    uintptr_t pc;
-    uintptr_t stack; ///< of the interrupted code
-    bool begun;
-    bool (*visit)(Walk *, const Frame &);
-    bool passedSignal; ///< a handler is on the stack, over code that it interrupted anywhere
-};
-
-_Unwind_Reason_Code step(_Unwind_Context *context, void *data)
-{
-    auto *walk = static_cast<Walk *>(data);
-    int before = 0;
-    const uintptr_t ip = _Unwind_GetIPInfo(context, &before);
-    const bool interrupted = !walk->begun && ip == walk->pc;
-    walk->begun = walk->begun || interrupted;
-    if (!walk->begun)
-        return _URC_NO_REASON; // the handler's own frames
-    walk->passedSignal = walk->passedSignal || (before && ip != walk->pc);
-    // On AArch64 the unwinder takes the interrupted code's stack for that of the signal.
-    const uintptr_t stack = interrupted ? walk->stack : _Unwind_GetCFA(context);
-    const bool goOn = walk->visit(walk, {before ? ip : ip - 1, stack});
-    return goOn ? _URC_NO_REASON : _URC_NORMAL_STOP;
-}
-
-struct PlaceWalk : Walk
-{
-    const Map *map;
-    uintptr_t outer;
-    bool inRuntime;
-    bool ended; ///< reached the target's opener
-    bool pinned;
-    bool delicate;
-    bool semaphore; ///< the frame before was a semaphore's wait
-    uintptr_t caller; ///< the first code outside of this library, or the opener
-    uintptr_t entry; ///< the runtime function that the first other code called
-};
-
-bool visitPlace(Walk *walk, const Frame &frame)
-{
-    auto *place = static_cast<PlaceWalk *>(walk);
-    const ZELModule *module = zelModuleAt(frame.address);
-    const Function *function = functionAt(place->map, frame.address);
-    if (place->inRuntime && module && module->code == ZELCode::Runtime)
-        place->entry = frame.address;
-    else
-        place->inRuntime = false;
-    const bool qt = module && module->code == ZELCode::Runtime && strncmp(baseName(module->path), "libQt5", 6) == 0;
-    place->pinned
-        = place->pinned || (place->semaphore && qt && !function) || (function && function->kind == ZELFunction::Fatal);
-    place->delicate = place->delicate || (function && function->kind == ZELFunction::Delicate);
-    if (!place->caller && (!module || module->code != ZELCode::Own || frame.stack > place->outer))
-        place->caller = frame.address;
-    place->semaphore = function && function->kind == ZELFunction::Semaphore;
-    place->ended = frame.stack > place->outer;
-    return !place->ended;
-}
-
-struct AllocatorWalk : Walk
-{
-    const Map *map;
-    bool found;
-};
-
-bool visitAllocator(Walk *walk, const Frame &frame)
-{
-    auto *self = static_cast<AllocatorWalk *>(walk);
-    const Function *function = functionAt(self->map, frame.address);
-    self->found = function && function->kind == ZELFunction::Allocator;
-    const ZELModule *module = zelModuleAt(frame.address);
-    return !self->found && module && module->code == ZELCode::Runtime;
-}
-
-struct TraceWalk : Walk
-{
-    uintptr_t *addresses;
-    int count;
-    int limit;
-};
-
-bool visitTrace(Walk *walk, const Frame &frame)
-{
-    auto *trace = static_cast<TraceWalk *>(walk);
-    trace->addresses[trace->count++] = frame.address;
-    return trace->count < trace->limit;
-}
-
-template <class W>
-void run(W *walk, void *context, bool (*visit)(Walk *, const Frame &))
-{
-    walk->pc = context ? programCounter(static_cast<ucontext_t *>(context)) : 0;
-    walk->stack = context ? stackPointer(static_cast<ucontext_t *>(context)) : 0;
-    walk->begun = !context;
-    walk->visit = visit;
-    _Unwind_Backtrace(step, static_cast<Walk *>(walk));
 }
 
 } // namespace
@@ -432,74 +285,14 @@ const ZELModule *zelModule(size_t index)
     return &current.load()->modules[index];
 }
 
-uintptr_t zelInterruptedAt(void *context)
+const ZELFunctionRange *zelFunctionAt(uintptr_t address)
 {
-    return programCounter(static_cast<ucontext_t *>(context));
+    const Map *map = current.load();
+    return map ? functionAt(map, address) : nullptr;
 }
 
-static bool bearsJump(const PlaceWalk &walk, uintptr_t entry)
+const char *zelBaseName(const char *path)
 {
-    const Function *function = functionAt(walk.map, entry);
-    return function
-        && (function->kind == ZELFunction::Blocking || function->kind == ZELFunction::Semaphore
-            || function->kind == ZELFunction::Sleep);
-}
-
-/// Whoever sleeps holds nothing that it needs: Qt reaches this through a function of its own without a name.
-static bool isSleep(const PlaceWalk &walk, uintptr_t pc)
-{
-    const Function *function = functionAt(walk.map, pc);
-    return function && function->kind == ZELFunction::Sleep;
-}
-
-/// In normal context: own code may be left at a safe point unless it was called by code that is not to be left.
-ZELPlace zelPlaceHere(uintptr_t outer)
-{
-    PlaceWalk walk{};
-    walk.map = current.load();
-    walk.outer = outer;
-    run(&walk, nullptr, visitPlace);
-    if (walk.pinned)
-        return ZELPlace::Pinned;
-    const ZELModule *caller = zelModuleAt(walk.caller);
-    const bool torn = !walk.ended || walk.delicate || walk.passedSignal || !caller || caller->code == ZELCode::Runtime;
-    return torn && walk.map ? ZELPlace::Torn : ZELPlace::Safe;
-}
-
-ZELPlace zelPlaceOf(void *context, uintptr_t outer)
-{
-    const uintptr_t pc = zelInterruptedAt(context);
-    const ZELModule *module = zelModuleAt(pc);
-    PlaceWalk walk{};
-    walk.map = current.load();
-    if (!walk.map)
-        return ZELPlace::Torn;
-    walk.outer = outer;
-    walk.inRuntime = module && module->code == ZELCode::Runtime;
-    run(&walk, context, visitPlace);
-    if (walk.pinned)
-        return ZELPlace::Pinned;
-    if (!module || module->code == ZELCode::Own || !walk.ended || walk.delicate || walk.passedSignal)
-        return ZELPlace::Torn;
-    if (module->code == ZELCode::Host)
-        return ZELPlace::Safe;
-    return atSystemCall(pc) && (bearsJump(walk, walk.entry) || isSleep(walk, pc)) ? ZELPlace::Safe : ZELPlace::Torn;
-}
-
-bool zelInAllocator(void *context)
-{
-    AllocatorWalk walk{};
-    walk.map = current.load();
-    if (walk.map && context)
-        run(&walk, context, visitAllocator);
-    return walk.found;
-}
-
-int zelBacktrace(void *context, uintptr_t *addresses, int limit)
-{
-    TraceWalk walk{};
-    walk.addresses = addresses;
-    walk.limit = limit;
-    run(&walk, context, visitTrace);
-    return walk.count;
+    const char *slash = strrchr(path, '/');
+    return slash ? slash + 1 : path;
 }

@@ -33,6 +33,14 @@ enum class ZELFunction : unsigned char {
     Allocator,
 };
 
+/// One of these in memory.
+struct ZELFunctionRange
+{
+    uintptr_t start;
+    uintptr_t end;
+    ZELFunction kind;
+};
+
 /// The result of a walk up the interrupted stack.
 enum class ZELPlace {
     Safe,
@@ -45,6 +53,9 @@ void zelRefreshCodeMap();
 /// The module that holds the address, null when none does. Async-signal-safe.
 const ZELModule *zelModuleAt(uintptr_t address);
 size_t zelModuleCount();
+/// The function of a known kind that holds the address, null for all others. Async-signal-safe.
+const ZELFunctionRange *zelFunctionAt(uintptr_t address);
+const char *zelBaseName(const char *path);
 const ZELModule *zelModule(size_t index);
 
 /// Whether a jump from where the signal interrupted the thread to a frame whose opener's stack begins at `outer` tears
@@ -57,5 +68,6 @@ bool zelInAllocator(void *context);
 /// Addresses of the interrupted stack, innermost first: the instruction, then return addresses.
 int zelBacktrace(void *context, uintptr_t *addresses, int limit);
 uintptr_t zelInterruptedAt(void *context);
+uintptr_t zelInterruptedStack(void *context);
 
 #endif

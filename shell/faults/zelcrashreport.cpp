@@ -5,9 +5,9 @@
 #include "zelcatch.h"
 #include "zelcodemap_p.h"
 #include "zelguard_p.h"
+#include "zelreportout_p.h"
 #include "zelresolver_p.h"
 
-#include <QDateTime>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
@@ -17,7 +17,9 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <mutex>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <ucontext.h>
 #include <unistd.h>
@@ -26,110 +28,22 @@ namespace {
 
 constexpr int maxFrames = 200;
 constexpr long long timeForReport = 3000; // ms, all resolving together
+constexpr long long timeForTurn = 3000;
+constexpr int shortLines = 100; // a second
 constexpr char stars[] = "******************************************************";
 constexpr char title[] = "                Dump Application Stack                ";
 
 std::atomic<bool> errorDumpOn{true};
+std::atomic<int> reportMode{-1}; // as described, unless it was set
+std::atomic<int> reportRate{4};
 std::atomic<quint64> reportSignals{(quint64(1) << SIGSEGV) | (quint64(1) << SIGALRM)};
-std::atomic<long> utcOffset{0};
 char reportDirectory[PATH_MAX];
 std::atomic<bool> haveDirectory{false};
 
 std::atomic<int> reporter{0}; // kernel id of the thread that writes
 uintptr_t frames[maxFrames];
 int frameCount = 0;
-
-/// Gathers one piece of the report and writes it at once. A failed write ends the output, not the report.
-class Out
-{
-public:
-    explicit Out(int fd)
-        : m_fd(fd)
-    {
-    }
-    /// Into memory.
-    Out(char *to, size_t size)
-        : m_to(to)
-        , m_size(size)
-    {
-    }
-    ~Out() { flush(); }
-    Out &text(const char *s)
-    {
-        for (; *s; ++s)
-            add(*s);
-        return *this;
-    }
-    Out &number(unsigned long long n, unsigned base = 10, int digits = 1)
-    {
-        char reversed[24];
-        int length = 0;
-        for (; n || length < digits; n /= base)
-            reversed[length++] = "0123456789abcdef"[n % base];
-        while (length)
-            add(reversed[--length]);
-        return *this;
-    }
-    Out &end() { return text("\r\n"); }
-    void flush()
-    {
-        const char *from = m_buffer;
-        while (m_length > 0 && m_fd >= 0) {
-            const ssize_t written = write(m_fd, from, m_length);
-            if (written < 0 && errno == EINTR)
-                continue;
-            if (written <= 0)
-                m_fd = -1;
-            from += written;
-            m_length -= size_t(qMax<ssize_t>(written, 0));
-        }
-        m_length = 0;
-    }
-    bool good() const { return m_fd >= 0; }
-    size_t length() const { return m_length; }
-
-private:
-    void add(char c)
-    {
-        if (m_length == m_size)
-            flush();
-        m_to[m_length++] = c;
-    }
-    int m_fd = -1;
-    size_t m_length = 0;
-    char m_buffer[1024];
-    char *m_to = m_buffer;
-    size_t m_size = sizeof m_buffer;
-};
-
-/// Days since 1970 to a civil date, in the proleptic Gregorian calendar.
-void putDate(Out &out, long long seconds)
-{
-    const long long z = seconds / 86400 + 719468;
-    const long long era = z / 146097;
-    const auto dayOfEra = unsigned(z - era * 146097);
-    const unsigned yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const unsigned shifted = (5 * dayOfYear + 2) / 153;
-    const unsigned month = shifted < 10 ? shifted + 3 : shifted - 9;
-    out.number(unsigned(yearOfEra + unsigned(era) * 400 + (month <= 2))).text("-").number(month, 10, 2).text("-");
-    out.number(dayOfYear - (153 * shifted + 2) / 5 + 1, 10, 2);
-}
-
-long long localSeconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return now.tv_sec + utcOffset.load();
-}
-
-void putTime(Out &out)
-{
-    const long long now = localSeconds();
-    putDate(out, now);
-    out.text(" ").number(unsigned(now / 3600 % 24), 10, 2).text("-");
-    out.number(unsigned(now / 60 % 60), 10, 2).text("-").number(unsigned(now % 60), 10, 2);
-}
+int reportFile = -1; // open while the reporter writes
 
 int openFile()
 {
@@ -138,10 +52,25 @@ int openFile()
     static char path[PATH_MAX + 32];
     size_t length = strlen(strcpy(path, reportDirectory));
     length += size_t(stpcpy(path + length, "/error-") - (path + length));
-    Out date(path + length, 16);
-    putDate(date, localSeconds());
+    ZELReportOut date(path + length, 16);
+    zelPutDate(date, zelLocalSeconds());
     strcpy(path + length + date.length(), ".txt");
-    return open(path, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC, 0715);
+    const int mode = reportMode;
+    const int file
+        = open(path, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW, mode < 0 ? 0715 : mode);
+    if (file >= 0 && mode >= 0)
+        fchmod(file, mode_t(mode)); // of a file that was there before, too
+    return file;
+}
+
+/// Lets the next one write.
+void endReport()
+{
+    if (reportFile >= 0)
+        close(reportFile);
+    reportFile = -1;
+    reporter = 0;
+    syscall(SYS_futex, &reporter, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
 
 /// Whether a module of that file comes before: it has more than one executable mapping.
@@ -154,7 +83,7 @@ bool isRepeated(size_t index)
     return false;
 }
 
-void putLibraries(Out &out)
+void putLibraries(ZELReportOut &out)
 {
     out.text("LibInfo :").end().text("Name | Address Start | Address End | Length").end();
     for (size_t i = 0; i < zelModuleCount(); ++i) {
@@ -180,7 +109,7 @@ void lookUp(void *symbol)
         s->info = {};
 }
 
-void putSymbol(Out &out, uintptr_t address)
+void putSymbol(ZELReportOut &out, uintptr_t address)
 {
     Symbol symbol{address, {}};
     zelAttempt(lookUp, &symbol);
@@ -204,7 +133,7 @@ bool isOwn(const ZELModule *module)
     return module->code == ZELCode::Own || module->program || strncmp(slash ? slash + 1 : module->path, "zel", 3) == 0;
 }
 
-void putConsoleFrame(Out &out, int index)
+void putConsoleFrame(ZELReportOut &out, int index)
 {
     out.text("[").number(unsigned(index)).text("]").end().text("  Symbol:   ");
     putSymbol(out, frames[index]);
@@ -215,7 +144,7 @@ void putConsoleFrame(Out &out, int index)
     out.flush();
 }
 
-void putFileFrame(Out &out, int index)
+void putFileFrame(ZELReportOut &out, int index)
 {
     const ZELModule *module = zelModuleAt(frames[index]);
     const ZELPlaceName *name = zelResolved(frames[index]);
@@ -300,37 +229,71 @@ public:
     Turn()
     {
         const int self = int(syscall(SYS_gettid));
-        for (int i = 0; i < 3000; ++i) {
-            int free = 0;
-            if (reporter.compare_exchange_strong(free, self)) {
-                m_mine = true;
-                return;
-            }
-            if (free == self)
+        zelThreadFaults.reporting = true;
+        for (const long long end = zelMonotonicMs() + timeForTurn; !m_mine && zelMonotonicMs() < end;) {
+            int holder = 0;
+            m_mine = reporter.compare_exchange_strong(holder, self);
+            if (holder == self)
                 return; // a fault of the report itself
-            const timespec ms{0, 1000000};
-            nanosleep(&ms, nullptr);
+            if (!m_mine)
+                sleepWhile(holder);
         }
     }
     ~Turn()
     {
         if (m_mine)
-            reporter = 0;
+            endReport();
+        zelThreadFaults.reporting = false;
     }
     explicit operator bool() const { return m_mine; }
 
 private:
+    /// Not for long at once: the holder may be ended without a word.
+    static void sleepWhile(int holder)
+    {
+        const timespec atMost{0, 100000000};
+        syscall(SYS_futex, &reporter, FUTEX_WAIT_PRIVATE, holder, &atMost, nullptr, 0);
+    }
     bool m_mine = false;
 };
 
-void putBanner(Out &out, int sig)
+/// How many faults came in the present second. Faults by the thousand would keep everybody waiting for their reports.
+int countInSecond()
+{
+    static std::atomic<long long> second{0};
+    static std::atomic<int> count{0};
+    const long long now = zelMonotonicMs() / 1000;
+    if (second.exchange(now) != now)
+        count = 0;
+    return ++count;
+}
+
+/// In place of a report: one line, in one write, of which nobody has to wait for anybody.
+void putShort(int sig, int count, bool whole)
+{
+    zelThreadFaults.reporting = true;
+    char line[160];
+    ZELReportOut text(line, sizeof line);
+    text.text("Pelmora is in exiting process, sig ").number(unsigned(sig)).text(", no full report: fault ");
+    text.number(unsigned(count)).text(" of this second").end();
+    const int file = whole ? openFile() : -1;
+    for (const int fd : {int(STDERR_FILENO), file}) {
+        if (fd >= 0 && write(fd, line, text.length()) < 0)
+            continue; // nobody is left to tell
+    }
+    if (file >= 0)
+        close(file);
+    zelThreadFaults.reporting = false;
+}
+
+void putBanner(ZELReportOut &out, int sig)
 {
     out.text(stars).end().text(title).end().text(stars).end();
     out.text("Pelmora is in exiting process, sig ").number(unsigned(sig)).end();
     out.flush();
 }
 
-void putConsoleFrames(Out &out)
+void putConsoleFrames(ZELReportOut &out)
 {
     for (int i = 0; i < frameCount; ++i)
         putConsoleFrame(out, i);
@@ -339,13 +302,13 @@ void putConsoleFrames(Out &out)
 void writeReport(int sig, bool whole)
 {
     void *context = zelThreadFaults.context;
-    Out console(STDERR_FILENO);
+    ZELReportOut console(STDERR_FILENO);
     putBanner(console, sig);
-    const int fd = whole ? openFile() : -1;
-    Out file(fd);
+    reportFile = whole ? openFile() : -1;
+    ZELReportOut file(reportFile);
     if (file.good()) {
         file.end().end().text(stars).end().text(title).end().text("   time :");
-        putTime(file);
+        zelPutTime(file);
         file.end().text(stars).end();
         putLibraries(file);
         file.text("Stack :").end().flush();
@@ -359,16 +322,16 @@ void writeReport(int sig, bool whole)
     for (int i = 0; file.good() && i < frameCount; ++i)
         putFileFrame(file, i);
     file.flush();
-    if (fd >= 0)
-        close(fd);
 }
 
 } // namespace
 
 bool zelReportFaulted()
 {
-    int self = int(syscall(SYS_gettid));
-    return reporter.compare_exchange_strong(self, 0);
+    if (!zelThreadFaults.reporting || reporter != int(syscall(SYS_gettid)))
+        return false;
+    endReport();
+    return true;
 }
 
 /// Once for each library, however often the map is made anew.
@@ -392,7 +355,7 @@ void zelPrepareReport()
     zelRefreshCodeMap();
     logRepeated();
     zelFindResolver();
-    utcOffset = QDateTime::currentDateTime().offsetFromUtc();
+    zelNoteTimeZone();
 }
 
 bool zelReportHasResolver()
@@ -413,6 +376,16 @@ void zelSetReport(int sig, bool on)
         reportSignals |= quint64(1) << sig;
     else
         reportSignals &= ~(quint64(1) << sig);
+}
+
+void zelSetReportRate(int perSecond)
+{
+    reportRate = perSecond;
+}
+
+void zelSetReportMode(int mode)
+{
+    reportMode = mode;
 }
 
 void enable_error_dump()
@@ -441,14 +414,23 @@ void installErrorCatch(QString dir)
     haveDirectory = true;
 }
 
+static void report(int sig, bool whole)
+{
+    const int rate = reportRate, count = rate > 0 ? countInSecond() : 0;
+    if (count > rate + shortLines)
+        return;
+    if (count > rate)
+        return putShort(sig, count, whole);
+    if (Turn turn{})
+        writeReport(sig, whole);
+}
+
 void sigHandler(int sig)
 {
-    if (Turn turn{})
-        writeReport(sig, false);
+    report(sig, false);
 }
 
 void errorDump(int sig)
 {
-    if (Turn turn{})
-        writeReport(sig, true);
+    report(sig, true);
 }

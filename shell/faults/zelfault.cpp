@@ -122,6 +122,16 @@ void ZELFault::setReport(int signal, bool on)
     zelSetReport(signal, on);
 }
 
+void ZELFault::setReportRate(int perSecond)
+{
+    zelSetReportRate(perSecond);
+}
+
+void ZELFault::setReportMode(int mode)
+{
+    zelSetReportMode(mode);
+}
+
 void ZELFault::setGraceTime(int ms)
 {
     zelGraceTime = ms;

@@ -65,6 +65,12 @@ public:
 
     /// Whether a signal writes a crash report: at start SIGSEGV and SIGALRM (time-outs) do.
     static void setReport(int signal, bool on);
+    /// How many full reports a second are written, 0 for all; 4 at start. The others are one line each, so that nobody
+    /// waits when commands fault by the thousand.
+    static void setReportRate(int perSecond);
+    /// Permissions of the report files, for new and present ones: 0600 keeps what a stack shows to the owner. At start,
+    /// and with a negative mode, new files get 0715.
+    static void setReportMode(int mode);
     /// How long a kill or time-out looks for a safe place before it is forced; 3000 ms at start.
     static void setGraceTime(int ms);
     /// Asks for the restart (ReStartApplication()) after `faults` faults, 0 for never, or after a suspicious one.

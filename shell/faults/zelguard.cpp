@@ -6,9 +6,9 @@
 
 #include <QDebug>
 #include <QThread>
+#include <cstdlib>
 #include <cxxabi.h>
 #include <exception>
-#include <sys/mman.h>
 #include <unistd.h>
 
 // Jumps start in the handlers (zelsignals.cpp), in zelRaise() and in zelTakePending(), and all of them come back in
@@ -20,63 +20,6 @@ static Except_frame theRegistry;
 Except_frame *except_stack = &theRegistry;
 
 namespace {
-
-bool useSignalStack(void *memory, size_t size)
-{
-    stack_t present{};
-    if (sigaltstack(nullptr, &present) != 0 || !(present.ss_flags & SS_DISABLE))
-        return false; // the host's own stays
-    stack_t stack{};
-    stack.ss_sp = memory;
-    stack.ss_size = size;
-    return sigaltstack(&stack, nullptr) == 0;
-}
-
-void dropSignalStack()
-{
-    stack_t stack{};
-    stack.ss_flags = SS_DISABLE;
-    sigaltstack(&stack, nullptr);
-}
-
-/// Registration and signal stack of a thread that is not one of the library's own, until the thread ends.
-struct ForeignThread
-{
-    ForeignThread()
-    {
-        zelSetRegistered(true);
-        m_memory = mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-        if (m_memory != MAP_FAILED) {
-            mprotect(m_memory, 4096, PROT_NONE);
-            m_used = useSignalStack(static_cast<char *>(m_memory) + 4096, m_size - 4096);
-        }
-    }
-    ~ForeignThread()
-    {
-        zelSetRegistered(false);
-        zelThreadFaults.ended = true;
-        if (m_used)
-            dropSignalStack();
-        if (m_memory != MAP_FAILED)
-            munmap(m_memory, m_size);
-    }
-    void use() { }
-
-private:
-    static constexpr size_t m_size = ZELThreadFaultScope::StackSize + 4096;
-    void *m_memory = nullptr;
-    bool m_used = false;
-};
-
-void ensureRegistered()
-{
-    if (zelThreadFaults.registered || zelThreadFaults.ended)
-        return;
-    static thread_local ForeignThread thread;
-    thread.use();
-    if (!zelThreadFaults.registered)
-        zelSetRegistered(true); // once a library thread, now opening a frame after its body
-}
 
 /// The head of the C++ runtime's per-thread exception state, as the Itanium ABI lays it out.
 struct ExceptionState
@@ -97,6 +40,13 @@ void popExceptionState(const ExceptionHelp::Link &link)
     while (state->caught && state->caught != link.caughtExceptions)
         abi::__cxa_end_catch();
     state->uncaught = link.uncaughtExceptions;
+}
+
+/// In a copy of the process that has opened the frame nobody is there to catch what is raised.
+void endForkedChild(const ExceptionHelp *frame)
+{
+    if (frame->link.process != getpid())
+        std::abort();
 }
 
 void stopTimer(ExceptionHelp *frame)
@@ -157,6 +107,7 @@ void recover()
     self.signalInfo = nullptr;
     self.attempt = nullptr;
     self.stop = nullptr;
+    self.reporting = false;
     self.loops = target->link.loops;
     self.loopFrame = target->link.loopFrame;
     if (!self.loops)
@@ -173,6 +124,7 @@ void recover()
     target->Config();
     target->caught = true;
     zelCountJump(target);
+    zelGiveBackStack();
     self.target = nullptr;
     self.jumped = false;
     self.recovered = true;
@@ -180,8 +132,15 @@ void recover()
     zelSafePoint();
 }
 
+const sigset_t *savedMask(const ExceptionHelp *frame)
+{
+    return &reinterpret_cast<const sigset_t &>(frame->env->__saved_mask);
+}
+
 void arm(ExceptionHelp *frame)
 {
+    if (!frame->env->__mask_was_saved || !sigisemptyset(savedMask(frame)))
+        zelOpenSignals();
     frame->link.armed = true;
     std::atomic_signal_fence(std::memory_order_seq_cst);
     zelThreadFaults.critical = frame->link.critical - frame->link.held;
@@ -205,11 +164,23 @@ void armWithLimit(ExceptionHelp *frame)
 
 void caughtByGuard(ExceptionHelp *frame, Exception *e, const char *note)
 {
+    endForkedChild(frame);
     frame->state = SIGABRT;
     frame->exception = e;
     frame->link.note = QString::fromUtf8(note);
     zelThreadFaults.target = frame;
     recover();
+}
+
+/// The thread is being cancelled, or has called pthread_exit(): its frames end without having been left by a jump.
+void dropForUnwinding(ExceptionHelp *frame)
+{
+    ZELCriticalSection section;
+    dropInnerFrames(frame);
+    disarm(frame);
+    unlinkInnermost();
+    if (frame->abandoned)
+        runAbandoned(frame);
 }
 
 /// Apart from zelGuardCall(), so that nothing of it is read after a jump.
@@ -219,11 +190,8 @@ void caughtByGuard(ExceptionHelp *frame, Exception *e, const char *note)
         installUnixSignal();
         armWithLimit(frame);
         call(argument);
-    } catch (abi::__forced_unwind &) { // the thread is being cancelled: that goes on
-        ZELCriticalSection section;
-        dropInnerFrames(frame);
-        disarm(frame);
-        unlinkInnermost();
+    } catch (abi::__forced_unwind &) {
+        dropForUnwinding(frame);
         throw;
     } catch (Exception *e) {
         caughtByGuard(frame, e, nullptr);
@@ -247,6 +215,7 @@ int zelGuardCall(ExceptionHelp *frame, void (*call)(void *), void *argument)
         recover();
     zelThreadFaults.critical = frame->link.critical; // the opener's code goes on as it began
     ZELCriticalSection section;
+    zelOpenSignals(savedMask(frame)); // which the code may have left blocked
     except_stack->CleanUp();
     except_stack->Pop();
     return frame->caught ? frame->state : 0;
@@ -257,7 +226,7 @@ ExceptionHelp *Except_frame::Push(ExceptionHelp *frame)
     ZELThreadFaults &self = zelThreadFaults;
     ZELCriticalSection section;
     frame->link.stack = reinterpret_cast<quintptr>(__builtin_frame_address(0));
-    ensureRegistered();
+    zelEnsureRegistered();
     // Before the first frame of all can be found by a kill, whose signal would end the process otherwise.
     static const bool handled = (installUnixSignal(), true);
     Q_UNUSED(handled)
@@ -270,6 +239,7 @@ ExceptionHelp *Except_frame::Push(ExceptionHelp *frame)
     frame->link.loops = self.loops;
     frame->link.loopFrame = self.loopFrame;
     frame->link.outer = self.innermost;
+    frame->link.process = getpid();
     self.innermost = frame;
     return frame;
 }
@@ -347,9 +317,10 @@ void Except_frame::CleanUp()
 ExceptionHelp *zelArmedFrame()
 {
     ExceptionHelp *frame = zelThreadFaults.innermost;
+    const pid_t process = frame ? frame->link.process : 0;
     while (frame && !frame->link.armed)
         frame = frame->link.outer;
-    return frame;
+    return frame && frame->link.process == process ? frame : nullptr;
 }
 
 template <class Wanted>
@@ -359,7 +330,7 @@ static ExceptionHelp *outermostInLoop(Wanted wanted)
     const ExceptionHelp *end = self.loops ? self.loopFrame : nullptr;
     ExceptionHelp *target = nullptr;
     for (ExceptionHelp *frame = self.innermost; frame && frame != end; frame = frame->link.outer) {
-        if (frame->link.armed && wanted(frame->link))
+        if (frame->link.armed && frame->link.process == self.innermost->link.process && wanted(frame->link))
             target = frame;
     }
     return target;
@@ -391,6 +362,7 @@ void zelJump(ExceptionHelp *frame, int state)
 {
     ZELThreadFaults &self = zelThreadFaults;
     self.critical = self.critical + 1;
+    self.deepest = self.context ? zelInterruptedStack(self.context) : quintptr(__builtin_frame_address(0));
     frame->state = state;
     self.target = frame;
     self.jumped = true;
@@ -402,6 +374,7 @@ void zelRaise(Exception *e, int state)
     ExceptionHelp *frame = zelArmedFrame();
     if (!frame)
         throw e;
+    endForkedChild(frame);
     zelThreadFaults.critical = zelThreadFaults.critical + 1;
     delete frame->exception;
     frame->exception = e;
@@ -434,17 +407,4 @@ ZELLoopScope::~ZELLoopScope()
 bool ZELLoopScope::killed() const
 {
     return zelThreadFaults.kill.load() != 0;
-}
-
-ZELThreadFaultScope::ZELThreadFaultScope(void *memory, size_t size)
-    : m_ownStack(useSignalStack(memory, size))
-{
-    zelSetRegistered(true);
-}
-
-ZELThreadFaultScope::~ZELThreadFaultScope()
-{
-    zelSetRegistered(false);
-    if (m_ownStack)
-        dropSignalStack();
 }

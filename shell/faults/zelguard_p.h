@@ -45,6 +45,10 @@ struct ZELThreadFaults
     bool hasFrames; ///< guarded by the registry
     bool registered;
     bool ended; ///< the thread's storage is being destroyed
+    bool reporting; ///< a report is being written, whose failing writes are no faults
+    quintptr stackLow; ///< the thread's own stack, 0 where it is not known
+    quintptr stackHigh;
+    quintptr deepest; ///< how far down it was used by what is left in the jump under way; 0 where that is not known
     bool jumped;
     bool recovered;
 };
@@ -153,6 +157,10 @@ private:
 /// Whether a signal writes a crash report; at start SIGSEGV and SIGALRM do.
 bool zelReportWanted(int sig);
 void zelSetReport(int sig, bool on);
+/// At most so many full reports a second, the others are a line; 0 for no such limit.
+void zelSetReportRate(int perSecond);
+/// Of the files, also of those that are there; negative for the described one, of new files.
+void zelSetReportMode(int mode);
 /// True when the calling thread was writing a report, which a fault has ended: it gets no report of its own.
 bool zelReportFaulted();
 /// Runs step(argument) in a handler; false when it faulted. Such a fault goes no further.
@@ -194,6 +202,8 @@ ZELInterruptTarget zelInterruptTarget();
 
 /// Makes this thread known for kills from others, and unknown again.
 void zelSetRegistered(bool registered);
+/// The same for a thread that is not one of the library's own, with a signal stack, until it ends; once.
+void zelEnsureRegistered();
 /// Whether this thread has frames. Without any, from here on no kill is sent to it; one that is on its way is let in
 /// before that.
 void zelSetHasFrames(bool has);

@@ -2,8 +2,7 @@
 #include "zelcodemap_p.h"
 #include "zelfault.h"
 #include "zelguard_p.h"
-#include "zelresolver_p.h"
-#include "zelsemaphore_p.h"
+#include "zelreportout_p.h"
 #include "zelsignals_p.h"
 
 #include <QCoreApplication>
@@ -16,14 +15,8 @@
 
 // Handlers touch the thread's own plain data, the frames it leads to, and nothing else: no lock, no allocation.
 
-#ifdef __SANITIZE_THREAD__
-static constexpr bool signalsComeLate = true; // when the stack is another one than their context says
-#else
-static constexpr bool signalsComeLate = false;
-#endif
-
 void (*volatile zelProcessEnding)() = nullptr;
-std::atomic<int> zelGraceTime{3000};
+static volatile pid_t handlingProcess = 0; // that has installed the handlers
 
 namespace {
 
@@ -54,10 +47,19 @@ private:
     siginfo_t *m_outerInfo;
 };
 
+/// A forked child is a copy of everything, frames and terminals included, none of which is its own.
+bool isForkedChild()
+{
+    const ExceptionHelp *frame = zelThreadFaults.innermost;
+    const pid_t self = getpid();
+    return self != handlingProcess || (frame && frame->link.process != self);
+}
+
 /// Nobody on this thread can take the fault: the process ends by it once the handler has returned.
 void endProcess(int sig, const siginfo_t *info)
 {
-    if (auto ending = zelProcessEnding)
+    auto ending = zelProcessEnding;
+    if (ending && getpid() == handlingProcess)
         ending();
     struct sigaction action
     {
@@ -68,93 +70,15 @@ void endProcess(int sig, const siginfo_t *info)
         syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), sig); // returning does not repeat a signal that was sent
 }
 
-/// The raw calls, since the wrappers may allocate. The signal is the kill's: a doorbell, the flags say what for.
-bool makeRetryTimer()
-{
-    ZELThreadFaults &self = zelThreadFaults;
-    sigevent event{};
-    event.sigev_notify = SIGEV_THREAD_ID;
-    event.sigev_signo = SIGQUIT;
-    event._sigev_un._tid = pid_t(syscall(SYS_gettid));
-    self.hasRetryTimer
-        = self.hasRetryTimer || syscall(SYS_timer_create, CLOCK_MONOTONIC, &event, &self.retryTimer) == 0;
-    return self.hasRetryTimer;
-}
-
-/// Random, so that the attempts do not run in step with what the thread repeats.
-void tryAgainSoon(bool graceOver)
-{
-    ZELThreadFaults &self = zelThreadFaults;
-    // Safe points one after the other must not put the timer off each time: it meets the thread elsewhere.
-    if ((!self.context && self.retrying) || !makeRetryTimer())
-        return; // critical sections and safe points are left
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    ++self.tries;
-    long wait = 10000 + long((unsigned(now.tv_nsec) * 2654435761u >> 16) % 60000);
-    if (self.tries > 2000)
-        wait = 1000000;
-    if (graceOver)
-        wait = 20000000;
-    itimerspec when{};
-    when.it_value.tv_nsec = wait;
-    self.retrying = true;
-    syscall(SYS_timer_settime, self.retryTimer, 0, &when, nullptr);
-}
-
-struct PlaceQuestion
-{
-    void *context;
-    uintptr_t outer;
-    ZELPlace place;
-};
-
-void askPlace(void *question)
-{
-    auto *q = static_cast<PlaceQuestion *>(question);
-    q->place = q->context ? zelPlaceOf(q->context, q->outer) : zelPlaceHere(q->outer);
-}
-
-/// What stands against a jump now; waits for a better moment when something does.
-[[maybe_unused]] bool mayLeave(const ExceptionHelp *target)
-{
-    ZELThreadFaults &self = zelThreadFaults;
-    const long long now = zelMonotonicMs();
-    if (!self.waitingSince) {
-        self.waitingSince = now;
-        self.tries = 0;
-    }
-    const bool graceOver = now - self.waitingSince > zelGraceTime.load(std::memory_order_relaxed);
-    PlaceQuestion question{self.context, target->link.stack, ZELPlace::Torn};
-    zelAttempt(askPlace, &question);
-    self.forced = question.place == ZELPlace::Torn;
-    if (question.place == ZELPlace::Safe || (self.forced && graceOver))
-        return true;
-    if (!self.tries)
-        ++zelFaultCounts.deferred;
-    self.forced = false;
-    self.refusedAt = self.context ? self.refusedAt : now;
-    tryAgainSoon(graceOver);
-    return false;
-}
-
-/// Out of the system call of zelInterruptibly(), if it is that which the signal interrupted.
-void leaveCall()
-{
-    ZELThreadFaults &self = zelThreadFaults;
-    PlaceQuestion question{self.context, self.stopStack, ZELPlace::Torn};
-    if (!signalsComeLate)
-        zelAttempt(askPlace, &question);
-    if (signalsComeLate || question.place == ZELPlace::Safe)
-        siglongjmp(*self.stop, 1);
-    tryAgainSoon(false);
-}
-
 void onFault(int sig, siginfo_t *info, void *context)
 {
+    if (sig == SIGXFSZ && zelThreadFaults.reporting)
+        return; // the write fails, and the report goes on without its file
     if (zelThreadFaults.attempt)
         siglongjmp(*zelThreadFaults.attempt, 1);
     Interruption interruption(info, context);
+    if (isForkedChild())
+        return endProcess(sig, info);
     if (!zelReportFaulted())
         recvErrSignal(sig);
     else if (ExceptionHelp *frame = zelArmedFrame())
@@ -165,7 +89,8 @@ void onFault(int sig, siginfo_t *info, void *context)
 void onAbort(int sig, siginfo_t *info, void *context)
 {
     Interruption interruption(info, context);
-    recvAboutignal(sig);
+    if (!isForkedChild())
+        recvAboutignal(sig);
     endProcess(sig, info);
 }
 
@@ -193,6 +118,8 @@ bool takeInterrupt()
 void onKill(int sig, siginfo_t *info, void *context)
 {
     Interruption interruption(info, context);
+    if (isForkedChild())
+        return endProcess(sig, info);
     if (info->si_code == SI_TIMER)
         zelThreadFaults.retrying = false;
     const bool interrupted = takeInterrupt();
@@ -206,6 +133,8 @@ void onKill(int sig, siginfo_t *info, void *context)
 void onTimeOut(int sig, siginfo_t *info, void *context)
 {
     Interruption interruption(info, context);
+    if (isForkedChild())
+        return endProcess(sig, info);
     recvTimeOutSignal(sig);
 }
 
@@ -229,14 +158,19 @@ void rethrowOnTerminate()
     std::abort();
 }
 
-/// Which frame the timer that interrupted the thread belongs to; other senders mean the innermost one.
-ExceptionHelp *timedOutFrame()
+/// What the timers of frames send beside the generation: others have no frame that they belong to.
+constexpr quint64 frameTimer = 0x5a454c46;
+
+bool isOfFrameTimer(const siginfo_t *info)
 {
-    const siginfo_t *info = zelThreadFaults.signalInfo;
-    if (!info || info->si_code != SI_TIMER)
-        return zelArmedFrame();
+    return info && info->si_code == SI_TIMER && quint64(quintptr(info->si_value.sival_ptr)) >> 32 == frameTimer;
+}
+
+/// Which frame the timer that interrupted the thread belongs to, null when that is gone.
+ExceptionHelp *timedOutFrame(const siginfo_t *info)
+{
     for (ExceptionHelp *frame = zelThreadFaults.innermost; frame; frame = frame->link.outer) {
-        if (frame->timerArmed && frame->link.generation == unsigned(info->si_value.sival_int))
+        if (frame->timerArmed && frame->link.generation == unsigned(quintptr(info->si_value.sival_ptr)))
             return frame;
     }
     return nullptr;
@@ -299,61 +233,6 @@ void writeJobLine(const char *before, const char *after)
 
 } // namespace
 
-void zelTakeWhereSafe()
-{
-    ZELThreadFaults &self = zelThreadFaults;
-    const bool kill = self.kill.load() && zelKillTarget();
-    ExceptionHelp *target = kill ? zelKillTarget() : zelLimitTarget();
-    if (self.critical && target && self.stop)
-        leaveCall();
-    if (self.critical && target && self.wakeUp)
-        self.wakeUp->post();
-    if (self.critical || !target)
-        return; // the end of the section, or of the event loop, takes it
-    if (signalsComeLate || mayLeave(target))
-        zelJump(target, kill ? SIGQUIT : target->link.interrupted ? SIGINT : SIGALRM);
-}
-
-bool zelStopWanted()
-{
-    const ZELThreadFaults &self = zelThreadFaults;
-    return (self.kill.load() && zelKillTarget()) || (self.attention && zelLimitTarget());
-}
-
-[[gnu::noinline]] bool zelInterruptibly(void (*call)(void *), void *argument)
-{
-    ZELThreadFaults &self = zelThreadFaults;
-    sigjmp_buf here;
-    const bool first = sigsetjmp(here, 1) == 0;
-    if (first) {
-        self.stopStack = reinterpret_cast<quintptr>(__builtin_frame_address(0));
-        self.stop = &here;
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        if (!zelStopWanted())
-            call(argument);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-    } else {
-        self.context = nullptr;
-        self.signalInfo = nullptr;
-        pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr); // a blocking call that was left has changed it
-    }
-    self.stop = nullptr;
-    return first && !zelStopWanted();
-}
-
-bool zelWaitInterruptibly(ZELSemaphore &semaphore)
-{
-    ZELThreadFaults &self = zelThreadFaults;
-    self.wakeUp = &semaphore;
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    const bool wait = !zelStopWanted();
-    if (wait)
-        semaphore.wait();
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    self.wakeUp = nullptr;
-    return wait;
-}
-
 static bool prepareOnce()
 {
     ZELCriticalSection section;
@@ -364,30 +243,29 @@ static bool prepareOnce()
     return true;
 }
 
-bool zelAttempt(void (*step)(void *), void *argument)
+static const int faultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGXCPU, SIGXFSZ};
+
+void zelOpenSignals(const sigset_t *keep)
 {
-#ifdef __SANITIZE_THREAD__
-    step(argument); // a sigsetjmp on the signal stack makes the sanitizer forget those of the thread's own
-    return true;
-#else
-    sigjmp_buf *const outer = zelThreadFaults.attempt;
-    sigjmp_buf here;
-    const bool first = sigsetjmp(here, 1) == 0;
-    if (first) {
-        zelThreadFaults.attempt = &here;
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        step(argument);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGABRT);
+    for (int sig : faultSignals)
+        sigaddset(&signals, sig);
+    for (int sig : {SIGQUIT, SIGALRM}) {
+        if (keep && !sigismember(keep, sig))
+            sigaddset(&signals, sig);
     }
-    zelThreadFaults.attempt = outer;
-    return first;
-#endif
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 void installUnixSignal()
 {
     static const bool prepared = prepareOnce();
     Q_UNUSED(prepared)
-    for (int sig : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGXCPU, SIGXFSZ})
+    zelNoteTimeZone();
+    handlingProcess = getpid();
+    for (int sig : faultSignals)
         install(sig, onFault);
     install(SIGQUIT, onKill);
     install(SIGABRT, onAbort);
@@ -400,7 +278,8 @@ bool zelCreateTimer(timer_t *timer, int ms, unsigned generation)
     sigevent event{};
     event.sigev_notify = SIGEV_THREAD_ID;
     event.sigev_signo = SIGALRM;
-    event.sigev_value.sival_int = int(generation);
+    if (generation)
+        event.sigev_value.sival_ptr = reinterpret_cast<void *>(quintptr(frameTimer << 32 | generation));
     event._sigev_un._tid = pid_t(syscall(SYS_gettid));
     if (timer_create(CLOCK_REALTIME, &event, timer) != 0)
         return false;
@@ -411,23 +290,12 @@ bool zelCreateTimer(timer_t *timer, int ms, unsigned generation)
     return timer_settime(*timer, 0, &when, nullptr) == 0;
 }
 
-void zelStopRetrying()
-{
-    ZELThreadFaults &self = zelThreadFaults;
-    self.waitingSince = 0;
-    self.refusedAt = 0;
-    self.retrying = false;
-    if (self.hasRetryTimer)
-        syscall(SYS_timer_delete, self.retryTimer);
-    self.hasRetryTimer = false;
-}
-
 void installTimer(timer_t &timer, int ms)
 {
     installUnixSignal();
     ExceptionHelp *frame = zelThreadFaults.innermost;
-    unsigned generation = ++zelThreadFaults.generation;
     const bool ofFrame = frame && &frame->timer == &timer;
+    const unsigned generation = ofFrame ? ++zelThreadFaults.generation : 0;
     if (ofFrame) {
         frame->link.generation = generation;
         frame->timerArmed = true; // before the timer runs: its signal may come at once
@@ -471,11 +339,15 @@ void recvThKillSignal(int)
 
 void recvTimeOutSignal(int sig)
 {
-    ExceptionHelp *frame = timedOutFrame();
-    if (!frame)
+    const siginfo_t *info = zelThreadFaults.signalInfo;
+    const bool ofFrame = isOfFrameTimer(info);
+    ExceptionHelp *frame = ofFrame ? timedOutFrame(info) : zelArmedFrame();
+    if (ofFrame && !frame)
         return; // a late signal of a frame that is gone
-    if (!frame->link.expired && zelReportWanted(sig))
+    if ((!frame || !frame->link.expired) && zelReportWanted(sig))
         errorDump(sig);
+    if (!frame)
+        return;
     frame->link.expired = true;
     zelThreadFaults.attention = 1;
     zelTakeWhereSafe();

@@ -18,7 +18,15 @@ void zelTakeWhereSafe();
 /// Ends the repeated attempts of the calling thread. Async-signal-safe.
 void zelStopRetrying();
 
-/// A timer that sends SIGALRM with `generation` to the calling thread; false when the system has none left.
+/// Opens the signals of faults, which would end the process where they are blocked, and with `keep` those of kills and
+/// time limits that are not in there.
+void zelOpenSignals(const sigset_t *keep = nullptr);
+
+/// The pages of the stack that only abandoned code has used: an overflow would keep 8 MB until the thread ends.
+void zelGiveBackStack();
+
+/// A timer that sends SIGALRM to the calling thread, for the frame of that generation, or with 0 for none; false when
+/// the system has none left.
 bool zelCreateTimer(timer_t *timer, int ms, unsigned generation);
 
 /// For the lines of recvPauseSignal() and recvResumeSignal(), which handlers write.
