@@ -4,10 +4,13 @@
 #include "zelcatch.h"
 #include "zelthread.h"
 
+#include <QAbstractEventDispatcher>
 #include <QSemaphore>
 #include <QTimer>
 #include <QtTest>
+#include <cstring>
 #include <thread>
+#include <typeinfo>
 
 static void expectKillLine()
 {
@@ -178,6 +181,26 @@ private Q_SLOTS:
         bool third = false;
         thread.Invoke([&] { third = true; }); // into a thread that is over: returns, does not run
         QVERIFY(!third);
+    }
+
+    void startedAgain()
+    {
+        ZELThread thread;
+        std::atomic<int> ran{0};
+        int foreign = 0;
+        for (int i = 0; i < 200; ++i) {
+            thread.start();
+            thread.Invoke([&] {
+                ++ran;
+                foreign += !strstr(typeid(*thread.eventDispatcher()).name(), "ZELEventDispatcher");
+            });
+            thread.quit();
+            QVERIFY(hasEnded(&thread));
+            thread.BeginInvoke([&] { ran = 1000; }); // it is over: lost, also after the next start
+            QCOMPARE(thread.Kill(), ESRCH);
+        }
+        QCOMPARE(ran.load(), 200);
+        QCOMPARE(foreign, 0);
     }
 
     void invokeIntoEndingThread()

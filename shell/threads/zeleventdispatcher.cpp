@@ -3,6 +3,7 @@
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
+#include <QThread>
 
 #include <algorithm>
 #include <cerrno>
@@ -36,8 +37,8 @@ short eventsOf(const QSocketNotifier *notifier)
 
 } // namespace
 
-ZELEventDispatcher::ZELEventDispatcher(QObject *parent)
-    : QAbstractEventDispatcher(parent)
+ZELEventDispatcher::ZELEventDispatcher(QThread *restarted)
+    : m_restarted(restarted)
 {
 }
 
@@ -270,3 +271,10 @@ void ZELEventDispatcher::interrupt()
 }
 
 void ZELEventDispatcher::flush() { }
+
+/// Called where the thread has let go of this one already, and does not count as ended yet.
+void ZELEventDispatcher::closingDown()
+{
+    if (m_restarted)
+        m_restarted->setEventDispatcher(new ZELEventDispatcher(m_restarted));
+}

@@ -25,7 +25,8 @@
 class ZELEventDispatcher : public QAbstractEventDispatcher
 {
 public:
-    explicit ZELEventDispatcher(QObject *parent = nullptr);
+    /// Deleted by a thread that ends, as Qt does, it leaves a new one to `restarted`, for its next start.
+    explicit ZELEventDispatcher(QThread *restarted = nullptr);
     ~ZELEventDispatcher() override;
 
     /// Takes the descriptor now, from whatever thread, before the dispatcher's own runs. False when there is none left.
@@ -47,6 +48,7 @@ public:
     void wakeUp() override;
     void interrupt() override;
     void flush() override;
+    void closingDown() override;
 
 private:
     struct Timer
@@ -72,6 +74,7 @@ private:
     void insertTimer(const Timer &timer);
     std::vector<Timer>::iterator findTimer(int timerId);
 
+    QThread *const m_restarted;
     QVector<QSocketNotifier *> m_notifiers;
     QVector<QSocketNotifier *> m_ready; ///< have something to tell; shrinks when one of them is unregistered meanwhile
     QVector<pollfd> m_poll; ///< the eventfd, then one for each notifier

@@ -10,6 +10,7 @@
 #include <QEvent>
 #include <QEventLoop>
 #include <QMetaType>
+#include <cxxabi.h>
 
 ZELThreadInfo::~ZELThreadInfo() = default;
 
@@ -19,7 +20,8 @@ ZELThread::ZELThread(QObject *parent)
     , d(new ZELThreadPrivate)
 {
     qRegisterMetaType<std::function<void()>>("std::function<void ()>");
-    setEventDispatcher(new ZELEventDispatcher); // Qt's own would take descriptors, and GLib's bears no jump
+    setEventDispatcher(new ZELEventDispatcher(this)); // Qt's own would take descriptors, and GLib's bears no jump
+    connect(this, &QThread::finished, this, &ZELThread::end, Qt::DirectConnection);
     ZEL_TSAN_RELEASE(this);
 }
 
@@ -30,10 +32,10 @@ ZELThread::~ZELThread()
         while (!wait(3000))
             Kill();
     }
+    wait(); // for the last steps of one that counts as finished
     ZEL_TSAN_ACQUIRE(this);
     dropPosted();
-    if (!isFinished())
-        delete eventDispatcher(); // never started: Qt deletes those of threads that ran
+    delete eventDispatcher(); // Qt deletes those of threads that run, and each leaves one for the next start
 }
 
 ZELThread *ZELThread::run(std::function<void(ZELThreadInfo *)> callback, QVariant data, bool autoDelete)
@@ -106,9 +108,9 @@ bool ZELThread::IsBusy()
 
 int ZELThread::Kill()
 {
-    if (Qt::HANDLE id = isRunning() ? m_threadId.load() : nullptr)
-        return except_stack->Kill(id);
-    return ESRCH;
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(d->mutex); // started again it has another id a little later
+    return d->begun ? except_stack->Kill(m_threadId) : ESRCH;
 }
 
 void ZELThread::run()
@@ -119,7 +121,21 @@ void ZELThread::run()
     pthread_detach(pthread_self());
     m_threadId = QThread::currentThreadId();
     begin();
-    guardedBody();
+    try {
+        guardedBody();
+    } catch (abi::__forced_unwind &) { // cancelled, or ended by pthread_exit()
+        unwound();
+        throw;
+    }
+    dropPosted();
+    ZEL_TSAN_RELEASE(this);
+}
+
+void ZELThread::unwound()
+{
+    m_busy = false;
+    Q_EMIT completed();
+    Q_EMIT sigCompleted(getLabel());
     dropPosted();
     ZEL_TSAN_RELEASE(this);
 }
@@ -129,6 +145,16 @@ void ZELThread::begin()
     ZELCriticalSection section;
     std::lock_guard<std::mutex> lock(d->mutex);
     d->ended = false;
+    d->begun = true;
+}
+
+/// The last that the thread does by itself: from here on it runs again only when it was started again.
+void ZELThread::end()
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(d->mutex);
+    d->begun = false;
+    ZEL_TSAN_RELEASE(this);
 }
 
 void ZELThread::guardedBody()
@@ -203,7 +229,7 @@ std::shared_ptr<ZELCall> ZELThread::post(const std::function<void()> &task)
     ZELCriticalSection section;
     auto call = std::make_shared<ZELCall>();
     std::lock_guard<std::mutex> lock(d->mutex); // dropPosted() comes either before all of this or after it
-    if (d->ended) {
+    if (isOver()) {
         call->finish();
         return call;
     }
@@ -256,7 +282,13 @@ bool ZELThread::isOccupied()
 bool ZELThread::takesTasks()
 {
     std::lock_guard<std::mutex> lock(d->mutex);
-    return !isOccupied() && !d->ended;
+    return !isOccupied() && !isOver();
+}
+
+/// Not when it was started again: then tasks wait for the loop, as before the first start.
+bool ZELThread::isOver()
+{
+    return d->ended && (d->begun || !isRunning());
 }
 
 void ZELThread::Invoke(std::function<void()> task)

@@ -84,6 +84,8 @@ private:
     friend class ZELSync;
     friend class ZELThreadPool;
     void begin();
+    void end();
+    void unwound();
     void guardedBody();
     void body();
     void runTask(const std::function<void()> &task);
@@ -93,6 +95,7 @@ private:
     void dropPosted();
     bool isOccupied();
     bool takesTasks();
+    bool isOver();
 
     std::function<void(ZELThreadInfo *)> m_callback;
     std::atomic<Qt::HANDLE> m_threadId{nullptr};

@@ -47,9 +47,10 @@ private:
 class ZELThreadPrivate
 {
 public:
-    std::mutex mutex; ///< guards label, posted, ended
+    std::mutex mutex; ///< guards label, posted, ended, begun
     QHash<ZELSync *, std::shared_ptr<ZELCall>> posted; ///< tasks on their way
-    bool ended = false;
+    bool ended = false; ///< nothing posted would run
+    bool begun = false; ///< from the beginning of a run to its very end
     Exception *failure = nullptr; ///< of a task, until the body reports it; touched by the thread alone
     bool inLoop = false; ///< still set after a fault has jumped out of the event loop
 };
