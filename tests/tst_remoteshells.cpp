@@ -119,6 +119,29 @@ private Q_SLOTS:
         QVERIFY(host.isDeserted());
     }
 
+    /// By pthread_exit(), on the session's own thread and on one of the pool.
+    void commandThatEndsItsThread()
+    {
+        QVERIFY(host.isDeserted());
+        QByteArray state, other, background;
+        bool ended = false;
+        QVERIFY(host.run([&] {
+            Client leaver, stayer;
+            leaver.ask("fault/leave#1");
+            state = leaver.next().state;
+            ended = leaver.atEnd();
+            stayer.send("fault/leave#2" + tag.trimmed().prepend(' ') + " &\n");
+            background = stayer.answer().state;
+            stayer.ask("text/ping");
+            other = stayer.answer().value;
+        }));
+        QCOMPARE(state, QByteArray("EXECUTE_ERROR"));
+        QVERIFY(ended);
+        QCOMPARE(background, QByteArray("EXECUTE_ERROR"));
+        QCOMPARE(other, QByteArray("pong"));
+        QVERIFY(host.isDeserted());
+    }
+
     void slowReader()
     {
         // One does not read what would be 100 MB; the other is served meanwhile, and memory stays within the bound.

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <functional>
+#include <pthread.h>
 #include <thread>
 
 /// The commands that the tests of remote shells call.
@@ -35,6 +36,7 @@ public Q_SLOTS:
             args.debug().noquote() << text;
     }
     void sleep(ZELArguments args) { QThread::msleep(args[1].toULong()); }
+    void leave(ZELArguments) { pthread_exit(nullptr); }
     void assertion(ZELArguments) { zel_assert_x("fault", "provoked", "host", 7); }
     [[gnu::no_sanitize_thread, gnu::no_sanitize_address, gnu::no_sanitize_undefined]] void nullWrite(ZELArguments)
     {
@@ -93,6 +95,7 @@ private:
         add("text", "fill", SLOT(fill(ZELArguments)));
         add("jobs", "count", SLOT(count(ZELArguments)));
         add("jobs", "sleep", SLOT(sleep(ZELArguments)));
+        add("fault", "leave", SLOT(leave(ZELArguments)));
         add("fault", "assert", SLOT(assertion(ZELArguments)));
         add("fault", "segv", SLOT(nullWrite(ZELArguments)));
         server.setListenAddress(QHostAddress::LocalHost);
