@@ -23,7 +23,7 @@ static constexpr bool heldSignals = true; // until the next call that the saniti
 static constexpr bool heldSignals = false;
 #endif
 
-[[gnu::noinline]] void provokedFault()
+[[gnu::noinline, gnu::no_sanitize("thread")]] void provokedFault()
 {
     volatile int *volatile nowhere = nullptr;
     *nowhere = 1;
@@ -238,6 +238,8 @@ private Q_SLOTS:
 
     void fileSizeLimit()
     {
+        if (heldSignals)
+            QSKIP("the signal arrives after the report here");
         ZELFault::setReport(SIGSEGV, true);
         QTemporaryDir dir;
         installErrorCatch(dir.path());

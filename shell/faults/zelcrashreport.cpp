@@ -49,7 +49,7 @@ int openFile()
 {
     if (!errorDumpOn || !haveDirectory)
         return -1;
-    static char path[PATH_MAX + 32];
+    char path[PATH_MAX + 32]; // several threads may write a line each
     size_t length = strlen(strcpy(path, reportDirectory));
     length += size_t(stpcpy(path + length, "/error-") - (path + length));
     ZELReportOut date(path + length, 16);

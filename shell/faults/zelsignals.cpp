@@ -16,7 +16,7 @@
 // Handlers touch the thread's own plain data, the frames it leads to, and nothing else: no lock, no allocation.
 
 void (*volatile zelProcessEnding)() = nullptr;
-static volatile pid_t handlingProcess = 0; // that has installed the handlers
+static std::atomic<pid_t> handlingProcess{0}; // that has installed the handlers
 
 namespace {
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zeleventdispatcher_p.h"
+#include "zeltsan_p.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -277,4 +278,5 @@ void ZELEventDispatcher::closingDown()
 {
     if (m_restarted)
         m_restarted->setEventDispatcher(new ZELEventDispatcher(m_restarted));
+    ZEL_TSAN_RELEASE(m_restarted);
 }
