@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Modern editing as a person meets it: the demonstration host on a terminal, and sessions over TCP.
+#include "noleakcheck.h"
 #include "ptyhost.h"
 #include "rawpeer.h"
 #include "screen.h"
