@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Commands that ask their user.
+#include "noleakcheck.h"
 #include "shellfixture.h"
 #include "table.h"
 #include "zelshell_p.h"

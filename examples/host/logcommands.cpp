@@ -8,9 +8,10 @@ using Channel = ZELLogging (ZELArguments::*)() const;
 static const Channel channels[] = {&ZELArguments::debug, &ZELArguments::info, &ZELArguments::warning,
     &ZELArguments::error, &ZELArguments::critical, &ZELArguments::fatal, &ZELArguments::stream, &ZELArguments::object};
 
-static void print(const ZELArguments &args, int channel, const QStringList &words)
+static void print(const ZELArguments &args, int number, const QStringList &words)
 {
-    (args.*channels[channel])().noquote() << words.join(' ');
+    const Channel channel = channels[number];
+    (args.*channel)().noquote() << words.join(' ');
 }
 
 void addLogCommands(ZELShellServer &server)
