@@ -111,7 +111,7 @@ private Q_SLOTS:
         pair.socket->Close();
         pair.socket->Close();
         QVERIFY(timer.elapsed() < 900);
-        QVERIFY(pair.socket->innerThread()->isFinished());
+        QTRY_VERIFY(pair.socket->innerThread()->isFinished());
         QVERIFY(!stream->IsOpen() && !pair.socket->readValid());
         QTRY_COMPARE(closed.count(), 1);
         QCOMPARE(pair.peer->receive(1), QByteArray());
