@@ -2,11 +2,13 @@
 #include "noleakcheck.h"
 #include "shellfixture.h"
 #include "table.h"
+#include "zelshell_p.h"
 #include "zelshellsystem_p.h"
 #include "zelthreadpool.h"
 
 #include <QSignalSpy>
 #include <QtTest>
+#include <signal.h>
 #include <sys/resource.h>
 
 class tst_Builtins : public ShellFixture
@@ -176,9 +178,60 @@ private Q_SLOTS:
         QElapsedTimer timer;
         timer.start();
         {
-            ZELSystemCommand endless("exec sleep 100");
+            ZELSystemCommand endless("exec sleep 100", ZELSystemCommand::HostErrors);
         }
         QVERIFY(timer.elapsed() < 5000);
+    }
+
+    void systemTextIsNotCut()
+    {
+        const auto text = [this](const QString &command) {
+            device->take();
+            run("sys " + command + " " + tag);
+            QString text;
+            for (const auto &packet : packetsIn(device->take()))
+                text += packet.isComplete() ? QString() : packet.getRequestBody();
+            return text;
+        };
+        const QString utf8 = QString::fromUtf8("\u00e4\u20ac\U0001f600");
+        QString all = text("printf '\\303'; sleep 0.2; printf '\\244\\342\\202'; sleep 0.2; printf '\\254'");
+        QCOMPARE(all, utf8.left(2) + '\n');
+        all = text("printf x; yes '" + utf8 + "' | head -n 30000");
+        QVERIFY(all == 'x' + QString(utf8 + '\n').repeated(30000) + '\n');
+        QCOMPARE(
+            text("printf 'gr\\374n\\ngr\\303\\274n\\n\\303'"), QString::fromUtf8("gr\u00fcn\ngr\u00fcn\n\u00c3\n"));
+    }
+
+    void systemCommandEndsAsAWhole_data()
+    {
+        Table<QString> row("line");
+        row("output open", "sys echo $$; sleep 100 & sleep 100");
+        row("output closed", "sys echo $$; exec >&- 2>&-; sleep 100");
+        row("child of a child", "sys echo $$; (sleep 100) & exit");
+    }
+
+    void systemCommandEndsAsAWhole()
+    {
+        QFETCH(QString, line);
+        server->setCommandTimeout(300);
+        QElapsedTimer timer;
+        timer.start();
+        const QStringList lines = answer(line).split('\n');
+        server->setCommandTimeout(0);
+        QVERIFY(timer.elapsed() < 5000);
+        QVERIFY(lines.value(1).contains("EXECUTE_ERROR :") && lines.value(1).contains("Max time is 300"));
+        const int group = lines.first().toInt();
+        QVERIFY(group > 1);
+        QTRY_VERIFY_WITH_TIMEOUT(kill(-group, 0) != 0, 20000); // once init has noticed, too
+    }
+
+    void systemCommandOfAPeer()
+    {
+        const auto has
+            = [this](const char *text) { return answer("sys (true </dev/tty) 2>&1 || echo no").contains(text); };
+        QVERIFY(has("no\n"));
+        ZELShellPrivate::get(shell.get())->isMain = false;
+        QCOMPARE(answer("sys echo out; echo err >&2"), QString("out\nerr\n\n"));
     }
 
     void systemCommandCannotStart()

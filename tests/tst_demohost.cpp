@@ -84,6 +84,8 @@ private Q_SLOTS:
     {
         QTemporaryDir directory;
         const QStringList users = {"--user-db", directory.filePath("users.db")};
+        QFile database(users.last());
+        QVERIFY(database.open(QIODevice::WriteOnly)); // readable for all, as umask has it
         {
             QProcess open; // makes the account
             QTcpSocket peer;
@@ -91,6 +93,7 @@ private Q_SLOTS:
             peer.write("exit\n");
             QTRY_COMPARE_WITH_TIMEOUT(open.state(), QProcess::NotRunning, 20000);
         }
+        QCOMPARE(int(database.permissions() & 0x0fff), int(QFile::ReadUser | QFile::WriteUser));
         QProcess host;
         QTcpSocket peer;
         QVERIFY(serve(host, peer, users + QStringList("--secure")));

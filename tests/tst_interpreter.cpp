@@ -3,24 +3,14 @@
 #include "table.h"
 #include "zelshellclient.h"
 #include "zelshellexpansion_p.h"
-#include "zelshellpacket_p.h"
 #include "zelthreadpool.h"
 
+#include <QElapsedTimer>
 #include <QRegularExpression>
 #include <QTemporaryFile>
 #include <QtTest>
 
 namespace {
-
-/// The packets in what was written, in order.
-QVector<ZELShellProcessHeader> packetsIn(const QString &written)
-{
-    ZELShellPacketCutter cutter;
-    QVector<ZELShellProcessHeader> packets;
-    for (const QByteArray &packet : cutter.feed("\r\n" + written.toLatin1()))
-        packets += zelParsePacket(packet);
-    return packets;
-}
 
 QString stateOf(const ZELShellProcessHeader &packet)
 {
@@ -45,14 +35,67 @@ private Q_SLOTS:
         row("unset between quotes", "\"v $none\"", "\"v NULL\"");
         row("single quotes", "'$a'", "'$a'");
         row("lone quote", "\"", "\"");
+        row("a part of another word", "\"x$a $a\"", "\"x5 5\"");
+        row("the first of two", "\"$a $ab\"", "\"5 5b\"");
+        row("the first of two, the longer", "\"$ab $a $abc\"", "\"NULL 5 NULLc\"");
+        row("values stay", "\"$l $b\"", "\"$b NULL\"");
+        row("not ASCII", "\"$a\u00e4 $\"", "\"5\u00e4 NULL\"");
     }
 
     void expansion()
     {
         QFETCH(QString, word);
         QFETCH(QString, expected);
-        const auto lookup = [](const QString &name) { return name == "$a" ? QString("5") : QString("NULL"); };
-        QCOMPARE(zelExpandWord(word, lookup), expected);
+        const auto lookup = [](const QString &name) {
+            return QString(name == "$a" ? "5" : name == "$l" ? "$b" : "NULL");
+        };
+        QCOMPARE(zelExpandWord(word, lookup, 1000), expected);
+    }
+
+    void expansionTakesOnePass_data()
+    {
+        Table<QString> row("text");
+        row("one variable", QString("$a ").repeated(200000));
+        QString many;
+        for (int i = 0; i < 60000; ++i)
+            many += QStringLiteral("$v%1 ").arg(i * 7919 % 60000);
+        row("many variables", many);
+        const QString dollars(200000, '$');
+        row("dollars", dollars + "x z" + dollars);
+        row("repeated", QString("$a").repeated(100000) + "x z" + QString("$a").repeated(100000));
+        QString longer;
+        for (int i = 0; i < 1200; ++i)
+            longer += "$" + QString(i, 'a') + " ";
+        row("one longer than the other", longer + "z" + QString("$aaaab").repeated(10000));
+    }
+
+    void expansionTakesOnePass()
+    {
+        QFETCH(QString, text);
+        int lookups = 0;
+        const auto lookup = [&](const QString &) { return ++lookups, QString("5"); };
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(zelExpandWord('"' + text + '"', lookup, 1 << 24).startsWith("\"5"));
+        QVERIFY2(timer.elapsed() < 2000, QByteArray::number(timer.elapsed()));
+        QVERIFY(lookups <= 60000);
+    }
+
+    void variablesDoNotTakeAllMemory()
+    {
+        shell->setEnvironment("$a", QString(1 << 20, 'a'));
+        const QString message = "Error : the variables make the statement too long";
+        QCOMPARE(answer("demo/echo \"" + QString("$a ").repeated(5000) + "\""), message + '\n');
+        QCOMPARE(answer("$b = $a $a $a $a $a"), message + '\n');
+        QCOMPARE(shell->getEnvironment("$b"), QString("ERROR"));
+        run("demo/echo#3 $a $a $a $a $a " + tag);
+        const auto packets = packetsIn(device->take());
+        QCOMPARE(packets.size(), 1);
+        QCOMPARE(packets.first().getRequestMethod(), QString("demo/echo#3"));
+        QCOMPARE(stateOf(packets.first()), QString("EXECUTE_ERROR"));
+        run("$c = $a $a $a");
+        QCOMPARE(shell->getEnvironment("$c").size(), 3 * (1 << 20) + 2);
+        QVERIFY(board->words.isEmpty());
     }
 
     void wordForms()

@@ -3,16 +3,32 @@
 #include "families.h"
 
 #include <QDateTime>
+#include <QFile>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
 #include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <zelshellserver.h>
 #include <zeluser.h>
 #include <zeluserroles.h>
 
+/// The passwords in it are nobody else's to read, whatever the process lets others read.
+static void keepToOwner(const QString &file)
+{
+    const int descriptor = open(QFile::encodeName(file).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (descriptor < 0)
+        return;
+    fchmod(descriptor, 0600);
+    close(descriptor);
+}
+
 QSqlDatabase openUsers(const QString &file)
 {
+    if (!file.startsWith(':'))
+        keepToOwner(file);
     QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE");
     database.setDatabaseName(file);
     const bool isOpen = database.open();

@@ -13,9 +13,10 @@ using ZELVariableLookup = std::function<QString(const QString &)>;
 
 /**
  * One word with its variables replaced: a word that begins with "$" as a whole; between double quotes every inner word
- * that does, the quotes stay; every other word, brackets and single quotes included, stays as it is.
+ * that does, the quotes stay; every other word, brackets and single quotes included, stays as it is. In one pass, so
+ * what a value holds is not replaced in turn. A text of many variables is given up soon after the longest length.
  */
-QString zelExpandWord(const QString &word, const ZELVariableLookup &lookup);
+QString zelExpandWord(const QString &word, const ZELVariableLookup &lookup, int longest);
 
 /// A statement's shape, by its words.
 enum class ZELStatementKind {

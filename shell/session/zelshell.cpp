@@ -3,6 +3,7 @@
 
 #include "zelshellcollection_p.h"
 #include "zelshellidle_p.h"
+#include "zelshelllog_p.h"
 #include "zelshellloop_p.h"
 #include "zelshellquestions_p.h"
 #include "zelshellserverstate_p.h"
@@ -124,7 +125,8 @@ void ZELShellPrivate::log(const QString &line)
     // What qDebug() does, without a text stream for each line.
     const QLoggingCategory *const category = QLoggingCategory::defaultCategory();
     if (category->isDebugEnabled() && !(quietOnTerminal && zelTerminalIsRaw(STDERR_FILENO)))
-        qt_message_output(QtDebugMsg, QMessageLogContext(nullptr, 0, nullptr, category->categoryName()), line);
+        qt_message_output(
+            QtDebugMsg, QMessageLogContext(nullptr, 0, nullptr, category->categoryName()), zelHarmless(line));
 }
 
 void ZELShellPrivate::emitProcessReceived()

@@ -103,7 +103,8 @@ struct Builtin
         const QString text = systemText();
         const bool latin1 = !args.hasProtocl() && QString::fromLatin1(text.toLatin1()) == text;
         // On the heap and in the frame's hands: a kill ends the command too.
-        auto *command = new ZELSystemCommand(latin1 ? text.toLatin1() : text.toUtf8());
+        auto *command = new ZELSystemCommand(latin1 ? text.toLatin1() : text.toUtf8(),
+            session.isMain ? ZELSystemCommand::HostErrors : ZELSystemCommand::SentErrors);
         if (command->error()) {
             errno = command->error();
             perror("popen");
@@ -112,18 +113,23 @@ struct Builtin
         }
         ZELFrame frame;
         frame->abandoned = [command] { delete command; };
-        if (zelGuard(frame.get(), [&] { pass(*command); }) == 0)
-            reply.text(QStringLiteral("\n"));
+        frame->timeoutMs = ZELShellCommandPrivate::defaultTimeLimit;
+        const bool failed = zelGuard(frame.get(), [&] { pass(*command); }) != 0;
         delete command;
+        if (failed)
+            return reply.fail(QLatin1String("EXECUTE_ERROR :") + frame->exception->ToString() + QLatin1Char('\n'));
+        reply.text(QStringLiteral("\n"));
         reply.done();
     }
 
     void pass(ZELSystemCommand &command)
     {
+        ZELTextPieces pieces;
         while (command.isRunning() && (!session.output.stream() || session.output.isOpen())) {
             const QByteArray bytes = command.read(200);
-            if (!bytes.isEmpty())
-                reply.bytes(bytes);
+            const QByteArray whole = args.hasProtocl() ? pieces.take(bytes, !command.isRunning()) : bytes;
+            if (!whole.isEmpty())
+                reply.bytes(whole);
         }
     }
 
@@ -334,6 +340,7 @@ void ZELShellPrivate::callGuarded(const std::function<void(ZELArguments)> &funct
 {
     ZELFrame frame;
     frame->abandoned = [this, args] { answerKilled(args); };
+    frame->timeoutMs = ZELShellCommandPrivate::defaultTimeLimit;
     if (zelGuard(frame.get(), [&] { function(args); })) {
         args.setProtoclState(errorState);
         args.setErrorString(QLatin1String("EXECUTE_ERROR :") + frame->exception->ToString());

@@ -4,9 +4,11 @@
 #include "zelarguments_p.h"
 #include "zelshellexpansion_p.h"
 #include "zelshellfilters_p.h"
+#include "zelshelllog_p.h"
 #include "zelshellpacket_p.h"
 #include "zelshellquestions_p.h"
 #include "zelshellreply_p.h"
+#include "zelshellserverstate_p.h"
 #include "zelthread_p.h"
 #include "zelthreadpool.h"
 
@@ -16,6 +18,9 @@ namespace {
 
 const QString nullText = QStringLiteral("NULL");
 const QString baseExec = QStringLiteral("baseExec");
+
+// Characters by which variables may lengthen a statement: a few of them that name one another would take all memory.
+const int largestExpansion = 4 << 20;
 
 QString coloured(const QString &accept, const QString &text)
 {
@@ -106,8 +111,8 @@ QVariant ZELStatement::run(const ZELStatementDepth &depth)
         execute(ZELShellPrivate::Unknown::IsError);
         break;
     case ZELStatementKind::Command:
-        expand(0);
-        execute(ZELShellPrivate::Unknown::IsError);
+        if (expand())
+            execute(ZELShellPrivate::Unknown::IsError);
         break;
     }
     if (m_args.hasError())
@@ -164,11 +169,25 @@ bool ZELStatement::execute(ZELShellPrivate::Unknown unknown)
     return m_tagged ? m_session.executePro(m_args, unknown) : m_session.executeStd(m_args, unknown);
 }
 
-void ZELStatement::expand(int from)
+bool ZELStatement::expand()
 {
     const auto lookup = [this](const QString &name) { return m_session.environment.value(name); };
-    for (int i = from; i < m_args.Length(); ++i)
-        m_args[i] = zelExpandWord(m_args[i], lookup);
+    int room = m_args.getAllInput().size() + largestExpansion;
+    for (int i = 0; i < m_args.Length() && room >= 0; ++i) {
+        m_args[i] = zelExpandWord(m_args[i], lookup, room);
+        room -= m_args[i].size();
+    }
+    if (room >= 0)
+        return true;
+    const ZELCommandWord word(m_args.getAllInput().section(QLatin1Char(' '), 0, 0));
+    m_args.setExecName(word.name);
+    m_args.setExecIndex(word.index);
+    const QString message = QStringLiteral("Error : the variables make the statement too long\n");
+    if (m_tagged)
+        ZELPacketReply(m_session, m_args).fail(message);
+    else
+        ZELTerminalReply(m_session, m_args).fail(message);
+    return false;
 }
 
 void ZELStatement::query(bool outermost)
@@ -200,7 +219,8 @@ void ZELStatement::assign()
             ZELPacketReply(m_session, m_args).done();
         return;
     }
-    expand(0);
+    if (!expand())
+        return m_session.environment.set(name, QStringLiteral("ERROR"));
     const bool ran = execute(ZELShellPrivate::Unknown::IsText);
     m_session.environment.set(name, assignedValue(ran));
 }
@@ -234,7 +254,7 @@ QVariant ZELShellPrivate::execute(const QString &line, ZELArguments args, bool b
         return QVariant();
     if (depth.isOutermost() && keepHistory && !noTerminal && !hasPrompt) {
         ZELCriticalSection section;
-        history.add(line);
+        history.add(server->settings()->passwordHidden ? zelWithoutPassword(line) : line);
     }
     const QString problem = zelTakeFilters(*this, line, args);
     if (!problem.isEmpty()) {

@@ -60,7 +60,8 @@ private:
     void assign();
     QString assignedValue(bool ran) const;
     bool execute(ZELShellPrivate::Unknown unknown);
-    void expand(int from);
+    /// False, with the answer given, when that would make too much of it.
+    bool expand();
 
     ZELShellPrivate &m_session;
     ZELArguments m_args;

@@ -3,6 +3,7 @@
 
 #include "zelcompleter_p.h"
 #include "zelshellexecatestring_p.h"
+#include "zelshelllog_p.h"
 #include "zelshellreply_p.h"
 #include "zelshellserverstate_p.h"
 #include "zelterminal_p.h"
@@ -19,19 +20,6 @@ const int loggedLength = 500;
 QString line(const QString &text)
 {
     return text.isEmpty() ? QString() : text + QLatin1Char('\n');
-}
-
-QString withoutPassword(const QStringList &words)
-{
-    QStringList shown = words;
-    bool next = false;
-    for (QString &word : shown) {
-        // A "=" before the password is none of it, but somebody's mistake.
-        if (next && word != QLatin1String("="))
-            word = QStringLiteral("***");
-        next = word == QLatin1String("--password") || (next && word == QLatin1String("="));
-    }
-    return shown.join(QLatin1Char(' '));
 }
 
 } // namespace
@@ -111,7 +99,8 @@ bool ZELShellLoop::handshake()
     const ZELArguments args(nullptr, QLatin1String("ZELShell ") + zelTextOf(*hello));
     const auto settings = m_session.server->settings();
     ZELShellPrivate::log(QLatin1String("================ get input =[")
-        + (settings->passwordHidden ? withoutPassword(args) : args.ToString(QStringLiteral(" "))) + QLatin1Char(']'));
+        + (settings->passwordHidden ? zelWithoutPassword(QStringList(args)) : args.ToString(QStringLiteral(" ")))
+        + QLatin1Char(']'));
     if (args.containsOpt(QStringLiteral("--nt")))
         m_session.noTerminal = true;
     m_session.output.setColumns(args.getOptFromString(QStringLiteral("--columns")).toInt());
@@ -145,7 +134,9 @@ void ZELShellLoop::loginByName(const ZELArguments &args, const QUuid &key, bool 
 {
     const QString name = args.getOptFromString(QStringLiteral("--user"));
     const QString password = args.getOptFromString(QStringLiteral("--password"));
-    const ZELUser user = ZELUser::loginAs(name, password, m_session.loginDatabase(), key, mayCreate);
+    ZELUser user = ZELUser::loginAs(name, password, m_session.loginDatabase(), key, mayCreate);
+    if (!user.isLogin())
+        logFailedLogin(QLatin1String("user ") + name, user.getErrorString());
     if (user.isLogin())
         m_session.setSessionUuid(user.tid().isNull() ? user.uid() : user.tid());
     if (user.isLogin())
@@ -160,6 +151,14 @@ void ZELShellLoop::joinLogin(const QUuid &key)
         user.autologin();
     if (user.isLogin())
         m_session.takeUserRoles(user.userName());
+    else
+        logFailedLogin(QStringLiteral("key"), QStringLiteral("nobody has logged in with it"));
+}
+
+void ZELShellLoop::logFailedLogin(const QString &who, const QString &reason)
+{
+    ZELShellPrivate::log(QLatin1Char('[') % m_session.text(&ZELShellPrivate::peer) % QLatin1String("] failed login of ")
+        % who % QLatin1String(" : ") % reason);
 }
 
 void ZELShellLoop::banner()
@@ -361,9 +360,11 @@ bool ZELShellLoop::takeTypedInterrupt()
 
 void ZELShellLoop::logStatement(const QString &statement)
 {
-    const bool isLong = statement.size() > loggedLength;
+    const bool isHidden = m_session.server->settings()->passwordHidden;
+    const QString shown = isHidden ? zelWithoutPassword(statement) : statement;
+    const bool isLong = shown.size() > loggedLength;
     ZELShellPrivate::log(QLatin1Char('[') % m_session.text(&ZELShellPrivate::peer) % QLatin1String("] input command [")
-        % statement.leftRef(loggedLength) % QLatin1String(isLong ? "...]" : "]"));
+        % shown.leftRef(loggedLength) % QLatin1String(isLong ? "...]" : "]"));
 }
 
 void ZELShellLoop::completeWord()

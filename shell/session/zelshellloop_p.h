@@ -44,6 +44,7 @@ private:
     void login(const ZELArguments &args, const ZELShellSettings &settings);
     void loginByName(const ZELArguments &args, const QUuid &key, bool mayCreate);
     void joinLogin(const QUuid &key);
+    void logFailedLogin(const QString &who, const QString &reason);
     void banner();
     void keys();
     bool isModern();

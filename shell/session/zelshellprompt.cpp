@@ -6,11 +6,10 @@
 #include "zelhistoryevents_p.h"
 #include "zelpalette.h"
 #include "zelshell_p.h"
+#include "zelshelllog_p.h"
 #include "zelshellreply_p.h"
 #include "zelshellserverstate_p.h"
 #include "zeluser.h"
-
-#include <QRegularExpression>
 
 namespace {
 
@@ -54,13 +53,6 @@ QString defaultPrompt(const ZELShellPrivate &session)
 }
 
 } // namespace
-
-bool zelBearsPassword(const QString &line)
-{
-    static const QRegularExpression secret(QStringLiteral("--?pass(word|wd)?\\b|\\b(passwd|adduser|password)\\b"),
-        QRegularExpression::CaseInsensitiveOption);
-    return line.contains(secret);
-}
 
 ZELShellPrompt::ZELShellPrompt(ZELShellPrivate &session)
     : m_session(session)

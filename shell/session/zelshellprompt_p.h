@@ -66,7 +66,4 @@ private:
     bool m_isAtRowStart = true; ///< with the gate held: what was written last ended its row
 };
 
-/// Whether a line bears a password, and is not to be kept.
-bool zelBearsPassword(const QString &line);
-
 #endif

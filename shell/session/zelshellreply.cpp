@@ -2,6 +2,7 @@
 #include "zelshellreply_p.h"
 
 #include "zelarguments_p.h"
+#include "zelgrapheme_p.h"
 #include "zelshell_p.h"
 #include "zelshellfilters_p.h"
 
@@ -29,6 +30,32 @@ QString zelTextOf(const QByteArray &bytes)
     return state.invalidChars || state.remainingChars ? QString::fromLatin1(bytes.constData(), bytes.size()) : text;
 }
 
+QString zelTextOfLines(const QByteArray &bytes)
+{
+    QString text;
+    for (int from = 0; from < bytes.size();) {
+        const int end = bytes.indexOf('\n', from) + 1;
+        const int length = (end > 0 ? end : bytes.size()) - from;
+        text += zelTextOf(QByteArray::fromRawData(bytes.constData() + from, length));
+        from += length;
+    }
+    return text;
+}
+
+QByteArray ZELTextPieces::take(const QByteArray &bytes, bool isEnd)
+{
+    QByteArray all = std::exchange(m_held, QByteArray()) + bytes;
+    for (int length = 1; !isEnd && length <= qMin(3, all.size()); ++length) {
+        const char *const tail = all.constData() + all.size() - length;
+        if (zelSequenceLength(tail, length) < 0) {
+            m_held = all.right(length);
+            all.chop(length);
+            break;
+        }
+    }
+    return all;
+}
+
 // A statement of a script that a remote statement runs answers as on a terminal, but in packets of that statement.
 
 void ZELTerminalReply::text(const QString &text)
@@ -44,7 +71,7 @@ void ZELTerminalReply::text(const QString &text)
 void ZELTerminalReply::bytes(const QByteArray &bytes)
 {
     if (m_args.hasProtocl())
-        m_args.stream() << zelTextOf(bytes);
+        m_args.stream() << zelTextOfLines(bytes);
     else
         m_session.output.write(bytes);
 }
@@ -80,7 +107,7 @@ void ZELPacketReply::text(const QString &text)
 
 void ZELPacketReply::bytes(const QByteArray &bytes)
 {
-    text(zelTextOf(bytes));
+    text(zelTextOfLines(bytes));
 }
 
 void ZELPacketReply::done()

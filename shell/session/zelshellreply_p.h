@@ -67,5 +67,18 @@ public:
 
 /// Bytes as text: UTF-8 where they are UTF-8, else Latin-1.
 QString zelTextOf(const QByteArray &bytes);
+/// The same for each of the lines.
+QString zelTextOfLines(const QByteArray &bytes);
+
+/// Bytes that arrive in pieces, cut anywhere, as pieces that cut no character.
+class ZELTextPieces
+{
+public:
+    /// What of it is whole, behind what was held back before; at the end all.
+    QByteArray take(const QByteArray &bytes, bool isEnd);
+
+private:
+    QByteArray m_held;
+};
 
 #endif

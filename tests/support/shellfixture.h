@@ -6,6 +6,7 @@
 #include "zelarguments.h"
 #include "zelcatch.h"
 #include "zelshell.h"
+#include "zelshellpacket_p.h"
 #include "zelshellserver.h"
 #include "zelstream.h"
 
@@ -15,6 +16,16 @@
 
 const QString tag = QStringLiteral("UFJPVE9DT0w9WkVMX1NIRUxM");
 const QString prompt = QStringLiteral("\033[32mZELShell@ZEL:~\033[0m\033[34m/Main\033[0m\033[33m $ \033[0m");
+
+/// The packets in what was written, in order.
+inline QVector<ZELShellProcessHeader> packetsIn(const QString &written)
+{
+    ZELShellPacketCutter cutter;
+    QVector<ZELShellProcessHeader> packets;
+    for (const QByteArray &packet : cutter.feed("\r\n" + written.toLatin1()))
+        packets += zelParsePacket(packet);
+    return packets;
+}
 
 /// Commands to run, as a host would register them.
 class Board : public QObject
