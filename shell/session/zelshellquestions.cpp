@@ -143,8 +143,13 @@ void zelLetCommandsAsk()
 {
     ZELArgumentsPrivate::asker
         = [](const ZELArguments &args, const ZELQuestion &question, QString *problem) -> std::optional<QString> {
-        const auto session = sessionOf(args);
-        return session ? Question(*session, args, question, problem).answer() : std::nullopt;
+        auto session = sessionOf(args);
+        if (!session)
+            return std::nullopt;
+        Question asked(*session, args, question, problem);
+        if (session->isCoreThread())
+            session.reset(); // which holds it itself; what a jump leaves on the stack would hold it for ever
+        return asked.answer();
     };
 }
 
