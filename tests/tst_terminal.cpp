@@ -5,7 +5,9 @@
 #include "screen.h"
 #include "table.h"
 
+#include <QHostAddress>
 #include <QProcess>
+#include <QTcpSocket>
 #include <QTemporaryFile>
 #include <QtTest>
 
@@ -201,6 +203,27 @@ private Q_SLOTS:
     }
 
     /// Nobody reads, the terminal is full, and then it is gone.
+    void inTheBackground()
+    {
+        PtyHost shell({"/bin/sh", "-c",
+            QStringLiteral("stty tostop; set -m; '%1' --tcp 0 --local & echo \"pid $! \"; sleep 60").arg(ZELHOST)});
+        shell.take("pid ");
+        const pid_t pid = shell.take(" ").trimmed().toInt();
+        QVERIFY(pid > 0);
+        const bool listens = shell.waitFor("remote shells on port ");
+        shell.take("remote shells on port ");
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, shell.take("\r").trimmed().toUShort());
+        QByteArray received;
+        socket.write("--nt\ntext/ping\nexit\n");
+        while (!received.contains("pong") && socket.waitForReadyRead(5000))
+            received += socket.readAll();
+        kill(pid, SIGKILL);
+        QVERIFY(listens);
+        QVERIFY2(received.contains("pong"), received.constData());
+        QVERIFY(!shell.isRaw());
+    }
+
     void hangUpInTheMiddleOfOutput()
     {
         PlainHost host;

@@ -82,6 +82,29 @@ private Q_SLOTS:
         QVERIFY(pty.is(found) && !isOpen(fd));
     }
 
+    void abandonedRead()
+    {
+        int ends[2];
+        QVERIFY(pipe(ends) == 0);
+        ZELStdDevice device(ends[0]);
+        std::atomic<void *> id{nullptr};
+        int state = 0;
+        std::thread reader([&] {
+            const auto outcome = ZELFault::call([&] {
+                id = QThread::currentThreadId();
+                device.readAll();
+            });
+            state = outcome.state;
+        });
+        while (!id || except_stack->Kill(id) != 0)
+            QTest::qSleep(20);
+        reader.join();
+        QCOMPARE(state, SIGQUIT);
+        device.Close();
+        QVERIFY(!isOpen(ends[0])); // nobody uses it any more
+        close(ends[1]);
+    }
+
     void settingsFound()
     {
         Pty pty;

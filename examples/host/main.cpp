@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QLoggingCategory>
+#include <csignal>
 #include <cstdio>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -49,12 +50,30 @@ static bool listen(ZELShellServer &server, quint16 port)
     return server.isListening();
 }
 
+/// Started with "&": the terminal is somebody else's, and touching it would stop the process, its remote shells
+/// included.
+static bool isInBackground()
+{
+    const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+    return foreground >= 0 && foreground != getpgrp();
+}
+
+static void leaveTerminal(Options &options)
+{
+    options.terminal = false;
+    for (int sig : {SIGTTIN, SIGTTOU})
+        signal(sig, SIG_IGN); // also where the terminal stops whoever writes to it
+    std::fprintf(stderr, "zelhost: in the background, no session on this terminal\n");
+}
+
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName("zelhost");
     QCoreApplication::setApplicationVersion(ZELHOST_VERSION);
-    const Options options = Options::parse(app);
+    Options options = Options::parse(app);
+    if (options.terminal && options.tcp && isInBackground())
+        leaveTerminal(options);
     if (!openLog(options))
         return 1;
     raiseDescriptorLimit();

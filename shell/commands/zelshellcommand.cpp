@@ -164,6 +164,7 @@ bool ZELShellCommandPrivate::execute(ZELShellCommand *command, const ZELArgument
     });
     if (failed)
         fail(args, *frame->exception);
+    zelCheckDescriptors();
     execution->end(); // the command may be gone from here on
     return execution->hasBegun();
 }

@@ -186,6 +186,12 @@ extern ZELFaultCounts zelFaultCounts;
 /// How long an asynchronous jump waits for a safe place before it is forced, in ms.
 extern std::atomic<int> zelGraceTime;
 
+/// Ends the process after one line on standard error, as an abort that no frame takes; async-signal-safe.
+[[noreturn]] void zelGiveUp(const char *why);
+/// Gives up when somebody has closed descriptors that are not his: a process that nothing wakes any more would spin
+/// deaf. At the end of each command; the first call makes the descriptor that is looked at.
+void zelCheckDescriptors();
+
 /// Called in a signal handler right before a fault ends the process; async-signal-safe, null for none.
 extern void (*volatile zelProcessEnding)();
 

@@ -238,9 +238,20 @@ static bool prepareOnce()
     ZELCriticalSection section;
     zelPrepareReport();
     zelNoteApplicationName();
+    zelCheckDescriptors();
     for (const QString &line : ZELFault::selfCheck())
         qWarning("ZELFault: %s", qPrintable(line));
     return true;
+}
+
+void zelGiveUp(const char *why)
+{
+    char line[256];
+    char *end = stpcpy(stpcpy(line, "ZELShell: "), why);
+    end = stpcpy(end, "\r\n");
+    if (write(STDERR_FILENO, line, size_t(end - line)) >= 0)
+        endProcess(SIGABRT, nullptr);
+    abort();
 }
 
 static const int faultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGXCPU, SIGXFSZ};

@@ -21,6 +21,37 @@ constexpr int BlockSize = 1024;
 constexpr int MaxBurst = 64 * BlockSize;
 constexpr int WriteTimeoutMs = 10 * 1000;
 
+// What a kill abandons on the stack is lost, and with it a use of the descriptor, which then stays open for ever: so
+// every use is inside of a critical section, and the calls that wait are the ones that a kill ends.
+struct PollCall
+{
+    pollfd *fds;
+    nfds_t count;
+    int ms;
+    int ready;
+    int error;
+
+    static void run(void *call)
+    {
+        auto *self = static_cast<PollCall *>(call);
+        self->ready = poll(self->fds, self->count, self->ms);
+        self->error = errno;
+    }
+};
+
+struct ReadCall
+{
+    int fd;
+    char *to;
+    ssize_t count;
+
+    static void run(void *call)
+    {
+        auto *self = static_cast<ReadCall *>(call);
+        self->count = ::read(self->fd, self->to, BlockSize);
+    }
+};
+
 // Closed by the last user, so that no system call ever meets a number that was closed and reused under it.
 struct OpenDescriptor
 {
@@ -36,6 +67,7 @@ struct OpenDescriptor
     /// False when it was closed, or nothing came in time; a negative time is none.
     bool waitReadable(int ms = -1);
     bool waitWritable();
+    void readAvailable(QByteArray *to);
     void wakeUp();
 
     const int fd;
@@ -72,11 +104,13 @@ bool OpenDescriptor::waitReadable(int ms)
     const QDeadlineTimer deadline(ms);
     while (!closed) {
         pollfd fds[3] = {{fd, POLLIN, 0}, {wake, POLLIN, 0}, {zelTerminalResumeDescriptor(), POLLIN, 0}};
-        const int ready = poll(fds, 3, int(deadline.remainingTime()));
-        if (ready < 0 && errno != EINTR && errno != EAGAIN)
+        PollCall call{fds, 3, int(deadline.remainingTime()), 0, 0};
+        if (!zelInterruptibly(PollCall::run, &call))
             return false;
-        if (ready == 0)
+        if (call.ready == 0 || (call.ready < 0 && call.error != EINTR && call.error != EAGAIN))
             return false;
+        if (fds[1].revents & POLLNVAL && wake >= 0)
+            zelGiveUp("the event descriptor of a device was closed by somebody else");
         if (fds[2].revents)
             zelTerminalResumed();
         if (fds[0].revents)
@@ -91,7 +125,8 @@ bool OpenDescriptor::waitWritable()
     timer.start();
     while (!closed && !zelStopWanted() && timer.elapsed() < WriteTimeoutMs) {
         pollfd target = {out, POLLOUT, 0};
-        if (poll(&target, 1, 100) > 0)
+        PollCall call{&target, 1, 100, 0, 0};
+        if (zelInterruptibly(PollCall::run, &call) && call.ready > 0)
             return (target.revents & POLLOUT) != 0;
     }
     return false;
@@ -139,6 +174,8 @@ public:
         return descriptor;
     }
 
+    bool readOnce(QByteArray *to);
+
     mutable std::mutex mutex; ///< guards the rest
     std::shared_ptr<OpenDescriptor> descriptor;
     bool closed = false;
@@ -162,34 +199,55 @@ ZELStdDevice::~ZELStdDevice()
 
 QByteArray ZELStdDevice::readAll()
 {
-    QByteArray result;
-    const auto open = d->open();
-    if (!open || !open->waitReadable())
-        return result;
+    for (;;) {
+        QByteArray result;
+        if (d->readOnce(&result))
+            return result;
+        usleep(1000); // a kill or time limit could not be taken here yet
+    }
+}
+
+// False when a kill or time limit has ended it.
+bool ZELStdDevicePrivate::readOnce(QByteArray *to)
+{
+    ZELCriticalSection section;
+    const auto open = this->open();
+    if (open && open->waitReadable())
+        open->readAvailable(to);
+    return !to->isEmpty() || !zelStopWanted();
+}
+
+void OpenDescriptor::readAvailable(QByteArray *to)
+{
+    QByteArray &result = *to;
     char block[BlockSize];
     while (result.size() < MaxBurst) {
-        const ssize_t count = ::read(open->fd, block, sizeof block);
+        ReadCall call{fd, block, 0};
+        if (!zelInterruptibly(ReadCall::run, &call))
+            return;
+        const ssize_t count = call.count;
         if (count > 0)
             result.append(block, int(count));
         else if (count == 0 || !passing(errno))
-            return result;
-        pollfd more = {open->fd, POLLIN, 0};
+            return;
+        pollfd more = {fd, POLLIN, 0};
         if (count == BlockSize ? poll(&more, 1, 0) <= 0 : !result.isEmpty())
-            return result;
-        if (count < 0 && !open->waitReadable())
-            return result;
+            return;
+        if (count < 0 && !waitReadable())
+            return;
     }
-    return result;
 }
 
 bool ZELStdDevice::waitForInput(int ms)
 {
+    ZELCriticalSection section;
     const auto open = d->open();
     return !open || open->waitReadable(ms) || open->closed;
 }
 
 void ZELStdDevice::write(QByteArray data)
 {
+    ZELCriticalSection section;
     const auto open = d->open();
     if (!open)
         return;

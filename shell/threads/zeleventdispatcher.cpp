@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zeleventdispatcher_p.h"
+#include "zelguard_p.h"
 #include "zeltsan_p.h"
 
 #include <QCoreApplication>
@@ -107,6 +108,8 @@ int ZELEventDispatcher::waitForDescriptors(QEventLoop::ProcessEventsFlags flags,
 
     int asleep = Asleep;
     const bool woken = !m_state.compare_exchange_strong(asleep, Awake) && wait;
+    if (ready > 0 && m_poll[0].revents & POLLNVAL)
+        zelGiveUp("the event descriptor of a thread was closed by somebody else");
     if (ready > 0 && m_poll[0].revents) {
         eventfd_t count;
         eventfd_read(wakeFd, &count);
