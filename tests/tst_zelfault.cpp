@@ -275,6 +275,7 @@ private Q_SLOTS:
             QVERIFY2(qAbs(time.secsTo(now)) < 30, text.constData());
         }
         zone.isEmpty() ? qunsetenv("TZ") : qputenv("TZ", zone);
+        QTest::qSleep(1100);
         ZELFault::setReport(SIGSEGV, false);
     }
 

@@ -8,6 +8,7 @@
 #include "zellogging.h"
 
 #include <QtTest>
+#include <new>
 #include <optional>
 
 class tst_ZELLogging : public QObject
@@ -102,6 +103,16 @@ private Q_SLOTS:
         ZELLogging(&m_stream, ZELLogging::Info, upper) << "a";
         m_stream.open = true;
         QCOMPARE(m_stream.take(), QString("Info: a\r\n"));
+    }
+
+    /// It is the destructor that prints: what it cannot get memory for must not end the process.
+    void noMemory()
+    {
+        const auto exhausted = [](const QString &) -> QString { throw std::bad_alloc(); };
+        ZELLogging(&m_stream, ZELLogging::Debug, exhausted) << "lost";
+        QCOMPARE(m_stream.take(), QString("?")); // nothing
+        log() << "well";
+        QCOMPARE(m_stream.take(), QString("well\r\n"));
     }
 
     void streamDiesFirst()

@@ -5,6 +5,7 @@
 #include "zeliodevice.h"
 
 #include <QDebug>
+#include <new>
 #include <unistd.h>
 
 struct ZELLoggingSaver::State
@@ -110,8 +111,11 @@ ZELLogging::~ZELLogging()
 {
     if (!d->drop())
         return;
-    d->finish(*this);
-    d->emitMessage();
+    try {
+        d->finish(*this);
+        d->emitMessage();
+    } catch (const std::bad_alloc &) { // the message is lost, not the process
+    }
     delete d;
 }
 
