@@ -44,6 +44,25 @@ private Q_SLOTS:
         QCOMPARE(answer(line), expected);
     }
 
+    void namesInUtf8()
+    {
+        const QString name = QString::fromUtf8("\u00e9t\u00e9"), typed = QString::fromLatin1(name.toUtf8());
+        server->registerCmd(("demo/" + name).toUtf8(), "x", board.get(), SLOT(text(ZELArguments)));
+        shell->setUtf8Editing(true);
+        run("cd demo");
+        for (const QString &line : {"cd \"" + typed + "/", "cd '" + typed + "'", "cd \"./" + typed + '"'}) {
+            QCOMPARE(answer(line), QString());
+            QVERIFY2(shell->getShellPath(true).endsWith('/' + name), qPrintable(line));
+            run("cd ..");
+        }
+        QVERIFY(answer("ls").contains(typed));
+        shell->EnterDir(name);
+        device->take();
+        shell->PrintCurVirtualDir();
+        QVERIFY(device->take().contains("/Main/demo/" + typed + "\033"));
+        QCOMPARE(answer("cd ./nowhere"), QString("-Shell: cd: nowhere: No such file or directory\n"));
+    }
+
     void aboveTheTree()
     {
         shell->ReSetDir();

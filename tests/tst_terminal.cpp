@@ -105,6 +105,29 @@ private Q_SLOTS:
         QVERIFY(host.answer("sys ls /").contains("usr\n"));
     }
 
+    void quitOfAJob()
+    {
+        PlainHost host;
+        QVERIFY(host.ready);
+        host.type("quit &\n");
+        QVERIFY(host.waitForEnd(5000));
+        QCOMPARE(host.status(), 0);
+        QVERIFY(host.isRestored());
+    }
+
+    void jobAtTheEnd()
+    {
+        QTemporaryFile log;
+        QVERIFY(log.open());
+        PtyHost host({ZELHOST, "--plain", "--log", log.fileName()});
+        host.take(prompt());
+        host.type("jobs/sleep 60000 &\nquit\n");
+        QVERIFY(host.waitForEnd());
+        const QByteArray text = log.readAll();
+        QVERIFY2(text.contains("(jobs/sleep 60000 )\" is not closed while of shell closing."), text);
+        QVERIFY2(text.contains("Waring:Thread exit failed"), text);
+    }
+
     void faults_data()
     {
         Table<QByteArray, QByteArray> row("line", "said");

@@ -86,6 +86,9 @@ private Q_SLOTS:
         row("demo", "echo hell,", "");
         row("demo", "echo h\u00e9ll", "");
         row("demo", "deep/\"\u00e4", "");
+        row("", "\"reb", ""); // a text
+        row("demo", "deep/", "only/"); // the other name needs quotes
+        row("demo", "echo \"deep/", "", {"only", "\u00e4pfel"});
         row(nullptr, "M", "ain/");
         row(nullptr, "q", "uit");
         row(nullptr, "reb", "");

@@ -58,6 +58,15 @@ private Q_SLOTS:
         shell->setDatabase(QSqlDatabase());
     }
 
+    void noName()
+    {
+        UserDatabase users;
+        shell->setDatabase(users.database);
+        QVERIFY(session("--nt --user --password x\n").contains("[board:10.0.0.7] failed login of user : no name"));
+        QVERIFY(!ZELUser::loginAs("--password", "x", users.database, QUuid(), false).isLogin());
+        shell->setDatabase(QSqlDatabase());
+    }
+
     void statements()
     {
         const QStringList lines = session("--nt\nsystem/adduser bob secret\ndemo/value \x9b\a\n");

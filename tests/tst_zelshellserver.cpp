@@ -52,6 +52,41 @@ private Q_SLOTS:
         m_board.reset();
     }
 
+    void secondServer()
+    {
+        ZELShellServer *const first = m_server.get();
+        auto second = std::make_unique<ZELShellServer>();
+        auto third = std::make_unique<ZELShellServer>();
+        second.reset();
+        QCOMPARE(ZELShellServer::seft, third.get());
+        third.reset();
+        QCOMPARE(ZELShellServer::seft, first);
+        QVERIFY(ZELShell(nullptr).EnterDir("net"));
+    }
+
+    /// The shell that was stopped takes nothing of what is typed for the next one, and does not end the process.
+    void terminalStartedAgain()
+    {
+        int ends[2];
+        QCOMPARE(pipe(ends), 0);
+        const int before = dup(STDIN_FILENO);
+        dup2(ends[0], STDIN_FILENO);
+        close(ends[0]);
+        m_server->startServer();
+        m_server->closeServer();
+        m_server->startServer();
+        QCOMPARE(write(ends[1], "net/wait\n", 9), ssize_t(9));
+        QTimer::singleShot(1000, qApp, [] { QCoreApplication::exit(7); });
+        QCOMPARE(QCoreApplication::exec(), 7);
+        QTRY_COMPARE(m_board->running.load(), 1);
+        QTRY_COMPARE(m_server->ClientNumber(), 1);
+        m_board->leave = true;
+        close(ends[1]);
+        QTRY_COMPARE(m_server->ClientNumber(), 0);
+        dup2(before, STDIN_FILENO);
+        close(before);
+    }
+
     void counts()
     {
         QCOMPARE(m_server->ClientNumber(), 0);

@@ -19,6 +19,11 @@ QString mainName()
     return QStringLiteral("Main");
 }
 
+bool isQuote(QChar c)
+{
+    return c == QLatin1Char('"') || c == QLatin1Char('\'');
+}
+
 bool isSeparator(QChar c)
 {
     return c == QLatin1Char('/') || c == QLatin1Char('\\');
@@ -44,6 +49,7 @@ struct Word
     bool absolute = false;
     bool bare = true; ///< no path was typed
     bool first = false; ///< the statement's command word
+    bool quoted = false; ///< a quote stands before it
 };
 
 /// The last word of \a line; nothing where the line does not end in it as it would be split, as behind a quote.
@@ -61,6 +67,7 @@ std::optional<Word> lastWord(const QString &line)
     word.absolute = isSeparator(line.at(0)) || isSeparator(last.at(0));
     word.bare = !normal.contains(QLatin1Char('/'));
     word.first = words.size() == 1;
+    word.quoted = text.size() > last.size() && isQuote(text.at(text.size() - last.size() - 1));
     word.prefix = normal.mid(normal.lastIndexOf(QLatin1Char('/')) + 1);
     if (!word.bare)
         word.directories = normal.left(normal.lastIndexOf(QLatin1Char('/'))).split(QLatin1Char('/'));
@@ -100,9 +107,11 @@ Candidates beginningWith(const QString &prefix, const ZELListing &entries)
 Candidates candidates(const Word &word, const ZELCompletionScope &scope)
 {
     const std::optional<ZELListing> children = reached(word, scope);
-    if (!children)
+    if (!children || (word.first && word.quoted)) // which is a text and no command
         return {};
-    ZELListing all = *children;
+    ZELListing all;
+    std::copy_if(children->cbegin(), children->cend(), std::back_inserter(all),
+        [&](const auto &entry) { return zelCanBeTyped(entry.name, word.quoted); });
     if (word.bare)
         all += scope.systemCommands();
     if (word.bare && word.first)
@@ -154,6 +163,15 @@ ZELCompletion completionOf(const QString &prefix, const ZELListing &found, int w
 }
 
 } // namespace
+
+bool zelCanBeTyped(const QString &name, bool isQuoted)
+{
+    if (name.contains(QLatin1Char(';')))
+        return false; // ends the statement, wherever it stands
+    if (isQuoted)
+        return std::none_of(name.cbegin(), name.cend(), isQuote);
+    return ZELArguments::CommandSplit(name, true, true) == QStringList(name);
+}
 
 QString zelPaintColumns(const ZELListing &entries, int width)
 {

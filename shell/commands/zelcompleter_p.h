@@ -76,4 +76,7 @@ struct ZELCompletion
  */
 ZELCompletion zelComplete(const QString &line, const ZELCompletionScope &scope, int width);
 
+/// Whether a name of the tree arrives as it is when it is typed, between quotes or as a plain word.
+bool zelCanBeTyped(const QString &name, bool isQuoted);
+
 #endif

@@ -73,6 +73,7 @@ struct OpenDescriptor
     const int fd;
     int out;
     std::atomic<bool> closed{false};
+    std::atomic<bool> abandoned{false}; ///< not to be closed
 
 private:
     std::mutex mutex; // guards wake
@@ -83,6 +84,8 @@ OpenDescriptor::~OpenDescriptor()
 {
     if (wake >= 0)
         close(wake);
+    if (abandoned)
+        return;
     // The numbers of the standard descriptors stay taken: the next file opened would get what others print there.
     const int null = fd <= STDERR_FILENO ? open("/dev/null", O_RDWR | O_CLOEXEC) : -1;
     if (null < 0) {
@@ -290,6 +293,13 @@ void ZELStdDevice::Close()
         open->wakeUp();
     }
     callCloseHook();
+}
+
+void zelAbandonDescriptor(ZELStdDevice &device)
+{
+    if (const auto open = device.d->open())
+        open->abandoned = true;
+    device.Close();
 }
 
 bool ZELStdDevice::readValid() const

@@ -54,6 +54,7 @@ public:
     int descriptor() const;
 
 private:
+    friend void zelAbandonDescriptor(ZELStdDevice &device);
     std::unique_ptr<ZELStdDevicePrivate> d;
 };
 

@@ -4,6 +4,8 @@
 
 #include <functional>
 
+class ZELStdDevice;
+
 /**
  * The terminals that this process made raw, with the settings found, in a table that a signal handler can read.
  *
@@ -37,6 +39,9 @@ void zelTerminalResumed();
 void zelTerminalOnResume(std::function<void()> redraw);
 /// What it wants done when a terminal's size has changed (SIGWINCH, where the host left the default).
 void zelTerminalOnResize(std::function<void()> resized);
+
+/// Closes the device and leaves its descriptor open, for another device.
+void zelAbandonDescriptor(ZELStdDevice &device);
 
 /// Puts back the settings of every terminal that is still raw. Async-signal-safe and repeatable: for the end of the
 /// process, whatever brings it about.

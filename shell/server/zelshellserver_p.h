@@ -7,10 +7,12 @@
 #include "zelshellserver.h"
 #include "zelshellserverstate_p.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 
 class ZELAbstractStream;
+class ZELStdDevice;
 class ZELTcpServer;
 class ZELTcpSocket;
 
@@ -23,11 +25,16 @@ public:
     void configure(ZELShell *shell, bool remote) const;
     QString cachePathNow() const;
     void closeOutgoing();
+    /// Ends a terminal shell that was stopped and leaves the terminal to the next one.
+    void replaceStoppedShell();
 
     const std::shared_ptr<ZELShellServerState> state = std::make_shared<ZELShellServerState>();
     ZELShellCollection collection;
     const std::unique_ptr<ZELTcpServer> tcpServer;
     QPointer<ZELShell> mainShell;
+    QPointer<ZELShell> stoppedShell; ///< by closeServer(), and perhaps still waiting for its next byte
+    ZELStdDevice *mainDevice = nullptr; ///< of the last of these; goes with its shell
+    std::shared_ptr<std::atomic<bool>> mainIsReplaced; ///< the end of that shell is not the process's
     ZELTcpSocket *outgoing = nullptr; ///< one that failed to connect; others belong to their shell
     ZELLife<ZELAbstractStream>::Ref served; ///< the outgoing connection that a shell has
     std::unique_ptr<QObject> jobCommands;

@@ -8,15 +8,26 @@
 #include "zelstream_p.h"
 #include "zeltcpserver.h"
 #include "zeltcpsocket.h"
+#include "zelterminal_p.h"
 
 #include <QDebug>
+#include <QPair>
+#include <QVector>
 #include <unistd.h>
 
 namespace {
 
 const int connectTimeoutMs = 30000;
-const int jobGraceMs = 3000; ///< of all jobs of the terminal shell together
 const int defaultConnectionLimit = 10000;
+
+std::mutex serversMutex;
+
+/// Those that live, by age. Never destroyed, as a server may be a static object.
+QVector<QPair<ZELShellServer *, std::shared_ptr<ZELShellServerState>>> &servers()
+{
+    static auto *const all = new QVector<QPair<ZELShellServer *, std::shared_ptr<ZELShellServerState>>>;
+    return *all;
+}
 
 void describe(ZELShell *shell, const ZELTcpSocket &socket)
 {
@@ -70,6 +81,14 @@ void ZELShellServerPrivate::closeOutgoing()
     delete std::exchange(outgoing, nullptr);
 }
 
+void ZELShellServerPrivate::replaceStoppedShell()
+{
+    if (!std::exchange(stoppedShell, nullptr))
+        return;
+    *mainIsReplaced = true;
+    zelAbandonDescriptor(*mainDevice);
+}
+
 ZELShellServer::ZELShellServer(QObject *parent)
     : QObject(parent)
     , d(new ZELShellServerPrivate)
@@ -77,13 +96,19 @@ ZELShellServer::ZELShellServer(QObject *parent)
     qRegisterMetaType<QPointer<ZELShellBase>>("QPointer<ZELShellBase>");
     ZELShellServerState::setCurrent(d->state);
     seft = this;
+    const ZELServerLock locked(serversMutex);
+    servers().append({this, d->state});
 }
 
 ZELShellServer::~ZELShellServer()
 {
-    if (seft == this) {
-        seft = nullptr;
-        ZELShellServerState::setCurrent({});
+    {
+        const ZELServerLock locked(serversMutex);
+        servers().removeAll({this, d->state});
+        if (seft == this) { // the one before is the current one again
+            seft = servers().isEmpty() ? nullptr : servers().last().first;
+            ZELShellServerState::setCurrent(seft ? servers().last().second : nullptr);
+        }
     }
     d->state->change([](ZELShellSettings &settings) {
         settings.help = nullptr;
@@ -101,17 +126,21 @@ void ZELShellServer::startServer()
         return;
     }
     ZELShellPrivate::keepLogOffTerminal();
+    d->replaceStoppedShell();
+    const auto isReplaced = std::make_shared<std::atomic<bool>>(false);
+    d->mainIsReplaced = isReplaced;
     auto *device = new ZELStdDevice(STDIN_FILENO);
+    d->mainDevice = device;
     auto *stream = new ZELStream(device, false);
     auto *shell = new ZELShell(stream);
     connect(shell, &QObject::destroyed, [stream, device] {
         delete stream;
         delete device;
     });
-    connect(shell, &ZELShell::Stoped, [shell] {
+    connect(shell, &ZELShell::Stoped, [shell, isReplaced] {
         // Jobs of the last lines have perhaps not begun; the host takes their commands away when the process ends.
-        ZELShellPrivate::get(shell)->jobs.waitForEnd(jobGraceMs);
-        if (!zelRestartWanted())
+        ZELShellPrivate::get(shell)->endJobs();
+        if (!zelRestartWanted() && !*isReplaced)
             CloseApplication();
     });
     d->configure(shell, false);
@@ -184,7 +213,7 @@ void ZELShellServer::closeServer()
     d->closeOutgoing();
     if (d->mainShell)
         d->mainShell->Stop();
-    d->mainShell = nullptr;
+    d->stoppedShell = std::exchange(d->mainShell, nullptr);
 }
 
 int ZELShellServer::ClientNumber()

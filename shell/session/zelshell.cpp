@@ -13,6 +13,7 @@
 #include "zeltsan_p.h"
 #include "zeluser.h"
 
+#include <QDeadlineTimer>
 #include <QDebug>
 #include <QLoggingCategory>
 #include <QStringBuilder>
@@ -180,6 +181,22 @@ void ZELShellPrivate::finishCore()
     log(QStringLiteral("ZELShell Closed!"));
 }
 
+void ZELShellPrivate::endJobs()
+{
+    const QDeadlineTimer together(jobGraceMs);
+    const auto left = jobs.running();
+    for (auto job = left.crbegin(); job != left.crend(); ++job) {
+        if ((*job)->hasEnded())
+            continue;
+        qDebug() << "Waring:" << (*job)->label << "is not closed while of shell closing.";
+        // Somebody waits for the end of the terminal's session.
+        if (!(*job)->waitForEnd(isMain ? int(together.remainingTime()) : jobGraceMs))
+            qDebug("Waring:Thread exit failed,Some operations are time-consuming or have that  locks cause threads "
+                   "to block!");
+    }
+    jobs.clear();
+}
+
 void ZELShellPrivate::watchInterruptKey()
 {
     if (!interruptible || !output.stream())
@@ -262,16 +279,7 @@ void ZELShell::release()
     if (!state->isMain)
         state->output.closeDevice();
     Q_EMIT Stoped();
-    const auto jobs = state->jobs.running();
-    for (auto job = jobs.crbegin(); job != jobs.crend(); ++job) {
-        if ((*job)->hasEnded())
-            continue;
-        qDebug() << "Waring:" << (*job)->label << "is not closed while of shell closing.";
-        if (!(*job)->waitForEnd(jobGraceMs))
-            qDebug("Waring:Thread exit failed,Some operations are time-consuming or have that  locks cause threads "
-                   "to block!");
-    }
-    state->jobs.clear();
+    state->endJobs();
     deleteLater();
 }
 

@@ -36,6 +36,8 @@ public:
     void runCore();
     void finishCore();
     void stop(StopState state);
+    /// Tells of the jobs that still run and waits for each; once, nothing is left of them then.
+    void endJobs();
     /// Tells an idle peer and closes its connection.
     void endIdle();
     /// Whether this thread is the one that reads the session's input.
@@ -123,6 +125,12 @@ public:
     void printPrompt();
     void updatePath();
     QString listing(ZELShellCommandTree *directory, bool hidden);
+    /// A path as names have it: without quotes, of which the last may be missing, and decoded where UTF-8 is typed.
+    QString pathOf(const QString &word) const;
+    QString decoded(const QString &word) const;
+    /// Names for this terminal, to which texts go as Latin-1.
+    QString namesFor(const ZELArguments &args, const QString &text) const;
+    QString namesForTerminal(const QString &text) const;
 
     const std::shared_ptr<ZELShellServerState> server;
     ZELLife<ZELShell> life;

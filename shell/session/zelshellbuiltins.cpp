@@ -62,7 +62,7 @@ struct Builtin
             return reply.fail(QStringLiteral("'ls' input error\n"));
         if (words.isEmpty())
             return list(session.directories.current(), hidden);
-        const auto place = session.directories.place(zelUnquoted(words.first()));
+        const auto place = session.directories.place(session.pathOf(words.first()));
         const auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
         if (!pin)
             return reply.fail(QStringLiteral("No such file or directory '%1' found\n").arg(words.first()));
@@ -71,7 +71,7 @@ struct Builtin
 
     void list(ZELShellCommandTree *directory, bool hidden)
     {
-        reply.text(session.listing(directory, hidden));
+        reply.text(session.namesFor(args, session.listing(directory, hidden)));
         reply.done();
     }
 
@@ -79,13 +79,14 @@ struct Builtin
     {
         QStringList words = wordsOf(args).mid(1);
         if (!words.isEmpty())
-            words.first() = zelUnquoted(words.first());
+            words.first() = session.pathOf(words.first());
         const QString failed = session.directories.change(words);
         session.updatePath();
         if (failed.isEmpty())
             reply.done();
         else
-            reply.fail(QStringLiteral("-Shell: cd: %1: No such file or directory\n").arg(failed));
+            reply.fail(
+                QStringLiteral("-Shell: cd: %1: No such file or directory\n").arg(session.namesFor(args, failed)));
     }
 
     void terminal()
@@ -230,7 +231,7 @@ void ZELShellPrivate::complete(const ZELArguments &args, const QString &state, c
 
 ZELShellCommandPin ZELShellPrivate::resolve(const QString &word) const
 {
-    const auto place = directories.place(word);
+    const auto place = directories.place(decoded(word));
     auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
     const bool bare = !word.contains(QLatin1Char('/')) && !word.contains(QLatin1Char('\\'));
     if (bare && !pin.command()) { // a directory may carry a system command's name

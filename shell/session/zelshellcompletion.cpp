@@ -19,15 +19,18 @@ ZELWordCandidates jobNumbers(const ZELShellPrivate &session, const QString &type
 }
 
 /// The directories, for "cd", or all that can be listed, for "ls"; nothing when none of them begins with the word.
-std::optional<ZELWordCandidates> listable(const ZELShellPrivate &session, const QString &typed, bool onlyDirectories)
+std::optional<ZELWordCandidates> listable(const ZELShellPrivate &session, const QString &word, bool onlyDirectories)
 {
+    const bool isQuoted = word.startsWith(QLatin1Char('"')) || word.startsWith(QLatin1Char('\''));
+    const QString typed = isQuoted ? word.mid(1) : word;
     const int cut = typed.lastIndexOf(QLatin1Char('/')) + 1;
     const auto place = session.directories.place(cut == 0 ? QStringLiteral(".") : typed.left(cut));
     const ZELCriticalSection section; // a jump over the pin would keep its node for ever
     const auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
     ZELWordCandidates found{typed.mid(cut), {}};
     for (const ZELShellCommandEntry &entry : ZELShellCommandTreePrivate::visible(pin.node(), session.audience()))
-        if (entry.name.startsWith(found.prefix) && (!onlyDirectories || entry.type == Node::Directory))
+        if (entry.name.startsWith(found.prefix) && zelCanBeTyped(entry.name, isQuoted)
+            && (!onlyDirectories || entry.type == Node::Directory))
             found.entries.append(entry);
     return found.entries.isEmpty() ? std::nullopt : std::make_optional(found);
 }

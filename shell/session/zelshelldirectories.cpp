@@ -2,6 +2,8 @@
 #include "zelcompleter_p.h"
 #include "zelshell_p.h"
 #include "zelshellcommandtree_p.h"
+#include "zelshellexpansion_p.h"
+#include "zelshellreply_p.h"
 #include "zelshellserverstate_p.h"
 
 #include <algorithm>
@@ -82,8 +84,31 @@ void ZELShellPrivate::printPrompt()
 {
     if (noTerminal || hasPrompt)
         return;
-    output.prompt(QStringLiteral("\033[32mZELShell@ZEL:~\033[0m\033[34m") + directories.path(true)
+    output.prompt(QStringLiteral("\033[32mZELShell@ZEL:~\033[0m\033[34m") + namesForTerminal(directories.path(true))
         + QStringLiteral("\033[0m\033[33m $ \033[0m"));
+}
+
+QString ZELShellPrivate::pathOf(const QString &word) const
+{
+    const bool isOpen = word.size() > 1 && (word.startsWith(QLatin1Char('"')) || word.startsWith(QLatin1Char('\'')))
+        && !word.endsWith(word.at(0));
+    return decoded(isOpen ? word.mid(1) : zelUnquoted(word));
+}
+
+QString ZELShellPrivate::decoded(const QString &word) const
+{
+    const auto isByte = [](QChar c) { return c.unicode() < 0x100; };
+    return utf8Editing && std::all_of(word.cbegin(), word.cend(), isByte) ? zelTextOf(word.toLatin1()) : word;
+}
+
+QString ZELShellPrivate::namesForTerminal(const QString &text) const
+{
+    return utf8Editing ? QString::fromLatin1(text.toUtf8()) : text;
+}
+
+QString ZELShellPrivate::namesFor(const ZELArguments &args, const QString &text) const
+{
+    return args.hasProtocl() ? text : namesForTerminal(text);
 }
 
 void ZELShellPrivate::updatePath()
@@ -106,7 +131,7 @@ QString ZELShellPrivate::listing(ZELShellCommandTree *directory, bool hidden)
 
 void ZELShell::PrintDir(ZELShellCommandTree *dir, bool flag)
 {
-    d->output.write(d->listing(dir, flag));
+    d->output.write(d->namesForTerminal(d->listing(dir, flag)));
 }
 
 void ZELShell::dumptree(ZELShellCommandTree *src, QObject *dst)

@@ -332,7 +332,7 @@ void ZELShellPrivate::startJob(const QString &statement)
         }
         session->execute(statement, args, true);
         // The session itself waits for input and would not notice that a job wants it to end.
-        if (session->quitter == QThread::currentThreadId() && !session->isMain)
+        if (session->quitter == QThread::currentThreadId())
             session->output.closeDevice();
     };
     // Whatever ends the thread, and wherever it was then.

@@ -133,6 +133,8 @@ void ZELShellLoop::login(const ZELArguments &args, const ZELShellSettings &setti
 void ZELShellLoop::loginByName(const ZELArguments &args, const QUuid &key, bool mayCreate)
 {
     const QString name = args.getOptFromString(QStringLiteral("--user"));
+    if (name.startsWith(QLatin1String("--"))) // the option behind a name that was left out
+        return logFailedLogin(QStringLiteral("user"), QStringLiteral("no name"));
     const QString password = args.getOptFromString(QStringLiteral("--password"));
     ZELUser user = ZELUser::loginAs(name, password, m_session.loginDatabase(), key, mayCreate);
     if (!user.isLogin())

@@ -14,6 +14,7 @@
 namespace {
 
 const QString mainName = QStringLiteral("Main");
+const QString here = QStringLiteral(".");
 const QString nullText = QStringLiteral("NULL");
 
 QStringList namesOf(const QVector<ZELShellCommandTree *> &nodes)
@@ -183,6 +184,8 @@ QString ZELShellDirectories::change(const QStringList &arguments)
         m_stack = {m_server->mainRoot()};
         if (namesRoot(pieces))
             pieces.removeFirst();
+    } else if (!m_stack.isEmpty() && pieces.value(0) == here && !m_stack.last()->Find(here)) {
+        pieces.removeFirst();
     }
     for (const QString &piece : qAsConst(pieces)) {
         if (!enterOn(m_stack, piece))
@@ -202,7 +205,6 @@ ZELShellDirectories::Place ZELShellDirectories::place(const QString &path) const
         place.start = m_server->mainRoot();
         place.pieces.removeFirst();
     }
-    const QString here = QStringLiteral(".");
     if (place.start && !place.pieces.isEmpty() && place.pieces.first() == here && !place.start->Find(here))
         place.pieces.removeFirst();
     return place;
@@ -278,13 +280,6 @@ QVector<std::shared_ptr<ZELShellJob>> ZELShellJobs::running() const
             result.append(job);
     }
     return result;
-}
-
-void ZELShellJobs::waitForEnd(int ms) const
-{
-    const QDeadlineTimer deadline(ms);
-    for (const auto &job : running())
-        job->waitForEnd(int(deadline.remainingTime()));
 }
 
 void ZELShellJobs::clear()

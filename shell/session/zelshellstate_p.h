@@ -163,8 +163,6 @@ class ZELShellJobs
 public:
     void append(const std::shared_ptr<ZELShellJob> &job);
     QVector<std::shared_ptr<ZELShellJob>> running() const;
-    /// Waits for that long at most until all have ended.
-    void waitForEnd(int ms) const;
     void clear();
 
 private:
