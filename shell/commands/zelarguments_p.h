@@ -64,6 +64,8 @@ public:
     static std::optional<QString> (*asker)(const ZELArguments &args, const ZELQuestion &question, QString *problem);
     /// The record is that of a statement answered in packets.
     bool answersInPackets = false;
+    bool errorSaysWhere = false; ///< it comes out of a function of a script, and names its place
+    bool errorIsShown = false; ///< by what the command ran
     /// The record whose completing packet this thread prints.
     static thread_local const ZELArgumentsPrivate *completing;
     /// The text or packet that completes the statement has been written.

@@ -155,14 +155,3 @@ QString zelWithoutTag(const QString &input, const QString &tag)
     QString rest = input;
     return rest.remove(from, to - from).trimmed();
 }
-
-QStringList zelStatements(const QString &code)
-{
-    QStringList result;
-    QString plain = code;
-    for (const QString &piece : plain.replace(QLatin1Char('\n'), QLatin1Char(';')).split(QLatin1Char(';'))) {
-        if (!piece.trimmed().isEmpty())
-            result += piece;
-    }
-    return result;
-}

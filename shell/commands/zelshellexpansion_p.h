@@ -38,14 +38,12 @@ QString zelUnquoted(const QString &word);
 struct ZELCommandWord
 {
     explicit ZELCommandWord(const QString &word);
+    QString typed() const { return index.isEmpty() ? name : name + QLatin1Char('#') + index; }
     QString name;
     QString index;
 };
 
 /// The input without the protocol tag and the "=" of a base64 padding behind it, blanks around it left out.
 QString zelWithoutTag(const QString &input, const QString &tag);
-
-/// Statements of a text: pieces between line feeds and ";", those without any word left out.
-QStringList zelStatements(const QString &code);
 
 #endif

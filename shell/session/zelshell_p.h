@@ -7,6 +7,7 @@
 #include "zelshell.h"
 #include "zelshellcommandtree_p.h"
 #include "zelshellforeground_p.h"
+#include "zelshellscripts_p.h"
 #include "zelshellstate_p.h"
 
 #include <QThread>
@@ -70,9 +71,7 @@ public:
 
     // The line interpreter: zelshellexecatestring.cpp.
     QVariant execute(const QString &line, bool background);
-    QVariant execute(const QString &line, ZELArguments args, bool background);
-    QVariant executeString(const ZELArguments &args);
-    ZELArguments newRecord(const QString &line);
+    QVariant execute(const QString &line, ZELArguments args, bool background, bool mayBeScript = true);
     /// Answers a line that is not run.
     void refuseLine(const QString &line, bool tagged, const QString &message);
     /// Answers a tagged statement whose thread was ended before it gave its answer.
@@ -114,6 +113,15 @@ public:
     /// Prints the packet that completes the exchange of a tagged statement.
     static void complete(const ZELArguments &args, const QString &state, const QString &text);
 
+    // Scripts: zelshellscripts.cpp.
+    QVariant executeString(const ZELArguments &args, bool *hasReturned = nullptr);
+    /// Runs a script's text; the record says what went wrong.
+    QVariant runScript(const QString &code, const ZELArguments &args, bool *hasReturned = nullptr);
+    Outcome runScripted(ZELArguments &args);
+    QVariant runBlocks(const QString &line, const ZELArguments &args);
+    void callFunction(const ZELScriptStep &function, ZELArguments &args);
+
+    ZELArguments newRecord(const QString &line);
     // Roles and completion: zelshellroles.cpp, zelshellcompletion.cpp.
     ZELCommandAudience audience() const;
     void takeUserRoles(const QString &userName);
@@ -140,6 +148,7 @@ public:
     ZELRunningNames running;
     ZELShellJobs jobs;
     ZELHistory history;
+    ZELShellFunctions functions;
     ZELForeground foreground{output};
     std::unique_ptr<ZELShellLoop> loop; ///< used by the core thread alone
     std::optional<std::pair<QString, ZELArguments>> underway; ///< the core thread's statement; used by it alone

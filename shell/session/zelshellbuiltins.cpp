@@ -249,7 +249,7 @@ ZELShellPrivate::Outcome ZELShellPrivate::runCommand(ZELArguments &args)
     setCommandWord(args);
     ZELShellCommandPin pin = resolve(args.getExecName());
     if (!pin || pin.node()->CommandType() == ZELShellCommandTree::Directory || !pin.command())
-        return Outcome::NotFound;
+        return runScripted(args);
     emitProcessReceived();
     args.setExecPath(pin.node()->getPath());
     if (!hasRoleFor(pin.command()) || !isPermitted(args)) {
@@ -363,6 +363,8 @@ void ZELShellPrivate::answerKilled(const ZELArguments &args)
 void ZELShellPrivate::printError(const ZELArguments &args)
 {
     zelFinishFilters(*this, args);
+    if (ZELArgumentsPrivate::get(args)->errorIsShown)
+        return;
     args.debug().noquote() << args.getErrorString();
     const QString usage = ZELArgumentsPrivate::get(args)->usage;
     if (!usage.isEmpty() && !noTerminal && !args.hasProtocl())

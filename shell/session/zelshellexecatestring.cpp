@@ -53,11 +53,6 @@ ZELLogging::Hook packetHook(const ZELArguments &args, bool mayComplete)
     };
 }
 
-QString keyOf(const ZELCommandWord &word)
-{
-    return word.index.isEmpty() ? word.name : word.name + QLatin1Char('#') + word.index;
-}
-
 } // namespace
 
 thread_local ZELStatementDepth::Nesting ZELStatementDepth::s_nesting;
@@ -66,8 +61,10 @@ ZELStatementDepth::ZELStatementDepth()
     : m_outer(s_nesting)
 {
     s_nesting.depth = m_outer.depth + 1;
-    if (isOutermost())
-        s_nesting = Nesting{1, std::nullopt, nullptr};
+    if (!isOutermost())
+        return;
+    s_nesting = Nesting{1, std::nullopt, nullptr};
+    ZELEnvironment::Scope::leaveAll(); // of a function that was jumped out of
 }
 
 ZELStatementDepth::~ZELStatementDepth()
@@ -165,7 +162,7 @@ bool ZELStatement::execute(ZELShellPrivate::Unknown unknown)
     if (m_args.Length() == 0)
         return false;
     if (m_tagged) // whatever its command runs in turn
-        ZELStatementDepth::setRemoteKey(m_session, keyOf(ZELCommandWord(m_args[0])));
+        ZELStatementDepth::setRemoteKey(m_session, ZELCommandWord(m_args[0]).typed());
     return m_tagged ? m_session.executePro(m_args, unknown) : m_session.executeStd(m_args, unknown);
 }
 
@@ -245,7 +242,7 @@ QVariant ZELShellPrivate::execute(const QString &line, bool background)
     return execute(line, newRecord(line), background);
 }
 
-QVariant ZELShellPrivate::execute(const QString &line, ZELArguments args, bool background)
+QVariant ZELShellPrivate::execute(const QString &line, ZELArguments args, bool background, bool mayBeScript)
 {
     const ZELStatementDepth depth;
     args.setIsBackground(background);
@@ -256,12 +253,25 @@ QVariant ZELShellPrivate::execute(const QString &line, ZELArguments args, bool b
         ZELCriticalSection section;
         history.add(server->settings()->passwordHidden ? zelWithoutPassword(line) : line);
     }
+    if (mayBeScript && zelHasScriptBlock(line) && args.indexOfOptFromString(zelProtocolTag()) < 0)
+        return runBlocks(line, args);
     const QString problem = zelTakeFilters(*this, line, args);
     if (!problem.isEmpty()) {
         refuseLine(line, args.indexOfOptFromString(zelProtocolTag()) >= 1, problem);
         return QVariant();
     }
     return ZELStatement(*this, args).run(depth);
+}
+
+/// Blocks as they are typed; what went wrong is said behind their output.
+QVariant ZELShellPrivate::runBlocks(const QString &line, const ZELArguments &args)
+{
+    const QVariant value = runScript(line, args);
+    if (!args.hasError())
+        return value;
+    failed = true;
+    output.write(QLatin1String("Error : script, ") + args.getErrorString() + QLatin1Char('\n'));
+    return QVariant();
 }
 
 ZELArguments ZELShellPrivate::newRecord(const QString &line)
@@ -324,10 +334,16 @@ void ZELShellPrivate::startJob(const QString &statement)
 {
     const auto job = std::make_shared<ZELShellJob>(statement);
     const ZELArguments args = newRecord(statement);
-    auto run = [session = shared_from_this(), job, statement, args, key = ZELStatementDepth::remoteKey(*this)] {
+    auto run = [session = shared_from_this(), job, statement, args, key = ZELStatementDepth::remoteKey(*this),
+                   scope = ZELEnvironment::Scope::current()] {
         std::optional<ZELStatementDepth> script;
-        if (key) {
+        if (scope) {
             script.emplace();
+            ZELEnvironment::Scope::enter(scope);
+        }
+        if (key) {
+            if (!script)
+                script.emplace();
             ZELStatementDepth::setRemoteKey(*session, *key);
         }
         session->execute(statement, args, true);
@@ -378,31 +394,6 @@ std::optional<QString> zelScriptCode(const ZELArguments &args, QString *error)
         return std::nullopt;
     }
     return zelTextOf(file.readAll());
-}
-
-QVariant ZELShellPrivate::executeString(const ZELArguments &args)
-{
-    QString error;
-    const std::optional<QString> code = zelScriptCode(args, &error);
-    if (!error.isEmpty()) {
-        args.setErrorString(error);
-        args.setProtoclState(QStringLiteral("EXECUTE_ERROR"));
-    }
-    if (!code)
-        return QVariant();
-    const ZELStatementDepth depth;
-    if (args.hasProtocl()) {
-        ZELCommandWord word(args.getExecName());
-        word.index = args.getExecIndex();
-        ZELStatementDepth::setRemoteKey(*this, keyOf(word));
-    }
-    QVariant last;
-    for (const QString &statement : zelStatements(*code)) {
-        if (isStopping())
-            break;
-        last = runStatement(statement);
-    }
-    return last;
 }
 
 QVariant ZELShell::Execute(QString line, bool background)

@@ -305,10 +305,17 @@ void ZELShellLoop::runLine(QString line)
     const auto isAscii = [](QChar c) { return c.unicode() < 0x80; };
     if (!std::all_of(line.cbegin(), line.cend(), isAscii) && line.contains(zelProtocolTag()))
         line = zelTextOf(line.toLatin1());
+    line = m_begun + line;
+    m_begun.clear();
+    if (zelHasScriptBlock(line) && zelIsOpenScript(line) && !line.contains(zelProtocolTag())) {
+        m_begun = line + QLatin1Char('\n');
+        if (!m_session.noTerminal)
+            m_session.output.write(QStringLiteral("> "));
+        return;
+    }
     if (!line.isEmpty()) {
         m_running = true;
-        const QLatin1Char separator(';');
-        runPieces(line.contains(separator) ? line.split(separator, Qt::SkipEmptyParts) : QStringList(line));
+        runPieces(zelTypedStatements(line));
         m_running = false;
         if (m_session.isMain && m_session.noTerminal)
             m_session.stopState = ZELShellPrivate::Ended;

@@ -69,6 +69,7 @@ private:
 
     ZELShellPrivate &m_session;
     ZELLineEditor m_editor;
+    QString m_begun; ///< lines of a script block that goes on
     QVariant m_result; ///< not on the stack, which an interrupt jumps over
     QByteArray m_buffer;
     int m_next = 0;

@@ -212,7 +212,7 @@ QStringList ZELShellPrompt::enter(const QString &line)
 {
     const QString whole = m_begun + line;
     m_begun.clear();
-    if (zelIsOpenText(whole)) {
+    if (zelHasScriptBlock(whole) ? zelIsOpenScript(whole) : zelIsOpenText(whole)) {
         m_begun = whole + QLatin1Char('\n');
         return {};
     }

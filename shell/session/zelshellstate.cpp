@@ -15,7 +15,6 @@ namespace {
 
 const QString mainName = QStringLiteral("Main");
 const QString here = QStringLiteral(".");
-const QString nullText = QStringLiteral("NULL");
 
 QStringList namesOf(const QVector<ZELShellCommandTree *> &nodes)
 {
@@ -26,36 +25,6 @@ QStringList namesOf(const QVector<ZELShellCommandTree *> &nodes)
 }
 
 } // namespace
-
-ZELEnvironment::ZELEnvironment()
-{
-    for (const char *name : {"$?", "$@", "$*"})
-        m_values.insert(QLatin1String(name), nullText);
-}
-
-std::optional<QString> ZELEnvironment::find(const QString &name) const
-{
-    ZELSessionLock lock(m_mutex);
-    const auto found = m_values.constFind(name);
-    return found == m_values.constEnd() ? std::nullopt : std::optional<QString>(*found);
-}
-
-QString ZELEnvironment::value(const QString &name) const
-{
-    return find(name).value_or(nullText);
-}
-
-void ZELEnvironment::set(const QString &name, const QString &value)
-{
-    ZELSessionLock lock(m_mutex);
-    m_values.insert(name, value);
-}
-
-QStringList ZELEnvironment::names() const
-{
-    ZELSessionLock lock(m_mutex);
-    return m_values.keys();
-}
 
 ZELRunningNames::Entry ZELRunningNames::take(const QString &path)
 {

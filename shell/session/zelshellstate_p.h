@@ -2,7 +2,7 @@
 #ifndef ZELSHELLSTATE_P_H
 #define ZELSHELLSTATE_P_H
 
-#include "zelguard_p.h"
+#include "zelenvironment_p.h"
 #include "zelstream_p.h"
 
 #include <QHash>
@@ -25,43 +25,6 @@ class ZELThread;
 
 // The pieces of a session that its core thread and its jobs share. Each guards itself; none holds its lock while
 // anything else of the session, or a command, runs.
-
-/// A lock that a kill waits for.
-class ZELSessionLock
-{
-public:
-    explicit ZELSessionLock(std::mutex &mutex)
-        : m_lock(mutex)
-    {
-    }
-    /// Waits for a change of what the mutex guards; false when the time is over.
-    bool wait(std::condition_variable &change, std::chrono::steady_clock::time_point deadline)
-    {
-        return change.wait_until(m_lock, deadline) == std::cv_status::no_timeout;
-    }
-    void wait(std::condition_variable &change) { change.wait(m_lock); }
-
-private:
-    ZELCriticalSection m_section;
-    std::unique_lock<std::mutex> m_lock;
-};
-
-/// The shell variables, by names that include the "$".
-class ZELEnvironment
-{
-public:
-    ZELEnvironment();
-    /// Nothing for a variable that was never set.
-    std::optional<QString> find(const QString &name) const;
-    /// The value; "NULL" for a variable that was never set.
-    QString value(const QString &name) const;
-    void set(const QString &name, const QString &value);
-    QStringList names() const;
-
-private:
-    mutable std::mutex m_mutex;
-    QHash<QString, QString> m_values;
-};
 
 /// The commands that are executing, as "name#number" with the lowest number that is free; however they were typed.
 class ZELRunningNames

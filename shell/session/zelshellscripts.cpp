@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+// The members of ZELShellPrivate that run scripts.
+#include "zelshellscripts_p.h"
+
+#include "zelarguments_p.h"
+#include "zelscriptevaluator_p.h"
+#include "zelshell_p.h"
+#include "zelshellexecatestring_p.h"
+#include "zelshellexpansion_p.h"
+
+namespace {
+
+constexpr int deepestCall = 256;
+
+class SessionHost : public ZELScriptHost
+{
+public:
+    explicit SessionHost(ZELShellPrivate &session)
+        : m_session(session)
+    {
+    }
+    Result run(const QString &statement) override
+    {
+        if (statement.endsWith(QLatin1Char('&'))) {
+            m_session.startJob(statement.chopped(1));
+            return {};
+        }
+        const ZELArguments args = m_session.newRecord(statement);
+        const QVariant value = m_session.execute(statement, args, false, false);
+        return {value, args.hasError(), args.getErrorString(), ZELArgumentsPrivate::get(args)->errorSaysWhere};
+    }
+    QString variable(const QString &name) override { return m_session.environment.value(name); }
+    void setVariable(const QString &name, const QString &value) override { m_session.environment.set(name, value); }
+    void define(const ZELScriptStep &function) override { m_session.functions.define(function); }
+    bool isEnding() override
+    {
+        zelSafePoint();
+        return m_session.isStopping();
+    }
+
+private:
+    ZELShellPrivate &m_session;
+};
+
+void fail(const ZELArguments &args, const QString &error)
+{
+    args.setErrorString(error);
+    args.setProtoclState(QStringLiteral("EXECUTE_ERROR"));
+}
+
+} // namespace
+
+void ZELShellFunctions::define(const ZELScriptStep &function)
+{
+    const auto kept = std::make_shared<const ZELScriptStep>(function);
+    ZELSessionLock lock(m_mutex);
+    m_functions.insert(function.name, kept);
+}
+
+std::shared_ptr<const ZELScriptStep> ZELShellFunctions::find(const QString &name) const
+{
+    ZELSessionLock lock(m_mutex);
+    return m_functions.value(name);
+}
+
+QStringList ZELShellFunctions::names() const
+{
+    ZELSessionLock lock(m_mutex);
+    return m_functions.keys();
+}
+
+QStringList zelTypedStatements(const QString &line)
+{
+    const QLatin1Char separator(';');
+    if (!line.contains(separator) || zelHasScriptBlock(line))
+        return {line};
+    ZELScriptError error;
+    const bool bearsScript = line.contains(QLatin1String("dostring"));
+    const ZELScriptBody parsed = bearsScript ? zelParseScript(line, &error) : nullptr;
+    if (!parsed)
+        return line.split(separator, Qt::SkipEmptyParts);
+    QStringList statements;
+    for (const ZELScriptStep &step : parsed->steps)
+        statements += step.value.statement;
+    return statements;
+}
+
+bool zelHasScriptBlock(const QString &line)
+{
+    if (!line.contains(QLatin1Char('{')) && !line.contains(QLatin1Char('(')))
+        return false;
+    for (const QString &piece : line.split(QLatin1Char(';')))
+        if (zelBeginsScriptBlock(piece))
+            return true;
+    return false;
+}
+
+QVariant ZELShellPrivate::runScript(const QString &code, const ZELArguments &args, bool *hasReturned)
+{
+    ZELScriptError problem;
+    const ZELScriptBody script = zelParseScript(code, &problem);
+    if (!script) {
+        fail(args, problem.toString());
+        return QVariant();
+    }
+    SessionHost host(*this);
+    ZELScriptEvaluator evaluator(host);
+    const QVariant value = evaluator.run(*script);
+    if (!evaluator.error().isEmpty())
+        fail(args, evaluator.error());
+    if (hasReturned)
+        *hasReturned = evaluator.hasReturned();
+    return value;
+}
+
+QVariant ZELShellPrivate::executeString(const ZELArguments &args, bool *hasReturned)
+{
+    QString error;
+    const std::optional<QString> code = zelScriptCode(args, &error);
+    if (!error.isEmpty())
+        fail(args, error);
+    if (!code)
+        return QVariant();
+    const ZELStatementDepth depth;
+    if (args.hasProtocl()) {
+        ZELCommandWord word(args.getExecName());
+        word.index = args.getExecIndex();
+        ZELStatementDepth::setRemoteKey(*this, word.typed());
+    }
+    return runScript(*code, args, hasReturned);
+}
+
+/// What scripts brought: their runner, and the functions of the session.
+ZELShellPrivate::Outcome ZELShellPrivate::runScripted(ZELArguments &args)
+{
+    const auto function = functions.find(args.getExecName());
+    if (!function && args.getExecName() != QLatin1String("dostring"))
+        return Outcome::NotFound;
+    if (!isPermitted(args)) {
+        refuse(args);
+        return Outcome::Answered;
+    }
+    if (function) {
+        callFunction(*function, args);
+        return Outcome::Ran;
+    }
+    // On a terminal the last statement has shown its value itself.
+    bool hasReturned = false;
+    const QVariant value = executeString(args, &hasReturned);
+    if (value.isValid() && (hasReturned || args.hasProtocl()))
+        args.setReturnValue(value);
+    return Outcome::Ran;
+}
+
+void ZELShellPrivate::callFunction(const ZELScriptStep &function, ZELArguments &args)
+{
+    QStringList words;
+    for (int i = 1; i < args.Length(); ++i)
+        words += args.HasQuote(i) ? zelUnquoted(args[i]) : args[i];
+    QHash<QString, QString> parameters{{QStringLiteral("$*"), words.join(QLatin1Char(' '))}};
+    parameters.insert(QStringLiteral("$@"), parameters.value(QStringLiteral("$*")));
+    for (int i = 0; i < function.words.size(); ++i)
+        parameters.insert(function.words.at(i), words.value(i));
+    const ZELEnvironment::Scope scope(environment, parameters);
+    if (scope.depth() > deepestCall)
+        return fail(args, QStringLiteral("functions call each other more than %1 deep").arg(deepestCall));
+    SessionHost host(*this);
+    ZELScriptEvaluator evaluator(host);
+    const QVariant value = evaluator.run(*function.body);
+    ZELArgumentsPrivate *const record = ZELArgumentsPrivate::get(args);
+    record->errorSaysWhere = !evaluator.error().isEmpty();
+    record->errorIsShown = evaluator.isPassedOn();
+    if (evaluator.isPassedOn())
+        fail(args, evaluator.error());
+    else if (!evaluator.error().isEmpty())
+        fail(args, function.name + QLatin1String(", ") + evaluator.error());
+    else if (evaluator.hasReturned())
+        args.setReturnValue(value);
+}
