@@ -42,6 +42,7 @@ short eventsOf(const QSocketNotifier *notifier)
 ZELEventDispatcher::ZELEventDispatcher(QThread *restarted)
     : m_restarted(restarted)
 {
+    ZEL_TSAN_RELEASE(this); // Qt hands it to other threads, and is not looked at
 }
 
 ZELEventDispatcher::~ZELEventDispatcher()
@@ -261,6 +262,7 @@ std::vector<ZELEventDispatcher::Timer>::iterator ZELEventDispatcher::findTimer(i
 
 void ZELEventDispatcher::wakeUp()
 {
+    ZEL_TSAN_ACQUIRE(this);
     if (m_state.exchange(Woken) != Asleep)
         return;
     const int fd = m_wakeFd;
