@@ -282,6 +282,7 @@ private Q_SLOTS:
     void storm()
     {
         QThread::msleep(1100); // what was reported before in the same second counts
+        ZELFault::call([] {}); // the zone of the test before is forgotten at the next frame, by one thread for all
         ZELFault::setReport(SIGSEGV, true);
         ZELFault::setReportRate(4);
         QTemporaryDir dir;
