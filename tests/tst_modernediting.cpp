@@ -217,7 +217,7 @@ private Q_SLOTS:
             return screen.rows().join('\n').endsWith(text);
         };
         // A telnet client: it asks first, is told that its keys are echoed here, and tells its window's size later.
-        QVERIFY(there.send("\377\375\003--columns 20 --rows 5\r\n"));
+        QVERIFY(there.send(QByteArray("\377\375\003--columns 20 --rows 5\r\0", 26)));
         QVERIFY(shows("$"));
         QVERIFY(there.send(QByteArray("e\377\372\037\0\050\0\005\377\360"
                                       "a\xcc\x81x\177\177z\r\0",

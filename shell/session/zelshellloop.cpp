@@ -79,7 +79,9 @@ bool ZELShellLoop::refill()
 std::optional<QByteArray> ZELShellLoop::handshakeLine()
 {
     QByteArray bytes;
-    for (char byte = getChar(); byte != '\n'; byte = getChar()) {
+    // What Enter is to a telnet client that has been told to send each key.
+    const auto ends = [this](char byte) { return byte == '\n' || (byte == '\r' && m_telnet); };
+    for (char byte = getChar(); !ends(byte); byte = getChar()) {
         if (byte == 0 && m_session.isStopping())
             return std::nullopt;
         const int limit = m_session.lineLimit;

@@ -133,7 +133,9 @@ void ZELShellPrompt::show()
             const int above = text.lastIndexOf('\n') + 1;
             m_editor.setPrompt(text.mid(above));
             m_editor.forgetScreen();
-            shown = (m_isAtRowStart ? QByteArray() : QByteArrayLiteral("\r\n")) + withReturns(text.left(above), 0);
+            // The banner has line feeds only, which leave the cursor of a raw terminal where it was.
+            shown = m_isAtRowStart ? (m_session.isMain ? "" : "\r") : "\r\n";
+            shown += withReturns(text.left(above), 0);
         }
         m_isShown = true;
         m_isAtRowStart = true;
