@@ -104,8 +104,9 @@ ZELSystemCommand::~ZELSystemCommand()
 {
     ZELCriticalSection section;
     // While it was not waited for its number is its own.
-    if (m_pid > 0)
-        kill(-m_pid, SIGKILL);
+    // It may not lead its group yet, where the child goes on beside its parent, as under an emulator.
+    if (m_pid > 0 && kill(-m_pid, SIGKILL) != 0)
+        kill(m_pid, SIGKILL);
     if (m_output >= 0)
         closeOutput();
     waitForEnd(-1);

@@ -119,8 +119,10 @@ void ZELPromptEditor::flushRun()
         m_buffer.insert(run.left(from = zelGraphemeAt(run, 0).length), !m_pasting);
     // Each word is a step of its own for undo.
     for (int at = from + 1; !m_pasting && at < run.size() && run.size() < 4096; ++at)
-        if (run.at(at - 1) == ' ' && run.at(at) != ' ')
-            m_buffer.insert(run.mid(std::exchange(from, at), at - from), true);
+        if (run.at(at - 1) == ' ' && run.at(at) != ' ') {
+            m_buffer.insert(run.mid(from, at - from), true);
+            from = at;
+        }
     if (from < run.size())
         m_buffer.insert(run.mid(from), !m_pasting);
 }
