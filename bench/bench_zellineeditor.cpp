@@ -41,7 +41,8 @@ void tab(benchmark::State &state)
     for (int i = 0; i < state.range(0); ++i)
         commands.append({QStringLiteral("command%1").arg(i), ZELShellCommandTree::Execute});
     ZELCompletionScope scope;
-    scope.fromRoot = scope.fromCurrent = [&](const QStringList &) { return std::make_optional(commands); };
+    scope.fromRoot = scope.fromCurrent
+        = [&](const QStringList &, const QString &) { return std::make_optional(commands); };
     scope.systemCommands = [] { return ZELListing(); };
     for (auto _ : state)
         benchmark::DoNotOptimize(zelComplete(QStringLiteral("com"), scope, 80));

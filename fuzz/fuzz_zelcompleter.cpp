@@ -18,7 +18,7 @@ using Tree = ZELShellCommandTree;
 ZELCompletionScope scopeOf(bool aboveTree)
 {
     ZELCompletionScope scope;
-    scope.fromRoot = [](const QStringList &pieces) -> std::optional<ZELListing> {
+    scope.fromRoot = [](const QStringList &pieces, const QString &) -> std::optional<ZELListing> {
         for (const QString &piece : pieces)
             demand(!piece.isEmpty());
         if (pieces.size() > 1)

@@ -20,7 +20,7 @@ const QHash<QString, ZELListing> directories = {
 
 ZELCompletionScope::Reader readerFrom(const QStringList &start)
 {
-    return [start](const QStringList &pieces) -> std::optional<ZELListing> {
+    return [start](const QStringList &pieces, const QString &) -> std::optional<ZELListing> {
         const QString path = (start + pieces).join('/');
         return directories.contains(path) ? std::make_optional(directories.value(path)) : std::nullopt;
     };
@@ -110,7 +110,7 @@ private Q_SLOTS:
     void mainMayBeAnotherDirectory()
     {
         ZELCompletionScope scope = scopeIn("");
-        scope.fromRoot = [](const QStringList &pieces) -> std::optional<ZELListing> {
+        scope.fromRoot = [](const QStringList &pieces, const QString &) -> std::optional<ZELListing> {
             if (pieces == QStringList("Main"))
                 return ZELListing{{"inner", Tree::Execute}};
             return pieces.isEmpty() ? std::make_optional(ZELListing{{"Main", Tree::Directory}}) : std::nullopt;

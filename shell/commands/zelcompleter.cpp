@@ -83,14 +83,14 @@ std::optional<ZELListing> reached(const Word &word, const ZELCompletionScope &sc
     const QStringList &pieces = word.directories;
     const bool namesMain = !pieces.isEmpty() && pieces.first() == mainName();
     if (word.absolute) {
-        const bool alias = namesMain && !scope.fromRoot({mainName()});
-        return scope.fromRoot(pieces.mid(alias ? 1 : 0));
+        const bool alias = namesMain && !scope.fromRoot({mainName()}, QString());
+        return scope.fromRoot(pieces.mid(alias ? 1 : 0), word.prefix);
     }
     if (!scope.aboveTree)
-        return scope.fromCurrent(pieces);
+        return scope.fromCurrent(pieces, word.prefix);
     if (pieces.isEmpty())
         return ZELListing{{mainName(), ZELShellCommandTree::Directory}};
-    return namesMain ? scope.fromRoot(pieces.mid(1)) : std::nullopt;
+    return namesMain ? scope.fromRoot(pieces.mid(1), word.prefix) : std::nullopt;
 }
 
 /// The names that begin with the prefix, each once: what stands first counts.
@@ -194,12 +194,12 @@ ZELCompletionScope ZELCompletionScope::ofTrees(ZELShellCommandTree *mainRoot, ZE
     ZELShellCommandTree *systemRoot, const ZELCommandAudience &audience)
 {
     const auto readerFrom = [audience](ZELShellCommandTree *start) -> Reader {
-        return [start, audience](const QStringList &directories) -> std::optional<ZELListing> {
+        return [start, audience](const QStringList &directories, const QString &prefix) -> std::optional<ZELListing> {
             const ZELCriticalSection section; // a jump over the pin would keep its node for ever
             const auto pin = ZELShellCommandPin::walk(start, directories);
             if (!pin || pin.command())
                 return std::nullopt;
-            return ZELShellCommandTreePrivate::visible(pin.node(), audience);
+            return ZELShellCommandTreePrivate::visible(pin.node(), audience, prefix);
         };
     };
     ZELCompletionScope scope;

@@ -33,11 +33,11 @@ struct ZELWordCandidates
  * What a completion may look at, as plain functions, so that it holds no lock and needs no tree.
  *
  * A reader walks the directories named by its argument, none of them empty, and returns what the last one holds;
- * nothing when one of them is missing or no directory.
+ * nothing when one of them is missing or no directory. Names that do not begin with the prefix may be left out.
  */
 struct ZELCompletionScope
 {
-    using Reader = std::function<std::optional<ZELListing>(const QStringList &directories)>;
+    using Reader = std::function<std::optional<ZELListing>(const QStringList &directories, const QString &prefix)>;
 
     Reader fromRoot; ///< from the main root
     Reader fromCurrent; ///< from the session's directory; above the tree it is not asked

@@ -86,15 +86,18 @@ QVector<ZELShellCommandEntry> ZELShellCommandTreePrivate::snapshot(Node *directo
     return entries;
 }
 
-QVector<ZELShellCommandEntry> ZELShellCommandTreePrivate::visible(Node *directory, const ZELCommandAudience &audience)
+QVector<ZELShellCommandEntry> ZELShellCommandTreePrivate::visible(
+    Node *directory, const ZELCommandAudience &audience, const QString &prefix)
 {
     QVector<ZELShellCommandEntry> entries;
     if (!directory)
         return entries;
     Reading reading;
     const auto &children = directory->d->children;
-    entries.reserve(children.size());
+    entries.reserve(prefix.isEmpty() ? children.size() : 0);
     for (auto child = children.cbegin(); child != children.cend(); ++child) {
+        if (!child.key().startsWith(prefix))
+            continue;
         const auto &node = child.value()->d;
         if (!node->command)
             entries.append({child.key(), node->type, node->summaryText});

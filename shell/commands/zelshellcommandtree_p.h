@@ -98,7 +98,8 @@ public:
     /// The children of `directory`, sorted by name; empty for null.
     static QVector<ZELShellCommandEntry> snapshot(Node *directory);
     /// Those that may be seen, in no order.
-    static QVector<ZELShellCommandEntry> visible(Node *directory, const ZELCommandAudience &audience);
+    static QVector<ZELShellCommandEntry> visible(
+        Node *directory, const ZELCommandAudience &audience, const QString &prefix = QString());
     /// The line that the help says of a directory; empty at first.
     static QString summary(Node *node);
     static void setSummary(Node *node, const QString &text);

@@ -28,7 +28,8 @@ std::optional<ZELWordCandidates> listable(const ZELShellPrivate &session, const 
     const ZELCriticalSection section; // a jump over the pin would keep its node for ever
     const auto pin = ZELShellCommandPin::walk(place.start, place.pieces);
     ZELWordCandidates found{typed.mid(cut), {}};
-    for (const ZELShellCommandEntry &entry : ZELShellCommandTreePrivate::visible(pin.node(), session.audience()))
+    for (const ZELShellCommandEntry &entry :
+        ZELShellCommandTreePrivate::visible(pin.node(), session.audience(), found.prefix))
         if (entry.name.startsWith(found.prefix) && zelCanBeTyped(entry.name, isQuoted)
             && (!onlyDirectories || entry.type == Node::Directory))
             found.entries.append(entry);
