@@ -257,7 +257,8 @@ private Q_SLOTS:
     {
         Table<QString, QString, QString> row("line", "key", "value");
         row("script",
-            "demo/script#4 --string \"onerror continue; demo/echo in; ls; demo/value " + tag + "; nothing; $x = 3; demo/value\" ",
+            "demo/script#4 --string \"onerror continue; demo/echo in; ls; demo/value " + tag
+                + "; nothing; $x = 3; demo/value\" ",
             "demo/script#4", "7");
         row("Execl", "demo/execl#2 ", "demo/execl#2", "");
         row("Execute", "$e = demo/execute#5#6 ", "demo/execute#5", "");
