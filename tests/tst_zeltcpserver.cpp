@@ -156,6 +156,20 @@ private Q_SLOTS:
         QVERIFY(echoes(*peers.back()));
     }
 
+    void clearWhilePeersLeave()
+    {
+        // The worker of a connection that ends destroys what a call posted to it would wake it up with.
+        for (int round = 0; round < 8; ++round) {
+            EchoServer &server = EchoServer::instance(300);
+            std::vector<std::unique_ptr<RawPeer>> peers;
+            for (int i = 0; i < 300; ++i)
+                peers.emplace_back(new RawPeer(server.port()));
+            QTRY_COMPARE_WITH_TIMEOUT(server.server.clientCount(), 300, 30000);
+            peers.clear();
+            server.server.clear();
+        }
+    }
+
     void descriptorsRunOut()
     {
         EchoServer &server = EchoServer::instance(1000);

@@ -83,6 +83,7 @@ protected:
 
 private:
     Q_DISABLE_COPY(ZELIODevice)
+    friend class ZELIODevicePrivate;
     friend class ZELStream;
     const std::shared_ptr<ZELIODevicePrivate> d;
 };

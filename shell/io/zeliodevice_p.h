@@ -18,6 +18,7 @@ public:
     using Hook = std::shared_ptr<const ZELIODevice::Hook>;
     void set(Hook ZELIODevicePrivate::*hook, ZELIODevice::Hook value);
     void call(const Hook ZELIODevicePrivate::*hook);
+    static ZELLife<ZELIODevice>::Ref ref(const ZELIODevice &device) { return device.d->life.ref(); }
 
     ZELLife<ZELIODevice> life;
     std::mutex mutex; ///< guards the rest

@@ -2,6 +2,7 @@
 #include "zeltcpserver.h"
 
 #include "zelguard_p.h"
+#include "zeliodevice_p.h"
 #include "zelstream.h"
 #include "zeltcpsocket.h"
 #include "zelthread.h"
@@ -95,7 +96,7 @@ class ZELTcpServerPrivate
 public:
     struct Client
     {
-        QPointer<ZELTcpSocket> socket;
+        ZELLife<ZELIODevice>::Ref socket;
         quint64 serial = 0; ///< tells it from another client that got the same descriptor later
     };
     QHash<int, Client> clients;
@@ -116,6 +117,8 @@ ZELTcpServer::ZELTcpServer(QObject *parent, int maxConnections)
     setMaxPendingConnections(maxConnections);
     // Accepting stops when a descriptor cannot be had; nobody but us would resume it.
     connect(this, &QTcpServer::acceptError, this, [this] { QTimer::singleShot(retryMs, this, &ZELTcpServer::resume); });
+    // Not to the sockets: Qt may still be posting to one whose thread has ended meanwhile.
+    connect(this, &ZELTcpServer::sentDisConnect, this, &ZELTcpServer::closeSockets, Qt::DirectConnection);
 }
 
 ZELTcpServer::~ZELTcpServer()
@@ -184,6 +187,13 @@ void ZELTcpServer::clear()
     giveMemoryBack();
 }
 
+void ZELTcpServer::closeSockets(int descriptor)
+{
+    for (const auto &client : qAsConst(d->clients))
+        if (auto use = client.socket.use())
+            static_cast<ZELTcpSocket *>(use.get())->postClose(descriptor);
+}
+
 void ZELTcpServer::sockDisConnectSlot(int handle, const QString &ip, quint16 port)
 {
     if (!d->clients.remove(handle))
@@ -244,7 +254,7 @@ void ZELTcpServer::welcome(ZELTcpSocket *socket, int descriptor)
              << "name:" << socket->peerName() << "ip:" << socket->peerAddress().toString()
              << "port:" << socket->peerPort();
     const quint64 serial = ++d->nextSerial;
-    d->clients.insert(descriptor, {socket, serial});
+    d->clients.insert(descriptor, {ZELIODevicePrivate::ref(*socket), serial});
     d->mostClients = std::max(d->mostClients, d->clients.size());
     connect(socket, &ZELTcpSocket::sockDisConnect, this, [this, serial](int handle, const QString &ip, quint16 port) {
         // It may come when the kernel has given the number to the next client already.
@@ -253,7 +263,5 @@ void ZELTcpServer::welcome(ZELTcpSocket *socket, int descriptor)
     });
     if (socket->hasEnded()) // before the signal was connected
         sockDisConnectSlot(descriptor, socket->peerAddress().toString(), socket->peerPort());
-    // By name: the slot object of a call by address is lost when the socket is destroyed while Qt posts the call.
-    connect(this, SIGNAL(sentDisConnect(int)), socket, SLOT(disConTcp(int)));
     d->connected(QPointer<ZELStream>(socket->GetStream()));
 }

@@ -69,6 +69,7 @@ private:
     void giveWay();
     void resume();
     void giveMemoryBack();
+    void closeSockets(int descriptor);
     void refuse(qintptr descriptor);
     void welcome(ZELTcpSocket *socket, int descriptor);
 

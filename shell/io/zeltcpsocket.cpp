@@ -446,6 +446,16 @@ void ZELTcpSocket::disConTcp(int descriptor)
         Close();
 }
 
+/// Lets disConTcp() run in the worker, for any thread that holds a use of this device. Under the lock that the worker
+/// takes before it ends: Qt wakes the dispatcher after it has posted, and the worker destroys that.
+void ZELTcpSocket::postClose(int descriptor)
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (!d->ended)
+        QMetaObject::invokeMethod(this, "disConTcp", Qt::QueuedConnection, Q_ARG(int, descriptor));
+}
+
 QThread *ZELTcpSocket::innerThread()
 {
     return d->thread;

@@ -96,6 +96,7 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    friend class ZELTcpServer;
     bool setUp(QObject *parent);
     void startWorker();
     void notePeer();
@@ -113,6 +114,7 @@ private:
     void closeDown();
     void sendRest();
     void notice();
+    void postClose(int descriptor);
     void workerEnded();
 
     const std::unique_ptr<ZELTcpSocketPrivate> d;
