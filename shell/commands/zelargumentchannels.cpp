@@ -10,6 +10,7 @@ namespace {
 // message, and such a command may print for ever.
 ZELAbstractStream *terminal()
 {
+    ZELCriticalSection section;
     static ZELAbstractStream *const stream = ZELLoggingPrivate::newTerminal();
     return stream;
 }

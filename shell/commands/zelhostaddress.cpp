@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zelarguments_p.h"
+#include "zelguard_p.h"
 
 #include <QElapsedTimer>
 #include <QHostAddress>
@@ -31,6 +32,7 @@ QString lookUp()
 
 QString zelHostAddress()
 {
+    ZELCriticalSection section;
     static auto *host = new HostAddress;
     std::lock_guard<std::mutex> lock(host->mutex);
     if (!host->age.isValid() || host->age.hasExpired(1000)) {

@@ -43,9 +43,7 @@ QStringRef field(const QString &description, QLatin1String name)
 
 QString zelProtocolTag()
 {
-    static const QString tag
-        = QString::fromLatin1(QByteArray("PROTOCOL=ZEL_SHELL").toBase64(QByteArray::OmitTrailingEquals));
-    return tag;
+    return QStringLiteral("UFJPVE9DT0w9WkVMX1NIRUxM"); // "PROTOCOL=ZEL_SHELL" in base64
 }
 
 ZELShellPrivate::ZELShellPrivate(ZELShell *q, ZELStream *stream)

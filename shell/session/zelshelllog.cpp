@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zelshelllog_p.h"
 
+#include "zelguard_p.h"
+
 #include <QRegularExpression>
 #include <algorithm>
 
@@ -16,6 +18,7 @@ bool isControl(QChar c)
 /// The words that a password stands behind.
 QRegularExpressionMatch secretIn(const QString &line)
 {
+    ZELCriticalSection section; // the pattern is kept, and locks itself
     static const QRegularExpression secret(QStringLiteral("--?pass(word|wd)?\\b|\\b(passwd|adduser|password)\\b"),
         QRegularExpression::CaseInsensitiveOption);
     return secret.match(line);
@@ -23,7 +26,7 @@ QRegularExpressionMatch secretIn(const QString &line)
 
 bool isHandshakeOption(const QString &word)
 {
-    static const QStringList options = {QStringLiteral("--nt"), QStringLiteral("--user"), QStringLiteral("--key"),
+    const QStringList options = {QStringLiteral("--nt"), QStringLiteral("--user"), QStringLiteral("--key"),
         QStringLiteral("--columns"), QStringLiteral("--rows")};
     return options.contains(word);
 }

@@ -3,6 +3,7 @@
 
 #include "zelarguments_p.h"
 #include "zelgrapheme_p.h"
+#include "zelguard_p.h"
 #include "zelshell_p.h"
 #include "zelshellfilters_p.h"
 
@@ -24,6 +25,7 @@ QString withoutLineEnd(QString text)
 
 QString zelTextOf(const QByteArray &bytes)
 {
+    ZELCriticalSection section;
     static const QTextCodec *const utf8 = QTextCodec::codecForName("UTF-8"); // looking it up takes a lock
     QTextCodec::ConverterState state;
     const QString text = utf8->toUnicode(bytes.constData(), bytes.size(), &state);

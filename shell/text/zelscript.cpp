@@ -2,6 +2,7 @@
 #include "zelscript_p.h"
 
 #include "zelcommandsplit_p.h"
+#include "zelguard_p.h"
 
 #include <QRegularExpression>
 #include <algorithm>
@@ -24,6 +25,14 @@ QChar closerOf(QChar opener)
 bool isQuote(QChar c)
 {
     return QStringLiteral("\"'`").contains(c);
+}
+
+QRegularExpressionMatch assignmentIn(const QString &line)
+{
+    ZELCriticalSection section; // the pattern is kept, and locks itself
+    static const QRegularExpression pattern(
+        QStringLiteral("^(\\$[^\\s=(]+)\\s*=\\s*(\\(.*\\))$"), QRegularExpression::DotMatchesEverythingOption);
+    return pattern.match(line);
 }
 
 class Parser
@@ -351,9 +360,7 @@ private:
     /// "$x = (EXPRESSION)"; what else stands behind "=" is as it would be typed.
     static void setAssignment(const QString &line, Step &step)
     {
-        static const QRegularExpression pattern(
-            QStringLiteral("^(\\$[^\\s=(]+)\\s*=\\s*(\\(.*\\))$"), QRegularExpression::DotMatchesEverythingOption);
-        const auto match = pattern.match(line);
+        const auto match = assignmentIn(line);
         if (!match.hasMatch())
             return;
         step.value.expression = expressionOf(match.captured(2));
@@ -422,6 +429,7 @@ ZELScriptBody zelParseScript(const QString &text, ZELScriptError *error)
 
 bool zelBeginsScriptBlock(const QString &text)
 {
+    ZELCriticalSection section; // the pattern is kept, and locks itself
     static const QRegularExpression head(
         QStringLiteral("^\\s*(if\\s*\\(|while\\s*\\(|for\\s*[($]|function\\s+\\w+\\s*\\()"));
     return head.match(text).hasMatch();

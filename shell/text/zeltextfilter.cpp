@@ -137,7 +137,7 @@ std::unique_ptr<ZELTextFilter> makeBare(const QStringList &words, QString *probl
 
 std::unique_ptr<ZELTextFilter> ZELTextFilter::make(const QStringList &words, QString *problem)
 {
-    static const QStringList names{QStringLiteral("include"), QStringLiteral("exclude"), QStringLiteral("begin"),
+    const QStringList names{QStringLiteral("include"), QStringLiteral("exclude"), QStringLiteral("begin"),
         QStringLiteral("head"), QStringLiteral("tail"), QStringLiteral("count"), QStringLiteral("more")};
     const int index = names.indexOf(words.value(0));
     if (index < 0) {
@@ -197,8 +197,8 @@ public:
     /// True for a character outside of all groups.
     bool isOutside(QChar c)
     {
-        static const QString openers = QStringLiteral("\"'`([{");
-        static const QString closers = QStringLiteral("\"'`)]}");
+        const QString openers = QStringLiteral("\"'`([{");
+        const QString closers = QStringLiteral("\"'`)]}");
         if (m_closer.isNull()) {
             const int at = openers.indexOf(c);
             if (at >= 0) {

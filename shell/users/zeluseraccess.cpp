@@ -57,8 +57,9 @@ void ZELUserAccess::openClone(const QSqlDatabase &db)
 // closing quote of the statement. The two last code units it would store as another character.
 bool zelFitsStatement(const QString &text)
 {
-    static const QVector<QChar> refused{QLatin1Char('\''), QChar(QChar::Null), QChar(0xfffe), QChar(0xffff)};
-    const auto isRefused = [](QChar c) { return refused.contains(c); };
+    const QChar refused[]{QLatin1Char('\''), QChar(QChar::Null), QChar(0xfffe), QChar(0xffff)};
+    const auto isRefused
+        = [&](QChar c) { return std::find(std::begin(refused), std::end(refused), c) != std::end(refused); };
     return text.isValidUtf16() && std::none_of(text.begin(), text.end(), isRefused);
 }
 
@@ -70,7 +71,7 @@ bool zelFitsTableName(const QString &name)
         return c.unicode() >= 128 || c.isLetterOrNumber() || c == QLatin1Char('_') || c == QLatin1Char('$');
     };
     // The engine reads over a leading byte order mark: the history would be that of another name.
-    static const QString notFirst = QStringLiteral("0123456789$\uFEFF");
+    const QString notFirst = QStringLiteral("0123456789$\uFEFF");
     return !name.isEmpty() && name.size() <= longest && !notFirst.contains(name.at(0)) && zelFitsStatement(name)
         && std::all_of(name.begin(), name.end(), isPart);
 }
