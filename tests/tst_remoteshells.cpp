@@ -8,6 +8,7 @@
 #include <QtTest>
 
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
@@ -140,6 +141,80 @@ private Q_SLOTS:
         QCOMPARE(background, QByteArray("EXECUTE_ERROR"));
         QCOMPARE(other, QByteArray("pong"));
         QVERIFY(host.isDeserted());
+    }
+
+    void idleOnesEndTogether()
+    {
+        QVERIFY(host.isDeserted());
+        host.server.setIdleLimit(300);
+        qint64 took = 0;
+        QVERIFY(host.run([&] {
+            std::vector<std::unique_ptr<Client>> clients;
+            for (int i = 0; i < 12; ++i)
+                clients.emplace_back(new Client);
+            QElapsedTimer timer;
+            timer.start();
+            for (const auto &client : clients)
+                client->receiveAll(); // none of them leaves by itself
+            took = timer.elapsed();
+        }));
+        host.server.setIdleLimit(0);
+        QVERIFY2(took < 3000, qPrintable(QString::number(took)));
+        QVERIFY(host.isDeserted());
+    }
+
+    void commandsOfThoseWhoLeft_data()
+    {
+        QTest::addColumn<QByteArray>("statement");
+        QTest::newRow("writes") << QByteArray("text/fill#big 10000 1000000");
+        QTest::newRow("sleeps") << QByteArray("jobs/sleep 60000");
+        QTest::newRow("job") << QByteArray("jobs/sleep 60000 &");
+    }
+
+    void commandsOfThoseWhoLeft()
+    {
+        QFETCH(QByteArray, statement);
+        QVERIFY(host.isDeserted());
+        host.server.setAbandonedLimit(200);
+        QVERIFY(host.run([&] {
+            Client client;
+            client.send(statement + '\n');
+            QThread::msleep(100);
+            client.reset();
+        }));
+        const bool deserted = host.isDeserted(10000);
+        host.server.setAbandonedLimit(0);
+        QVERIFY(deserted);
+    }
+
+    void endsAreLogged()
+    {
+        static std::mutex mutex;
+        static QStringList ends;
+        static const QtMessageHandler before
+            = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &text) {
+                  std::lock_guard<std::mutex> lock(mutex);
+                  if (text.contains("] session ends: "))
+                      ends << text.section("session ends: ", 1);
+              });
+        QVERIFY(host.run([&] {
+            Client leaves, quits;
+            leaves.reset();
+            quits.send("quit\n");
+            quits.receiveAll();
+            for (int i = 0; i < 20; ++i) {
+                RawPeer noise(host.port());
+                QByteArray bytes(20000, '\0');
+                for (char &byte : bytes)
+                    byte = char(QRandomGenerator::global()->generate());
+                noise.send(bytes);
+            }
+        }));
+        QVERIFY(host.isDeserted());
+        qInstallMessageHandler(before);
+        std::lock_guard<std::mutex> lock(mutex);
+        QCOMPARE(ends.size(), 22);
+        QVERIFY(ends.contains("its peer said quit"));
     }
 
     void slowReader()

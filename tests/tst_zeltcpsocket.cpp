@@ -12,6 +12,7 @@
 #include <memory>
 #include <sys/resource.h>
 #include <thread>
+#include <vector>
 
 /// One accepted ZELTcpSocket and the plain peer on its other end.
 class Pair
@@ -254,6 +255,99 @@ private Q_SLOTS:
         parent.reset();
         peer.shutdownWriting();
         QTRY_VERIFY(!socket);
+    }
+
+    void writtenBeforeItIsConnected()
+    {
+        for (int round = 0; round < 20; ++round) {
+            RawListener listener;
+            auto *socket = new ZELTcpSocket(QStringLiteral("127.0.0.1"), listener.port());
+            // As a host may do it: all of the socket's own signals carried to another thread, without any server.
+            connect(
+                socket, &QAbstractSocket::stateChanged, this, [] {}, Qt::QueuedConnection);
+            connect(
+                socket, &QAbstractSocket::errorOccurred, this, [] {}, Qt::QueuedConnection);
+            QByteArray expected;
+            std::thread writer([&] {
+                for (int i = 0; i < 50; ++i)
+                    socket->GetStream()->write(QByteArray::number(i) + '\n');
+            });
+            for (int i = 0; i < 50; ++i)
+                expected += QByteArray::number(i) + '\n';
+            QTest::qWait(round % 4);
+            QVERIFY(socket->waitForConnected(3000));
+            RawPeer peer(RawPeer::Take, int(listener.accept()));
+            if (round % 2)
+                QCOMPARE(peer.receive(expected.size()), expected);
+            writer.join();
+            socket->release();
+            if (round % 2 == 0)
+                QCOMPARE(peer.receiveAll(), expected);
+        }
+    }
+
+    void closesIdleOnesQuickly()
+    {
+        std::vector<std::unique_ptr<Pair>> pairs;
+        for (int i = 0; i < 10; ++i)
+            pairs.push_back(std::make_unique<Pair>());
+        QElapsedTimer timer;
+        timer.start();
+        for (const auto &pair : pairs)
+            pair->socket->Close();
+        QVERIFY2(timer.elapsed() < 2000, "each waited for a peer that stays");
+    }
+
+    void sendsInTheThreadOfTheWriter()
+    {
+        Pair pair;
+        ZELStream *stream = pair.socket->GetStream();
+        std::atomic<bool> released{false}, blocked{false};
+        QMetaObject::invokeMethod(
+            stream,
+            [&] {
+                blocked = true;
+                while (!released)
+                    QThread::msleep(1);
+            },
+            Qt::QueuedConnection);
+        QTRY_VERIFY(blocked);
+        stream->write(QByteArray("no worker "));
+        stream->write(QStringLiteral("is needed"));
+        QCOMPARE(pair.peer->receive(19), QByteArray("no worker is needed"));
+        released = true;
+        // For those who listen the worker is.
+        const Count written(stream, QOverload<QByteArray>::of(&ZELStream::OnDataWrited));
+        stream->write(QByteArray("told"));
+        QCOMPARE(written.count(), 1);
+        QCOMPARE(pair.peer->receive(4), QByteArray("told"));
+    }
+
+    void keepsTheOrderWhateverIsLeft()
+    {
+        // What the kernel does not take goes through the worker, and what is written after it must not pass it.
+        Pair pair(4096);
+        QByteArray expected;
+        for (int i = 0; i < 3000; ++i)
+            expected += QByteArray::number(i).rightJustified(1 + i % 997, ' ') + '\n';
+        std::thread writer([&] {
+            for (int at = 0, i = 0; at < expected.size(); ++i) {
+                const int size = 1 + i * 7919 % 9001;
+                pair.socket->GetStream()->write(expected.mid(at, size));
+                at += size;
+            }
+        });
+        QByteArray received;
+        while (received.size() < expected.size()) {
+            const QByteArray part = pair.peer->receive(20000);
+            if (part.isEmpty())
+                break;
+            received += part;
+            if (received.size() % 5 == 0)
+                QTest::qWait(1);
+        }
+        writer.join();
+        QVERIFY(received == expected);
     }
 
     void survivesAnythingAtOnce()

@@ -24,6 +24,7 @@ static bool isPermitted(const ZELArguments &args)
 void closeDoors(ZELShellServer &server)
 {
     const int tenMinutes = 10 * 60 * 1000;
+    const int abandonedMs = 10 * 1000;
     server.setListenAddress(QHostAddress::LocalHost);
     server.setLoginRequired(true);
     server.setKeyLogin(false);
@@ -32,4 +33,5 @@ void closeDoors(ZELShellServer &server)
     server.setPermissionFunction(isPermitted);
     server.setIdleLimit(tenMinutes);
     ZELFault::setReportMode(0600);
+    server.setAbandonedLimit(abandonedMs);
 }

@@ -85,6 +85,16 @@ bool ZELIODevice::takeByte(char)
     return false;
 }
 
+qint64 ZELIODevice::writeNow(const QByteArray &)
+{
+    return 0;
+}
+
+void ZELIODevice::closeSoon()
+{
+    Close();
+}
+
 void ZELIODevice::release() { }
 
 void ZELIODevice::setReadyReadHook(Hook hook)

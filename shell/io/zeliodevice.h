@@ -61,6 +61,11 @@ public:
     /// Waits that many milliseconds at most; true when readAll() will not block: for input, or at its end. Here, for
     /// devices that cannot tell, at once.
     virtual bool waitForInput(int ms);
+    /// Takes what it can take at once, from any thread and without waiting, after what was written before: how many
+    /// bytes, from the first on. 0 here, and where the bytes have to go through write().
+    virtual qint64 writeNow(const QByteArray &data);
+    /// Begins to close and does not wait for the end, which comes by itself. Close() here.
+    virtual void closeSoon();
 
     void setReadyReadHook(Hook hook);
     void setCloseHook(Hook hook);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <linux/sockios.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -43,15 +44,28 @@ qint64 zelReceiveInto(qintptr descriptor, QByteArray &to, int limit)
     return head;
 }
 
+namespace {
+
+// What the peer sent before it saw the end has arrived when it has acknowledged the end.
+bool isAcknowledged(qintptr descriptor)
+{
+    int unacknowledged = 0;
+    return ioctl(int(descriptor), SIOCOUTQ, &unacknowledged) == 0 && unacknowledged == 0;
+}
+
+} // namespace
+
 void zelDrain(qintptr descriptor, int timeMs)
 {
     QElapsedTimer timer;
     timer.start();
     char buffer[4096];
-    for (int left = timeMs; left > 0; left = timeMs - int(timer.elapsed())) {
-        zelPollOne(descriptor, POLLIN, left);
+    for (int pause = 1; timer.elapsed() < timeMs; pause = std::min(2 * pause, 20)) {
+        const bool acknowledged = isAcknowledged(descriptor);
+        zelPollOne(descriptor, POLLIN, pause);
         const ssize_t count = recv(int(descriptor), buffer, sizeof buffer, MSG_DONTWAIT);
-        if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR))
+        const bool nothing = count < 0 && (errno == EAGAIN || errno == EINTR);
+        if (count == 0 || (count < 0 && !nothing) || (nothing && acknowledged))
             return;
     }
 }

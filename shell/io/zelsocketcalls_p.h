@@ -18,8 +18,8 @@ qint64 zelSendNow(qintptr descriptor, const QByteArray &data);
 /// which asking first how much there is would be a system call too many.
 qint64 zelReceiveInto(qintptr descriptor, QByteArray &to, int limit);
 
-/// Throws away what the peer still sends, until it closes: closing with input unread would reset the connection, and
-/// the peer could lose the last answer.
+/// After the end was sent: throws away what the peer has sent before it saw that, until it closes or has acknowledged
+/// everything. Closing with input unread would reset the connection, and the peer could lose the last answer.
 void zelDrain(qintptr descriptor, int timeMs);
 
 #endif

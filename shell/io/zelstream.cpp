@@ -7,11 +7,14 @@
 #include "zeltsan_p.h"
 
 #include <QDebug>
+#include <QMetaMethod>
 #include <QThread>
 #include <algorithm>
 #include <atomic>
 #include <deque>
 #include <mutex>
+
+class ZELStreamPrivate;
 
 namespace {
 struct Job
@@ -38,11 +41,14 @@ struct Job
     ZELSemaphore settled; ///< posted when the state changes
 };
 
-template <class Data>
-void logDropped(const Data &data)
+const QByteArray &bytesOf(const QByteArray &data)
 {
-    qDebug() << "Stream is closed,"
-             << "Out [" << data << "]";
+    return data;
+}
+
+QByteArray bytesOf(const QString &data)
+{
+    return data.toLatin1();
 }
 
 // False when the device closed or its thread ended before the job was done. A slow peer does not keep a thread that
@@ -57,24 +63,13 @@ bool waitFor(Job &job)
 }
 
 const int shortWrite = 4096;
-thread_local std::shared_ptr<Job> behind; ///< handed over by this thread and not waited for
+/// A job that was handed over by this thread and not waited for.
+thread_local std::shared_ptr<Job> behind;
+thread_local std::shared_ptr<ZELStreamPrivate> behindOf;
 } // namespace
 
 thread_local bool ZELWriteBehind::s_enabled = false;
 thread_local bool ZELWriteBehind::s_may = false;
-
-void ZELWriteBehind::finish()
-{
-    ZELCriticalSection section;
-    s_may = false; // a fault may have jumped over the end of the permission
-    const auto job = std::exchange(behind, nullptr);
-    if (!job || waitFor(*job))
-        return;
-    if (job->isText)
-        logDropped(job->text);
-    else
-        logDropped(job->bytes);
-}
 
 // Shared with the device's hooks and the end of the device's thread, which may come after the stream.
 class ZELStreamPrivate
@@ -84,13 +79,20 @@ public:
     void followThread(ZELStream *q, QThread *thread, const std::shared_ptr<ZELStreamPrivate> &self);
     void end(std::atomic<bool> ZELStreamPrivate::*reason);
     bool waitsForThread(const ZELStream *q) const;
-    bool hand(ZELStream *q, const std::shared_ptr<Job> &job);
+    template <class Data>
+    bool hand(ZELStream *q, const Data &data, std::shared_ptr<Job> &job);
+    qint64 sendNow(ZELStream *q, const QByteArray &data);
     std::shared_ptr<Job> takeJob();
     void settle(const std::shared_ptr<Job> &job);
     template <class Data>
-    void write(ZELStream *q, const Data &data);
+    void write(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self, const Data &data);
     template <class Data>
-    void pass(ZELStream *q, const Data &data, const QByteArray &bytes);
+    bool tryWrite(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self, const Data &data);
+    template <class Data>
+    void logDropped(const Data &data);
+    void logEnd();
+    template <class Data>
+    void pass(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self, const Data &data, const QByteArray &bytes);
     template <class Data>
     void writeToDevice(const Data &data);
 
@@ -106,7 +108,37 @@ public:
     bool posted = false; ///< writeQueued() is under way to the device's thread
     std::atomic<bool> closed{false}; ///< set under the mutex
     std::atomic<bool> threadEnded{false};
+    std::atomic<quint64> dropped{0}; ///< writes, of which the first was logged
 };
+
+void ZELWriteBehind::finish()
+{
+    ZELCriticalSection section;
+    s_may = false; // a fault may have jumped over the end of the permission
+    const auto job = std::exchange(behind, nullptr);
+    const auto stream = std::exchange(behindOf, nullptr);
+    if (!job || waitFor(*job))
+        return;
+    if (job->isText)
+        stream->logDropped(job->text);
+    else
+        stream->logDropped(job->bytes);
+}
+
+// One line for each stream: a command that goes on writing would fill the disk with them.
+template <class Data>
+void ZELStreamPrivate::logDropped(const Data &data)
+{
+    if (dropped++ == 0)
+        qDebug() << "Stream is closed,"
+                 << "Out [" << data << "]";
+}
+
+void ZELStreamPrivate::logEnd()
+{
+    if (dropped > 1)
+        qDebug() << "Stream is closed," << dropped - 1 << "more writes were dropped";
+}
 
 void ZELStreamPrivate::bind(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self)
 {
@@ -155,19 +187,35 @@ bool ZELStreamPrivate::waitsForThread(const ZELStream *q) const
     return worker && current != worker && current != q->thread();
 }
 
-// False when the device closed or its thread ended before.
-bool ZELStreamPrivate::hand(ZELStream *q, const std::shared_ptr<Job> &job)
+// False when the device closed or its thread ended before. No job when the device took everything at once.
+template <class Data>
+bool ZELStreamPrivate::hand(ZELStream *q, const Data &data, std::shared_ptr<Job> &job)
 {
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (closed || threadEnded)
-            return false;
-        jobs.push_back(job);
-        // Posted under the lock that the end of the thread takes: its dispatcher must still be there.
-        if (!std::exchange(posted, true))
-            QMetaObject::invokeMethod(q, &ZELStream::writeQueued, Qt::QueuedConnection);
-    }
+    std::lock_guard<std::mutex> lock(mutex);
+    if (closed || threadEnded)
+        return false;
+    const auto &bytes = bytesOf(data);
+    const qint64 sent = sendNow(q, bytes);
+    if (sent == bytes.size())
+        return true;
+    job = sent > 0 ? std::make_shared<Job>(bytes.mid(int(sent))) : std::make_shared<Job>(data);
+    jobs.push_back(job);
+    // Posted under the lock that the end of the thread takes: its dispatcher must still be there.
+    if (!std::exchange(posted, true))
+        QMetaObject::invokeMethod(q, &ZELStream::writeQueued, Qt::QueuedConnection);
     return true;
+}
+
+/// Under the lock, which keeps the order of the writes and the device's bytes together: the device does not wait here.
+qint64 ZELStreamPrivate::sendNow(ZELStream *q, const QByteArray &data)
+{
+    if (!jobs.empty() || writing || q->isListenedTo())
+        return 0;
+    const auto use = deviceRef.use();
+    const qint64 sent = use ? use->writeNow(data) : 0;
+    if (sent == data.size())
+        ++*ZELAbstractStreamPrivate::get(q)->writeCount;
+    return sent;
 }
 
 std::shared_ptr<Job> ZELStreamPrivate::takeJob()
@@ -196,30 +244,48 @@ void ZELStreamPrivate::settle(const std::shared_ptr<Job> &job)
 }
 
 template <class Data>
-void ZELStreamPrivate::write(ZELStream *q, const Data &data)
+void ZELStreamPrivate::write(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self, const Data &data)
 {
     if (data.isEmpty())
         return;
+    if (tryWrite(q, self, data))
+        return;
+    logDropped(data);
+    if (const auto hook = ZELAbstractStreamPrivate::get(q)->dropHook)
+        (*hook)();
+}
+
+// False when it was dropped.
+template <class Data>
+bool ZELStreamPrivate::tryWrite(ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self, const Data &data)
+{
     // A kill between handing over and being told would leave the writer's place in the wait behind.
     ZELCriticalSection section;
     if (closed)
-        return logDropped(data);
-    if (!waitsForThread(q))
-        return q->write_(data);
-    const auto job = std::make_shared<Job>(data);
-    const bool handed = hand(q, job);
-    if (handed && ZELWriteBehind::s_may && !behind && data.size() <= shortWrite)
-        behind = job;
-    else if (!handed || !waitFor(*job))
-        logDropped(data);
+        return false;
+    if (!waitsForThread(q)) {
+        q->write_(data);
+        return true;
+    }
+    std::shared_ptr<Job> job;
+    if (!hand(q, data, job))
+        return false;
+    if (!job)
+        return true;
+    if (!ZELWriteBehind::s_may || behind || data.size() > shortWrite)
+        return waitFor(*job);
+    behind = job;
+    behindOf = self;
+    return true;
 }
 
 // The thread that carries out the writes of others cannot wait for them.
 template <class Data>
-void ZELStreamPrivate::pass(ZELStream *q, const Data &data, const QByteArray &bytes)
+void ZELStreamPrivate::pass(
+    ZELStream *q, const std::shared_ptr<ZELStreamPrivate> &self, const Data &data, const QByteArray &bytes)
 {
     ZELAbstractStreamPrivate::gateOf(*q).pass(bytes, !worker || waitsForThread(q),
-        [&](const QByteArray *composed) { composed ? write(q, *composed) : write(q, data); });
+        [&](const QByteArray *composed) { composed ? write(q, self, *composed) : write(q, self, data); });
 }
 
 template <class Data>
@@ -270,9 +336,8 @@ ZELStream::ZELStream(ZELIODevice *device, bool crossThread)
     d->device = device;
     d->deviceState = device->d;
     d->deviceRef = device->d->life.ref();
-    QThread *thread = crossThread ? device->innerThread() : nullptr;
-    if (thread)
-        d->followThread(this, thread, d);
+    if (QThread *thread = device->innerThread())
+        crossThread ? d->followThread(this, thread, d) : moveToThread(thread);
     d->bind(this, d);
 }
 
@@ -282,6 +347,7 @@ ZELStream::~ZELStream()
     d->end(&ZELStreamPrivate::closed);
     endLife();
     disconnect(d->threadEnd);
+    d->logEnd();
     if (!d->deviceState)
         return;
     d->deviceState->set(&ZELIODevicePrivate::readyReadHook, {});
@@ -298,17 +364,17 @@ QByteArray ZELStream::readAll()
 void ZELStream::write(QByteArray data)
 {
     if (ZELAbstractStreamPrivate::gateOf(*this).isUsed())
-        d->pass(this, data, data);
+        d->pass(this, d, data, data);
     else
-        d->write(this, data);
+        d->write(this, d, data);
 }
 
 void ZELStream::write(QString data)
 {
     if (ZELAbstractStreamPrivate::gateOf(*this).isUsed())
-        d->pass(this, data, data.toLatin1());
+        d->pass(this, d, data, data.toLatin1());
     else
-        d->write(this, data);
+        d->write(this, d, data);
 }
 
 bool ZELStream::IsOpen()
@@ -325,13 +391,22 @@ ZELIODevice *ZELStream::getDevice()
 void ZELStream::write_(QByteArray data)
 {
     d->writeToDevice(data);
+    ++*ZELAbstractStreamPrivate::get(this)->writeCount;
     Q_EMIT OnDataWrited(data);
 }
 
 void ZELStream::write_(QString data)
 {
     d->writeToDevice(data);
+    ++*ZELAbstractStreamPrivate::get(this)->writeCount;
     Q_EMIT OnDataWrited(data);
+}
+
+bool ZELStream::isListenedTo() const
+{
+    static const QMetaMethod text = QMetaMethod::fromSignal(QOverload<QString>::of(&ZELStream::OnDataWrited));
+    static const QMetaMethod bytes = QMetaMethod::fromSignal(QOverload<QByteArray>::of(&ZELStream::OnDataWrited));
+    return isSignalConnected(text) || isSignalConnected(bytes);
 }
 
 void ZELStream::writeQueued()

@@ -58,22 +58,25 @@ private:
  * The stream does not own its device. There is no way back from closed to open: bind a new stream to a new device.
  *
  * Threads: any thread may write. Over a device with a thread of its own the stream lives there, the writer waits until
- * the bytes are handed to the device, and writes of one thread keep their order; a writer is let go at once when the
- * device closes or the thread ends. Over other devices the write happens in the caller's thread. readyRead() and
- * DeviceClose() are emitted in the thread that the device reports from.
+ * the device has taken the bytes, and writes of one thread keep their order; a writer is let go at once when the device
+ * closes or the thread ends. While nobody listens to OnDataWrited(), what the device takes at once
+ * (ZELIODevice::writeNow()) needs no other thread. Over other devices the write happens in the caller's thread.
+ * readyRead() and DeviceClose() are emitted in the thread that the device reports from.
  */
 class ZELSHELL_EXPORT ZELStream : public ZELAbstractStream
 {
     Q_OBJECT
 public:
-    /// Binds to the device and moves into its thread, if it has one and crossThread is set. When another stream is
-    /// bound already, this one is closed from the start and deletes itself at the next turn of the event loop.
+    /// Binds to the device and moves into its thread, if it has one; with crossThread, writes are carried there, too.
+    /// When another stream is bound already, this one is closed from the start and deletes itself at the next turn of
+    /// the event loop.
     ZELStream(ZELIODevice *device, bool crossThread);
     ~ZELStream() override;
 
     /// What the device has now (it may block); empty when closed.
     QByteArray readAll() override;
-    /// Nothing for empty data. On a closed stream a debug line instead.
+    /// Nothing for empty data. On a closed stream a debug line instead; what else is dropped is counted, and told when
+    /// the stream ends.
     void write(QByteArray data) override;
     void write(QString data) override;
     bool IsOpen() override;
@@ -91,6 +94,7 @@ Q_SIGNALS:
 
 private:
     void writeQueued();
+    bool isListenedTo() const;
     friend class ZELStreamPrivate;
     const std::shared_ptr<ZELStreamPrivate> d;
 };

@@ -6,6 +6,9 @@
 #include "zelstream.h"
 #include "zelwritegate_p.h"
 
+#include <atomic>
+#include <functional>
+
 class ZELAbstractStreamPrivate
 {
 public:
@@ -14,14 +17,29 @@ public:
     {
     }
     static ZELWriteGate &gateOf(ZELAbstractStream &stream) { return stream.d->gate; }
+    static ZELAbstractStreamPrivate *get(ZELAbstractStream *stream) { return stream->d.get(); }
     /// What a log handle holds instead of a pointer; empty for null.
     static ZELLife<ZELAbstractStream>::Ref ref(const ZELAbstractStream *stream)
     {
         return stream ? stream->d->life.ref() : ZELLife<ZELAbstractStream>::Ref();
     }
 
+    /// How many writes the stream has made, whoever made them. It outlives the stream.
+    static std::shared_ptr<const std::atomic<quint64>> writes(const ZELAbstractStream &stream)
+    {
+        return stream.d->writeCount;
+    }
+    /// Called in the thread of every writer whose bytes are dropped since the device closed, outside of all locks. To
+    /// be set before the first write.
+    static void setDropHook(ZELAbstractStream &stream, std::function<void()> hook)
+    {
+        stream.d->dropHook = std::make_shared<const std::function<void()>>(std::move(hook));
+    }
+
     ZELLife<ZELAbstractStream> life;
     ZELWriteGate gate; ///< of the writes from outside
+    const std::shared_ptr<std::atomic<quint64>> writeCount = std::make_shared<std::atomic<quint64>>(0);
+    std::shared_ptr<const std::function<void()>> dropHook;
 };
 
 /**

@@ -29,8 +29,8 @@ const int spareMappings = 2048; ///< left for everything that allocates
 const int mappingsPerClient = 6; ///< two thread stacks with their guards, and some
 const int retryMs = 200;
 const int acceptedInARow = 16;
-const int manyClients = 256;
 const int restMs = 2000; ///< in which the sessions of the last clients end
+const int rests = 3; ///< their jobs may need some more
 
 int mappingsInUse()
 {
@@ -105,6 +105,8 @@ public:
     int maxConnections = 0;
     int acceptedNow = 0; ///< since the event loop had its turn
     int mostClients = 0; ///< at a time, since memory was given back
+    int restsLeft = 0;
+    bool resting = false; ///< memory is about to be given back
     ZELTcpServer::Callback accepted;
     ZELTcpServer::Callback connected;
 };
@@ -202,21 +204,29 @@ void ZELTcpServer::sockDisConnectSlot(int handle, const QString &ip, quint16 por
     Q_EMIT sockDisConnect(handle, ip, port);
 }
 
-/// When most of many clients have gone: the allocator keeps 20 kB of each session, which a board needs elsewhere. In a
-/// thread of its own, since it takes tens of milliseconds then.
+/// When most clients have gone: the allocator keeps what their sessions and lines took, which a board needs elsewhere.
+/// In a thread of its own, since it takes tens of milliseconds after many.
 void ZELTcpServer::giveMemoryBack()
 {
-    if (d->mostClients < manyClients || d->clients.size() > d->mostClients / 8)
+    if (d->clients.size() > d->mostClients / 8)
         return;
     d->mostClients = d->clients.size();
-    QTimer::singleShot(restMs, this, [] {
-        ZELThread::run(
-            [](ZELThreadInfo *) {
-                ZELCriticalSection section;
-                malloc_trim(0);
-            },
-            QVariant(), true);
-    });
+    d->restsLeft = rests;
+    if (!std::exchange(d->resting, true))
+        QTimer::singleShot(restMs, this, &ZELTcpServer::trim);
+}
+
+void ZELTcpServer::trim()
+{
+    ZELThread::run(
+        [](ZELThreadInfo *) {
+            ZELCriticalSection section;
+            malloc_trim(0);
+        },
+        QVariant(), true);
+    d->resting = --d->restsLeft > 0;
+    if (d->resting)
+        QTimer::singleShot(restMs, this, &ZELTcpServer::trim);
 }
 
 void ZELTcpServer::incomingConnection(qintptr descriptor)

@@ -70,6 +70,7 @@ private:
     void resume();
     void giveMemoryBack();
     void closeSockets(int descriptor);
+    void trim();
     void refuse(qintptr descriptor);
     void welcome(ZELTcpSocket *socket, int descriptor);
 

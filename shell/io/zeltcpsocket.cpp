@@ -1,58 +1,40 @@
 // SPDX-License-Identifier: MIT
-#include "zeltcpsocket.h"
+#include "zeltcpsocket_p.h"
 
 #include "zeleventdispatcher_p.h"
-#include "zelguard_p.h"
-#include "zelsemaphore_p.h"
 #include "zelsocketcalls_p.h"
 #include "zelstream.h"
 #include "zelthread.h"
 #include "zeltsan_p.h"
 
-#include <QCoreApplication>
 #include <QDebug>
 #include <QElapsedTimer>
-#include <QEvent>
-#include <QPointer>
-#include <QSocketNotifier>
 
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <mutex>
 #include <sys/socket.h>
 
 namespace {
 
 const int socketBufferSize = 64 * 1024;
 const int closingTimeMs = 1000;
+const int pauseMs = 10;
 
 } // namespace
 
-class ZELTcpSocketPrivate
+qint64 ZELLentDescriptor::send(const QByteArray &data)
 {
-public:
-    std::atomic<qintptr> descriptor{-1};
-    ZELThread *thread = nullptr;
-    ZELStream *stream = nullptr;
-    QMetaObject::Connection onDisconnected;
-    QPointer<QSocketNotifier> arrival; ///< Qt's own, whose events takeArrived() sees first
-    bool working = false;
-    bool down = false; ///< closeDown() has run; the socket's thread only
-    std::atomic<bool> noticed{false}; ///< sockDisConnect() was emitted
-    std::atomic<bool> valid{false};
-    std::atomic<bool> closed{false};
+    const Lock lock(m_mutex);
+    return m_descriptor < 0 ? 0 : zelSendNow(m_descriptor, data);
+}
 
-    ZELSemaphore arrived; ///< posted when the mutex was let go, so that the reader need not wait for it
-    mutable std::mutex mutex; ///< guards the rest
-    QByteArray received;
-    bool paused = false; ///< receive() left bytes behind for want of room
-    bool ended = false; ///< the worker takes no more events
-    bool released = false;
-    QHostAddress peerAddress;
-    QString peerName;
-    quint16 peerPort = 0;
-};
+bool ZELTcpSocketPrivate::advance(State to)
+{
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(mutex);
+    if (state >= to)
+        return false;
+    state = to;
+    return true;
+}
 
 ZELTcpSocket::ZELTcpSocket(QString host, quint16 port, QObject *parent)
     : d(new ZELTcpSocketPrivate)
@@ -68,14 +50,16 @@ ZELTcpSocket::ZELTcpSocket(qintptr descriptor, QObject *parent)
     : d(new ZELTcpSocketPrivate)
 {
     d->descriptor = descriptor;
-    d->valid = setSocketDescriptor(descriptor, ConnectedState, ReadWrite);
+    const bool valid = setSocketDescriptor(descriptor, ConnectedState, ReadWrite);
     notePeer();
     watchArrival();
     // The worker gets this last: from then on bytes are received and nothing may be missing. Without a worker it stays
     // here, where it can be destroyed.
     if (setUp(parent))
         startWorker();
-    if (d->working) {
+    if (valid && d->advance(ZELTcpSocketPrivate::State::Open) && d->arrival)
+        d->lent.lend(descriptor);
+    if (isWorking()) {
         ZEL_TSAN_RELEASE(this);
         moveToThread(d->thread);
     }
@@ -100,12 +84,16 @@ ZELTcpSocket::~ZELTcpSocket()
 // False when there is no descriptor left for the worker.
 bool ZELTcpSocket::setUp(QObject *parent)
 {
+    qRegisterMetaType<QAbstractSocket::SocketError>("QAbstractSocket::SocketError");
+    qRegisterMetaType<QAbstractSocket::SocketState>("QAbstractSocket::SocketState");
     setReadBufferSize(socketBufferSize);
     d->thread = new ZELThread;
     d->thread->setLabel(QStringLiteral("ZELTcpSocket Work Thread"));
     d->stream = new ZELStream(this, true);
     connect(this, &QIODevice::readyRead, this, &ZELTcpSocket::receive, Qt::DirectConnection);
     connect(this, &QAbstractSocket::errorOccurred, this, &ZELTcpSocket::onError, Qt::DirectConnection);
+    connect(this, &QAbstractSocket::stateChanged, this, &ZELTcpSocket::lendIfIdle, Qt::DirectConnection);
+    connect(this, &QIODevice::bytesWritten, this, &ZELTcpSocket::lendIfIdle, Qt::DirectConnection);
     d->onDisconnected
         = connect(this, &QAbstractSocket::disconnected, this, &ZELTcpSocket::onDisconnected, Qt::DirectConnection);
     if (parent)
@@ -125,13 +113,15 @@ void ZELTcpSocket::startWorker()
         if (self)
             self->closeDown();
     });
+    d->worker = ZELTcpSocketPrivate::Worker::Runs;
     d->thread->start(QThread::InheritPriority);
-    d->working = d->thread->isRunning();
+    if (!d->thread->isRunning() && !d->thread->isFinished())
+        d->worker = ZELTcpSocketPrivate::Worker::None;
 }
 
 bool ZELTcpSocket::isWorking() const
 {
-    return d->working;
+    return d->worker != ZELTcpSocketPrivate::Worker::None;
 }
 
 void ZELTcpSocket::notePeer()
@@ -169,162 +159,88 @@ QString ZELTcpSocket::peerName() const
 void ZELTcpSocket::onConnected()
 {
     d->descriptor = socketDescriptor();
-    d->valid = true;
     notePeer();
     watchArrival();
     {
-        // Not into a thread that has ended meanwhile: nobody could destroy it there.
         ZELCriticalSection section;
         std::lock_guard<std::mutex> lock(d->mutex);
+        if (!d->isClosed())
+            d->state = ZELTcpSocketPrivate::State::Open;
         ZEL_TSAN_RELEASE(this);
-        if (d->working && !d->ended)
+        // Not into a thread that has ended meanwhile: nobody could destroy it there.
+        if (d->worker == ZELTcpSocketPrivate::Worker::Runs) {
             moveToThread(d->thread);
+            QMetaObject::invokeMethod(this, "sendEarly", Qt::QueuedConnection);
+        }
     }
     qDebug() << "ZELTcpSocket connected ip=" << peerAddress().toString() << " port=" << peerPort();
 }
 
-/// Looks at what arrives before Qt does, whose buffer would keep 16 kB for each connection. Qt still finds the
-/// errors of the connection; and where no notifier is found it reads as ever.
-void ZELTcpSocket::watchArrival()
-{
-    const auto notifiers = findChildren<QSocketNotifier *>();
-    for (QSocketNotifier *notifier : notifiers)
-        if (notifier->type() == QSocketNotifier::Read)
-            d->arrival = notifier;
-    if (d->arrival)
-        d->arrival->installEventFilter(this);
-}
-
-bool ZELTcpSocket::eventFilter(QObject *watched, QEvent *event)
-{
-    ZEL_TSAN_ACQUIRE(this);
-    if (watched != d->arrival || event->type() != QEvent::SockAct || bytesAvailable() > 0)
-        return QTcpSocket::eventFilter(watched, event);
-    return takeArrived();
-}
-
-// False for an error.
-bool ZELTcpSocket::takeArrived()
-{
-    ssize_t count = 0;
-    {
-        ZELCriticalSection section;
-        std::lock_guard<std::mutex> lock(d->mutex);
-        d->paused = d->received.size() >= MaxUnread;
-        if (d->paused) {
-            d->arrival->setEnabled(false);
-            return true;
-        }
-        count = zelReceiveInto(int(d->descriptor), d->received, MaxUnread);
-        const int error = errno;
-        if (count < 0)
-            return error == EAGAIN || error == EINTR;
-    }
-    if (count == 0)
-        return endOfPeer();
-    d->arrived.postOne();
-    callReadyReadHook();
-    return true;
-}
-
-/// What Qt does at the end of a connection, without the 16 kB that it first takes to read what is not there: sessions
-/// that end together would have all of that at once.
-bool ZELTcpSocket::endOfPeer()
-{
-    setSocketError(RemoteHostClosedError);
-    setErrorString(QCoreApplication::translate("QNativeSocketEngine", "The remote host closed the connection"));
-    Q_EMIT errorOccurred(RemoteHostClosedError);
-    abort();
-    return true;
-}
-
-void ZELTcpSocket::readOn()
-{
-    if (d->down)
-        return;
-    if (d->arrival)
-        d->arrival->setEnabled(true);
-    receive();
-}
-
-void ZELTcpSocket::receive()
-{
-    if (d->down || bytesAvailable() == 0)
-        return;
-    {
-        ZELCriticalSection section;
-        std::lock_guard<std::mutex> lock(d->mutex);
-        // Not simply read(room): that would allocate all of it for every line.
-        const qint64 room = MaxUnread - d->received.size();
-        d->received += QIODevice::read(std::min(room, bytesAvailable()));
-        d->paused = bytesAvailable() > 0;
-    }
-    d->arrived.postOne();
-    callReadyReadHook();
-}
-
-bool ZELTcpSocket::takeByte(char byte)
-{
-    ZELCriticalSection section;
-    std::lock_guard<std::mutex> lock(d->mutex);
-    const int at = d->received.indexOf(byte);
-    if (at >= 0)
-        d->received.remove(at, 1);
-    return at >= 0;
-}
-
-QByteArray ZELTcpSocket::readAll()
-{
-    for (;;) {
-        {
-            ZELCriticalSection section;
-            std::lock_guard<std::mutex> lock(d->mutex);
-            // Posted under the lock that the worker takes before it ends: its dispatcher must still be there. By its
-            // name, since the race detector does not see Qt hand over a function object.
-            if (d->paused && !d->ended)
-                QMetaObject::invokeMethod(this, "readOn", Qt::QueuedConnection);
-            d->paused = false;
-            if (!d->received.isEmpty())
-                return std::exchange(d->received, QByteArray());
-            if (d->closed) {
-                d->arrived.postOne(); // for the next one
-                return QByteArray();
-            }
-        }
-        zelSafePoint();
-        d->arrived.wait();
-    }
-}
-
-bool ZELTcpSocket::waitForInput(int ms)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    for (;;) {
-        {
-            ZELCriticalSection section;
-            std::lock_guard<std::mutex> lock(d->mutex);
-            if (!d->received.isEmpty() || d->closed)
-                return true;
-        }
-        zelSafePoint();
-        if (!d->arrived.waitUntil(deadline))
-            return false;
-    }
-}
-
 void ZELTcpSocket::write(QByteArray data)
 {
-    if (d->closed) {
+    if (keepEarly(data))
+        return;
+    if (d->isClosed()) {
         qDebug() << "connect is already closed!";
         return;
     }
+    sendEarly();
+    send(data);
+}
+
+/// True while it connects: then its maker's thread has the socket, and this one must not touch it.
+bool ZELTcpSocket::keepEarly(const QByteArray &data)
+{
+    for (;; zelPollOne(-1, 0, pauseMs)) {
+        ZELCriticalSection section;
+        std::lock_guard<std::mutex> lock(d->mutex);
+        if (d->state != ZELTcpSocketPrivate::State::Connecting)
+            return false;
+        if (d->early.size() <= MaxUnsent || QThread::currentThread() == thread() || zelStopWanted()) {
+            d->early += data;
+            return true;
+        }
+    }
+}
+
+void ZELTcpSocket::sendEarly()
+{
+    QByteArray early;
+    {
+        ZELCriticalSection section;
+        std::lock_guard<std::mutex> lock(d->mutex);
+        if (!d->isOpen())
+            return;
+        early = std::exchange(d->early, QByteArray());
+    }
+    send(early);
+}
+
+void ZELTcpSocket::send(const QByteArray &data)
+{
+    d->lent.takeBack();
     // What the kernel takes at once need not go through Qt's buffer, which keeps 16 kB for each connection.
-    const qint64 sent = bytesToWrite() > 0 ? 0 : zelSendNow(socketDescriptor(), data);
-    if (sent == data.size())
-        return;
-    QIODevice::write(data.constData() + sent, data.size() - sent);
-    flush();
-    waitForRoom();
+    const qint64 sent = bytesToWrite() > 0 || data.isEmpty() ? 0 : zelSendNow(socketDescriptor(), data);
+    if (sent < data.size()) {
+        QIODevice::write(data.constData() + sent, data.size() - sent);
+        flush();
+        waitForRoom();
+    }
+    lendIfIdle();
+}
+
+qint64 ZELTcpSocket::writeNow(const QByteArray &data)
+{
+    return d->lent.send(data);
+}
+
+/// Called whenever that may have changed.
+void ZELTcpSocket::lendIfIdle()
+{
+    const bool idle = d->arrival && state() == ConnectedState && bytesToWrite() == 0;
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(d->mutex); // beginClose() comes before or after
+    d->lent.lend(idle && d->isOpen() && d->early.isEmpty() ? d->descriptor.load() : -1);
 }
 
 void ZELTcpSocket::write(QString text)
@@ -334,7 +250,7 @@ void ZELTcpSocket::write(QString text)
 
 void ZELTcpSocket::waitForRoom()
 {
-    while (bytesToWrite() > MaxUnsent && !d->closed && state() == ConnectedState && !zelStopWanted()) {
+    while (bytesToWrite() > MaxUnsent && !d->isClosed() && state() == ConnectedState && !zelStopWanted()) {
         zelPollOne(socketDescriptor(), POLLOUT, 100);
         flush();
     }
@@ -347,16 +263,21 @@ void ZELTcpSocket::Start()
 
 bool ZELTcpSocket::beginClose()
 {
-    {
-        ZELCriticalSection section;
-        std::lock_guard<std::mutex> lock(d->mutex);
-        if (d->closed.exchange(true))
-            return false;
-    }
+    if (!d->advance(ZELTcpSocketPrivate::State::Closing))
+        return false;
+    d->lent.takeBack();
     d->arrived.postOne();
-    d->valid = false;
     callCloseHook();
     return true;
+}
+
+void ZELTcpSocket::closeSoon()
+{
+    beginClose();
+    // Under the lock, as in release().
+    ZELCriticalSection section;
+    std::lock_guard<std::mutex> lock(d->mutex);
+    d->thread->quit();
 }
 
 void ZELTcpSocket::Close()
@@ -378,16 +299,20 @@ void ZELTcpSocket::end()
 
 void ZELTcpSocket::closeDown()
 {
-    if (thread() != QThread::currentThread() || std::exchange(d->down, true))
+    if (thread() != QThread::currentThread())
+        return;
+    beginClose();
+    if (!d->advance(ZELTcpSocketPrivate::State::Down))
         return;
     disconnect(this, &QIODevice::readyRead, this, &ZELTcpSocket::receive);
     disconnect(this, &QAbstractSocket::errorOccurred, this, &ZELTcpSocket::onError);
     disconnect(d->onDisconnected);
-    beginClose();
+    if (!d->early.isEmpty() && state() != ConnectedState)
+        qDebug() << "connect is already closed!";
     // Without a worker nothing was ever sent, and the thread that accepts must not wait for the peer.
     if (state() == ConnectedState && QThread::currentThread() == d->thread)
         sendRest();
-    if (!d->noticed) {
+    if (!d->told) {
         qDebug() << "ZELTcpSocket disconnected ip=" << peerAddress().toString() << " port=" << peerPort();
         notice();
     }
@@ -399,6 +324,7 @@ void ZELTcpSocket::sendRest()
     QElapsedTimer timer;
     timer.start();
     const qintptr fd = socketDescriptor();
+    QIODevice::write(d->early); // closed as soon as it was connected
     while (bytesToWrite() > 0 && state() == ConnectedState && timer.elapsed() < closingTimeMs) {
         zelPollOne(fd, POLLOUT, closingTimeMs - int(timer.elapsed()));
         flush();
@@ -409,13 +335,13 @@ void ZELTcpSocket::sendRest()
 
 void ZELTcpSocket::notice()
 {
-    if (!d->noticed.exchange(true))
+    if (!d->told.exchange(true))
         Q_EMIT sockDisConnect(int(d->descriptor), peerAddress().toString(), peerPort(), QThread::currentThread());
 }
 
 bool ZELTcpSocket::hasEnded() const
 {
-    return d->noticed;
+    return d->told;
 }
 
 void ZELTcpSocket::onDisconnected()
@@ -452,7 +378,7 @@ void ZELTcpSocket::postClose(int descriptor)
 {
     ZELCriticalSection section;
     std::lock_guard<std::mutex> lock(d->mutex);
-    if (!d->ended)
+    if (d->worker != ZELTcpSocketPrivate::Worker::Over)
         QMetaObject::invokeMethod(this, "disConTcp", Qt::QueuedConnection, Q_ARG(int, descriptor));
 }
 
@@ -470,7 +396,7 @@ void ZELTcpSocket::release()
         std::lock_guard<std::mutex> lock(d->mutex);
         if (std::exchange(d->released, true))
             return;
-        over = d->ended || !d->working;
+        over = d->worker != ZELTcpSocketPrivate::Worker::Runs;
         d->thread->quit(); // under the lock: it may be gone as soon as the worker sees that it was released
     }
     if (over)
@@ -485,7 +411,7 @@ void ZELTcpSocket::workerEnded()
     {
         ZELCriticalSection section;
         std::lock_guard<std::mutex> lock(d->mutex);
-        d->ended = true;
+        d->worker = ZELTcpSocketPrivate::Worker::Over;
         last = d->released;
     }
     if (last)
@@ -494,12 +420,12 @@ void ZELTcpSocket::workerEnded()
 
 bool ZELTcpSocket::readValid() const
 {
-    return d->valid;
+    return d->isOpen();
 }
 
 bool ZELTcpSocket::writeValid() const
 {
-    return d->valid;
+    return d->isOpen();
 }
 
 ZELStream *ZELTcpSocket::GetStream()

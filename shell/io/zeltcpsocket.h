@@ -21,6 +21,8 @@ class ZELTcpSocketPrivate;
  * write through GetStream(). Close() ends the connection for good: what was written is still sent, for at most one
  * second, then the peer sees the end.
  *
+ * What is written before it is connected is sent when it is.
+ *
  * Bounds: at most MaxUnread bytes wait for the reader (the peer is held back by TCP beyond that), and a write returns
  * only when no more than MaxUnsent bytes wait for the peer. A peer that does not read blocks those who write to it and
  * nobody else, until it reads, goes away or Close() is called.
@@ -55,8 +57,8 @@ public:
 
     /// All bytes received so far, waiting for the first one. Empty once the connection is closed and all was taken.
     QByteArray readAll() override;
-    /// Sends in the calling thread, which must be the worker (others use the stream). On a closed socket a debug line
-    /// instead.
+    /// Sends in the calling thread, which must be the worker (others use the stream); kept while it connects. On a
+    /// closed socket a debug line instead.
     void write(QByteArray data) override;
     /// The text as Latin-1.
     void write(QString text) override;
@@ -72,6 +74,8 @@ public:
     bool readValid() const override;
     bool writeValid() const override;
     bool takeByte(char byte) override;
+    qint64 writeNow(const QByteArray &data) override;
+    void closeSoon() override;
 
     ZELStream *GetStream();
     /// False when the system had no thread or descriptor left for the worker: such a socket is good for nothing.
@@ -108,6 +112,10 @@ private:
     bool endOfPeer();
     Q_INVOKABLE void readOn();
     void receive();
+    bool keepEarly(const QByteArray &data);
+    Q_INVOKABLE void sendEarly();
+    void send(const QByteArray &data);
+    void lendIfIdle();
     void waitForRoom();
     bool beginClose();
     void end();

@@ -2,6 +2,7 @@
 #include "zelshellidle_p.h"
 
 #include "zelshell_p.h"
+#include "zelshellserverstate_p.h"
 #include "zelthread.h"
 #include "zelthread_p.h"
 
@@ -13,7 +14,9 @@ using Clock = std::chrono::steady_clock;
 using Sessions = std::vector<std::shared_ptr<ZELShellPrivate>>;
 
 // Many sessions that end one after the other are served in one turn.
-const auto shortestTurn = std::chrono::milliseconds(20);
+const std::chrono::milliseconds shortestTurn(20);
+const std::chrono::milliseconds longestTurn(60000);
+const std::chrono::milliseconds killAgain(1000);
 
 struct Watch
 {
@@ -21,6 +24,7 @@ struct Watch
     std::condition_variable change;
     std::vector<std::weak_ptr<ZELShellPrivate>> sessions;
     bool running = false;
+    bool added = false; ///< since the watch looked at them
 };
 
 /// Never destroyed: its thread may outlive main().
@@ -39,13 +43,20 @@ std::chrono::milliseconds idleTime(const ZELShellPrivate &session, Clock::time_p
                 : std::chrono::milliseconds(0);
 }
 
+bool isOver(const ZELShellPrivate &session)
+{
+    if (session.goneSince)
+        return session.coreFinished && session.jobs.running().isEmpty();
+    return session.coreFinished || !session.idleLimit;
+}
+
 /// The sessions that live on; forgets the others.
 Sessions living(std::vector<std::weak_ptr<ZELShellPrivate>> &watched)
 {
     Sessions sessions;
     for (auto it = watched.begin(); it != watched.end();) {
         const auto session = it->lock();
-        if (session && !session->coreFinished && session->idleLimit) {
+        if (session && !isOver(*session)) {
             sessions.push_back(session);
             ++it;
         } else {
@@ -55,24 +66,39 @@ Sessions living(std::vector<std::weak_ptr<ZELShellPrivate>> &watched)
     return sessions;
 }
 
+/// Kills come again each time until they have found what they are to end.
+std::chrono::milliseconds leftWhenGone(ZELShellPrivate &session, Clock::time_point now)
+{
+    const auto gone = now.time_since_epoch() - std::chrono::milliseconds(session.goneSince);
+    const auto left = std::chrono::milliseconds(session.server->settings()->abandonedLimit) - gone;
+    if (left.count() > 0)
+        return std::chrono::duration_cast<std::chrono::milliseconds>(left) + std::chrono::milliseconds(1);
+    session.endAbandoned();
+    return killAgain;
+}
+
+std::chrono::milliseconds leftWhenIdle(ZELShellPrivate &session, Clock::time_point now)
+{
+    // The idle time first: a limit that was taken off before the session fell idle is not read as it was.
+    const auto idle = idleTime(session, now);
+    const int limit = session.idleLimit;
+    const auto left = std::chrono::milliseconds(limit) - idle;
+    if (limit == 0 || session.isStopping())
+        return longestTurn;
+    if (left.count() > 0)
+        return left;
+    session.endIdle();
+    return longestTurn;
+}
+
 /// Ends those that are over their limit; when to look again.
 Clock::time_point endIdle(const Sessions &sessions)
 {
     const auto now = Clock::now();
-    auto next = now + std::chrono::seconds(60);
-    for (const auto &session : sessions) {
-        // The idle time first: a limit that was taken off before the session fell idle is not read as it was.
-        const auto idle = idleTime(*session, now);
-        const int limit = session->idleLimit;
-        if (limit == 0)
-            continue;
-        const auto left = std::chrono::milliseconds(limit) - idle;
-        if (left.count() > 0)
-            next = std::min(next, now + left);
-        else if (!session->isStopping())
-            session->endIdle();
-    }
-    return std::max(next, now + shortestTurn);
+    auto next = longestTurn;
+    for (const auto &session : sessions)
+        next = std::min(next, session->goneSince ? leftWhenGone(*session, now) : leftWhenIdle(*session, now));
+    return now + std::max(next, shortestTurn);
 }
 
 void watchSessions()
@@ -82,7 +108,10 @@ void watchSessions()
         Sessions sessions;
         {
             ZELSessionLock lock(watch.mutex);
-            lock.wait(watch.change, next);
+            // One that was added while the others were looked at has told nobody.
+            if (!watch.added)
+                lock.wait(watch.change, next);
+            watch.added = false;
             sessions = living(watch.sessions);
             watch.running = !sessions.empty();
             if (!watch.running)
@@ -94,11 +123,17 @@ void watchSessions()
 
 } // namespace
 
+qint64 ZELIdleWatch::now()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch()).count();
+}
+
 void ZELIdleWatch::add(const std::shared_ptr<ZELShellPrivate> &session)
 {
     Watch &watch = theWatch();
     ZELSessionLock lock(watch.mutex);
     watch.sessions.push_back(session);
+    watch.added = true;
     watch.change.notify_all();
     if (std::exchange(watch.running, true))
         return;

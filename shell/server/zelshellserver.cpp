@@ -114,3 +114,8 @@ void ZELShellServer::setIdleLimit(int ms)
 {
     d->state->change([&](ZELShellSettings &settings) { settings.idleLimit = qMax(0, ms); });
 }
+
+void ZELShellServer::setAbandonedLimit(int ms)
+{
+    d->state->change([&](ZELShellSettings &settings) { settings.abandonedLimit = qMax(0, ms); });
+}

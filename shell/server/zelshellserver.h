@@ -249,6 +249,9 @@ public:
     /// Ends a remote session whose peer sends nothing for that long while no statement runs; 0 never. For shells made
     /// afterwards.
     void setIdleLimit(int ms);
+    /// Ends what still runs for a remote session whose peer has gone: at its next write there, and after that time
+    /// whatever it does, as a kill does; 0: it runs on to its own end.
+    void setAbandonedLimit(int ms);
 
 Q_SIGNALS:
     /// A remote shell was made and is about to start.

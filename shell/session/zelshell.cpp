@@ -143,16 +143,10 @@ void ZELShellPrivate::noteWaiting()
 
 void ZELShellPrivate::stop(StopState state)
 {
+    because("it was stopped");
     stopState = state;
     if (state == Stopped)
         output.leaveRawMode();
-}
-
-void ZELShellPrivate::endIdle()
-{
-    log(QLatin1String("ZELShell idle limit reached ") + text(&ZELShellPrivate::description));
-    stopState = Ended;
-    output.closeDevice();
 }
 
 void ZELShellPrivate::runCore()
@@ -169,6 +163,7 @@ void ZELShellPrivate::finishCore()
 {
     if (coreFinished.exchange(true))
         return;
+    because("its thread was ended by a kill or a fault");
     ZELWriteBehind::finish();
     if (underway)
         answerUnanswered(underway->first, underway->second);
@@ -176,6 +171,9 @@ void ZELShellPrivate::finishCore()
     if (user.isLogin())
         user.autologout();
     coreRunning = false;
+    if (!isMain)
+        log(QLatin1Char('[') % text(&ZELShellPrivate::peer) % QLatin1String("] session ends: ")
+            % QLatin1String(endReason.load()));
     log(QStringLiteral("ZELShell Closed!"));
 }
 
@@ -216,7 +214,12 @@ ZELShell::ZELShell(ZELStream *stream, QObject *parent)
     // Without a receiver: the signal comes on the device's thread, and the state outlives this object.
     connect(stream, &ZELStream::DeviceClose, [state = std::weak_ptr<ZELShellPrivate>(d)] {
         if (const auto session = state.lock())
-            session->stopState = ZELShellPrivate::Ended;
+            session->noteGone();
+    });
+    ZELAbstractStreamPrivate::setDropHook(*stream, [state = std::weak_ptr<ZELShellPrivate>(d)] {
+        const auto session = state.lock();
+        if (session && session->isAbandonedWriter())
+            except_stack->Kill(QThread::currentThreadId());
     });
     ZEL_TSAN_RELEASE(static_cast<ZELAbstractStream *>(stream));
 }

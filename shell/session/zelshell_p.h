@@ -41,6 +41,12 @@ public:
     void endJobs();
     /// Tells an idle peer and closes its connection.
     void endIdle();
+    /// The peer has gone: what runs for it ends at its next write and after a time, where the host wants that.
+    void noteGone();
+    void endAbandoned();
+    bool isAbandonedWriter();
+    /// Why the session ends, for the log; the first one counts.
+    void because(const char *reason);
     /// Whether this thread is the one that reads the session's input.
     bool isCoreThread() const { return coreThreadId == QThread::currentThreadId(); }
     /// The core thread begins to wait for the peer.
@@ -163,6 +169,8 @@ public:
     std::atomic<bool> noTerminal{false};
     std::atomic<qint64> waitingSince{
         0}; ///< steady ms since which the core thread waits for the peer; 0 when it does not
+    std::atomic<qint64> goneSince{0}; ///< steady ms since which the peer is gone; 0 while it is there
+    std::atomic<const char *> endReason{nullptr};
     std::atomic<int> pending{0};
     std::atomic<bool> hasPrompt{false}; ///< the loop shows prompts and keeps lines by itself
     std::atomic<bool> failed{false}; ///< a statement ended in an error

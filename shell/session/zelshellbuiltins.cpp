@@ -50,6 +50,7 @@ struct Builtin
     {
         args.setExecPath(QStringLiteral("/"));
         reply.farewell(QStringLiteral("ZEL_SHELL_DISCONNECT"), QString(), QStringLiteral("ZEL shell disconnect"));
+        session.because("its peer said quit");
         session.stopState = ZELShellPrivate::Stopped;
         session.quitter = QThread::currentThreadId();
     }

@@ -69,8 +69,10 @@ bool ZELShellLoop::refill()
     // A script in a pipe may lack its last line's end. What a terminal or a peer was cut off in is not run.
     if (m_buffer.isEmpty() && m_lineLength > 0 && m_session.isMain && m_session.output.isPiped())
         m_buffer = QByteArrayLiteral("\n");
-    if (m_buffer.isEmpty())
+    if (m_buffer.isEmpty()) {
+        m_session.because("the input has ended");
         m_session.stopState = ZELShellPrivate::Ended;
+    }
     return !m_buffer.isEmpty();
 }
 
@@ -116,6 +118,8 @@ bool ZELShellLoop::handshake()
 bool ZELShellLoop::turnAway(const QString &reason)
 {
     m_session.output.write(line(reason));
+    ZELShellPrivate::log(QLatin1Char('[') % m_session.text(&ZELShellPrivate::peer) % QLatin1String("] ") % reason);
+    m_session.because("it was turned away");
     m_session.stopState = ZELShellPrivate::Ended;
     return false;
 }

@@ -260,19 +260,8 @@ void ZELShellJobs::clear()
 ZELSessionOutput::ZELSessionOutput(ZELStream *stream)
     : m_stream(stream)
     , m_life(ZELAbstractStreamPrivate::ref(stream))
-    , m_writes(std::make_shared<std::atomic<quint64>>(0))
+    , m_writes(stream ? ZELAbstractStreamPrivate::writes(*stream) : std::make_shared<const std::atomic<quint64>>(0))
 {
-    if (!stream)
-        return;
-    const auto count = [writes = m_writes] { ++*writes; };
-    m_counting[0] = QObject::connect(stream, QOverload<QString>::of(&ZELStream::OnDataWrited), count);
-    m_counting[1] = QObject::connect(stream, QOverload<QByteArray>::of(&ZELStream::OnDataWrited), count);
-}
-
-ZELSessionOutput::~ZELSessionOutput()
-{
-    for (const QMetaObject::Connection &connection : m_counting)
-        QObject::disconnect(connection);
 }
 
 void ZELSessionOutput::write(const QString &text)
@@ -407,6 +396,11 @@ void ZELSessionOutput::closeDevice()
 {
     ZELWriteBehind::finish();
     withDevice([](ZELIODevice *device) { device->Close(); });
+}
+
+void ZELSessionOutput::closeDeviceSoon()
+{
+    withDevice([](ZELIODevice *device) { device->closeSoon(); });
 }
 
 void ZELSessionOutput::releaseDevice()

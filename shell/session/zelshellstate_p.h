@@ -141,7 +141,6 @@ class ZELSessionOutput
 {
 public:
     explicit ZELSessionOutput(ZELStream *stream);
-    ~ZELSessionOutput();
 
     ZELStream *stream() const { return m_stream; }
     void write(const QString &text);
@@ -177,6 +176,8 @@ public:
     bool takeByte(char byte);
     /// Ends the connection.
     void closeDevice();
+    /// The same without waiting for the end.
+    void closeDeviceSoon();
     /// Gives a device that is owned by nobody else up for deletion.
     void releaseDevice();
 
@@ -186,8 +187,7 @@ private:
 
     ZELStream *const m_stream;
     const ZELLife<ZELAbstractStream>::Ref m_life;
-    const std::shared_ptr<std::atomic<quint64>> m_writes; ///< counted by the stream's signals, whoever writes
-    QMetaObject::Connection m_counting[2];
+    const std::shared_ptr<const std::atomic<quint64>> m_writes; ///< of the stream, whoever writes
     std::atomic<quint64> m_promptMark{0};
     std::atomic<int> m_columns{0};
     std::atomic<int> m_rows{0};
