@@ -24,12 +24,18 @@ public Q_SLOTS:
         for (++started;;)
             ::usleep(1000);
     }
+    void fill(ZELArguments args)
+    {
+        for (++started;;)
+            args.debug() << QString(1000, 'x');
+    }
 };
 
 static void serve(ZELShellServer &server, Board &board)
 {
     server.setListenAddress(QHostAddress::LocalHost);
     QVERIFY(server.registerCmd("net", "wait", &board, SLOT(wait(ZELArguments)), true));
+    QVERIFY(server.registerCmd("net", "fill", &board, SLOT(fill(ZELArguments)), true));
     server.startTcpServer(0);
 }
 
@@ -94,6 +100,32 @@ private Q_SLOTS:
         QTRY_COMPARE((peer.has(""), peer.got.count("State: EXECUTE_ERROR")), count);
         for (int i = 0; i < count; ++i)
             QCOMPARE(peer.got.count("START net/wait#" + QByteArray::number(i) + "\r\n"), 1);
+    }
+
+    void commandsOfThoseWhoLeft_data()
+    {
+        QTest::addColumn<QByteArray>("statement");
+        QTest::newRow("writes") << QByteArray("net/fill");
+        QTest::newRow("sleeps") << QByteArray("net/wait");
+        QTest::newRow("job") << QByteArray("net/wait &");
+    }
+
+    void commandsOfThoseWhoLeft()
+    {
+        QFETCH(QByteArray, statement);
+        Board board;
+        ZELShellServer server;
+        serve(server, board);
+        server.setAbandonedLimit(200);
+        const auto reset = qScopeGuard([&] { server.setAbandonedLimit(0); });
+        RemoteUser peer(server.serverPort());
+        QTRY_VERIFY(peer.has("ConnectId = "));
+        peer.send(statement);
+        QTRY_COMPARE(board.started.load(), 1);
+        peer.socket.abort();
+        QTRY_COMPARE(server.ClientNumber(), 0);
+        QTRY_VERIFY(!server.FindCommand("net", "wait")->Command()->IsRunning());
+        QTRY_VERIFY(!server.FindCommand("net", "fill")->Command()->IsRunning());
     }
 
     void commandTimeout()

@@ -163,30 +163,6 @@ private Q_SLOTS:
         QVERIFY(host.isDeserted());
     }
 
-    void commandsOfThoseWhoLeft_data()
-    {
-        QTest::addColumn<QByteArray>("statement");
-        QTest::newRow("writes") << QByteArray("text/fill#big 10000 1000000");
-        QTest::newRow("sleeps") << QByteArray("jobs/sleep 60000");
-        QTest::newRow("job") << QByteArray("jobs/sleep 60000 &");
-    }
-
-    void commandsOfThoseWhoLeft()
-    {
-        QFETCH(QByteArray, statement);
-        QVERIFY(host.isDeserted());
-        host.server.setAbandonedLimit(200);
-        QVERIFY(host.run([&] {
-            Client client;
-            client.send(statement + '\n');
-            QThread::msleep(100);
-            client.reset();
-        }));
-        const bool deserted = host.isDeserted(10000);
-        host.server.setAbandonedLimit(0);
-        QVERIFY(deserted);
-    }
-
     void endsAreLogged()
     {
         static std::mutex mutex;

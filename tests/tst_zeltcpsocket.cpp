@@ -302,10 +302,11 @@ private Q_SLOTS:
     {
         Pair pair;
         ZELStream *stream = pair.socket->GetStream();
-        std::atomic<bool> released{false}, blocked{false};
+        static std::atomic<bool> released{false},
+            blocked{false}; // what Qt carries over, the race detector does not see
         QMetaObject::invokeMethod(
             stream,
-            [&] {
+            [] {
                 blocked = true;
                 while (!released)
                     QThread::msleep(1);
