@@ -12,7 +12,10 @@
 #include <QTcpSocket>
 #include <QTimer>
 #include <QtTest>
+
 #include <atomic>
+#include <memory>
+#include <vector>
 
 class Board : public QObject
 {
@@ -248,6 +251,35 @@ private Q_SLOTS:
         QTRY_VERIFY(ZELUser::loggedIn().isEmpty());
         QVERIFY(!ZELUser::loginAs("eve", "secret", database, QUuid(), false).isLogin());
         m_server->setDatabase(QSqlDatabase());
+    }
+
+    void handshakeLimits()
+    {
+        m_server->startTcpServer(0);
+        RemoteUser wordy(m_server->serverPort(), QByteArray(5000, 'x') + '\n');
+        QTRY_VERIFY(wordy.has("Error : input is longer than 4096 bytes") && wordy.isClosed());
+        m_server->setHandshakeLimits(64, 200);
+        RemoteUser slow(m_server->serverPort(), "--n");
+        QTRY_VERIFY(slow.has("Error : no handshake in time") && slow.isClosed());
+        // Those who say nothing make way for those who wait, long before their own time is over.
+        m_server->setHandshakeLimits(3, 60000);
+        std::vector<std::unique_ptr<RemoteUser>> silent;
+        for (int i = 0; i < 5; ++i)
+            silent.emplace_back(new RemoteUser(m_server->serverPort(), ""));
+        QTRY_COMPARE(m_server->ClientNumber(), 3);
+        RemoteUser good(m_server->serverPort());
+        QTRY_VERIFY_WITH_TIMEOUT(good.has("ConnectId = "), 10000);
+        QTRY_VERIFY(silent.front()->isClosed());
+        m_server->setHandshakeLimits(64, 10000);
+        // A byte now and then is no statement.
+        m_server->setIdleLimit(500);
+        RemoteUser talker(m_server->serverPort());
+        QTRY_VERIFY(talker.has("ConnectId = "));
+        QElapsedTimer timer;
+        for (timer.start(); !talker.isClosed() && timer.elapsed() < 5000; QTest::qWait(50))
+            talker.socket.write("x");
+        QVERIFY(talker.isClosed());
+        m_server->setIdleLimit(0);
     }
 
     void keyOfAnotherSession()

@@ -44,6 +44,7 @@ struct ZELShellSettings
     int editing = 0; ///< ZELShellServer::Editing
     int lineLimit = 0;
     int idleLimit = 0;
+    int handshakeTime = 10000; ///< ms until a peer has said who it is; 0: for ever
     int abandonedLimit = 0; ///< what runs for a peer that has gone ends after that time; 0: at its own end
 };
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zeltcpserver.h"
 
+#include "zeladmission_p.h"
 #include "zelguard_p.h"
 #include "zeliodevice_p.h"
 #include "zelstream.h"
@@ -103,6 +104,7 @@ public:
     quint64 nextSerial = 0;
     MappingBudget mappings;
     int maxConnections = 0;
+    std::shared_ptr<ZELAdmission> admission;
     int acceptedNow = 0; ///< since the event loop had its turn
     int mostClients = 0; ///< at a time, since memory was given back
     int restsLeft = 0;
@@ -125,6 +127,8 @@ ZELTcpServer::ZELTcpServer(QObject *parent, int maxConnections)
 
 ZELTcpServer::~ZELTcpServer()
 {
+    if (d->admission)
+        d->admission->setResume(nullptr);
     close();
     clear();
 }
@@ -140,6 +144,13 @@ int ZELTcpServer::maxPendingConnections() const
     return d->maxConnections; // Qt's own value changes while clients are accepted
 }
 
+/// From then on nobody is accepted while it has no room.
+void ZELTcpServer::holdBackBy(const std::shared_ptr<ZELAdmission> &admission)
+{
+    d->admission = admission;
+    admission->setResume([this] { QMetaObject::invokeMethod(this, "resume", Qt::QueuedConnection); });
+}
+
 /// Qt accepts until nobody is waiting. While one client after the other comes, the thread would do nothing else: the
 /// sessions that have ended would stay in memory, and the host's timers would wait.
 void ZELTcpServer::giveWay()
@@ -152,6 +163,8 @@ void ZELTcpServer::giveWay()
 
 void ZELTcpServer::resume()
 {
+    if (d->admission && !d->admission->hasRoom())
+        return;
     d->acceptedNow = 0;
     setMaxPendingConnections(d->maxConnections);
     if (isListening())
@@ -241,10 +254,14 @@ void ZELTcpServer::incomingConnection(qintptr descriptor)
         return refuse(descriptor);
     }
     auto *socket = new ZELTcpSocket(descriptor, nullptr);
-    if (socket->isWorking())
-        return welcome(socket, int(descriptor));
-    refuse(-1);
-    delete socket;
+    if (socket->isWorking()) {
+        welcome(socket, int(descriptor));
+    } else {
+        refuse(-1);
+        delete socket;
+    }
+    if (d->admission && !d->admission->hasRoom())
+        QTcpServer::setMaxPendingConnections(0); // ends Qt's loop, until there is
 }
 
 void ZELTcpServer::refuse(qintptr descriptor)

@@ -11,6 +11,8 @@
 #include <memory>
 
 class ZELStream;
+class ZELAdmission;
+class ZELShellServerPrivate;
 class ZELTcpServerPrivate;
 class ZELTcpSocket;
 
@@ -66,8 +68,10 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
+    friend class ZELShellServerPrivate;
+    void holdBackBy(const std::shared_ptr<ZELAdmission> &admission);
     void giveWay();
-    void resume();
+    Q_INVOKABLE void resume();
     void giveMemoryBack();
     void closeSockets(int descriptor);
     void trim();

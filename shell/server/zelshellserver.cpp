@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zelshellserver_p.h"
 
+#include "zeladmission_p.h"
+
 #include "zelshellcommand_p.h"
 
 void ZELShellServer::setShellCachePath(const QString &path)
@@ -113,6 +115,12 @@ void ZELShellServer::setPasswordHidden(bool on)
 void ZELShellServer::setIdleLimit(int ms)
 {
     d->state->change([&](ZELShellSettings &settings) { settings.idleLimit = qMax(0, ms); });
+}
+
+void ZELShellServer::setHandshakeLimits(int peers, int ms)
+{
+    d->admission->setLimit(qMax(0, peers));
+    d->state->change([&](ZELShellSettings &settings) { settings.handshakeTime = qMax(0, ms); });
 }
 
 void ZELShellServer::setAbandonedLimit(int ms)

@@ -249,6 +249,9 @@ public:
     /// Ends a remote session whose peer sends nothing for that long while no statement runs; 0 never. For shells made
     /// afterwards.
     void setIdleLimit(int ms);
+    /// How many peers may be between accept and the end of their handshake (64 at first; others wait to be accepted),
+    /// and for how many milliseconds each (10,000 at first, and one second while others wait); 0 is no limit.
+    void setHandshakeLimits(int peers, int ms);
     /// Ends what still runs for a remote session whose peer has gone: at its next write there, and after that time
     /// whatever it does, as a kill does; 0: it runs on to its own end.
     void setAbandonedLimit(int ms);
@@ -260,7 +263,7 @@ Q_SIGNALS:
 private:
     ZELCommandBuilder build(const char *path, const char *name, ZELCommandFunction function, bool isSystem);
     bool plant(ZELCommandDraft &draft, bool isSystem);
-    void serve(const QPointer<ZELStream> &stream);
+    void serve(const QPointer<ZELStream> &stream, bool isAccepted);
     std::unique_ptr<ZELShellServerPrivate> d;
 };
 

@@ -12,6 +12,7 @@
 #include <mutex>
 
 class ZELAbstractStream;
+class ZELAdmission;
 class ZELStdDevice;
 class ZELTcpServer;
 class ZELTcpSocket;
@@ -30,6 +31,7 @@ public:
 
     const std::shared_ptr<ZELShellServerState> state = std::make_shared<ZELShellServerState>();
     ZELShellCollection collection;
+    const std::shared_ptr<ZELAdmission> admission;
     const std::unique_ptr<ZELTcpServer> tcpServer;
     QPointer<ZELShell> mainShell;
     QPointer<ZELShell> stoppedShell; ///< by closeServer(), and perhaps still waiting for its next byte

@@ -2,6 +2,7 @@
 // The members of ZELShellServer that start and stop shells, all in the thread that made the server.
 #include "zelshellserver_p.h"
 
+#include "zeladmission_p.h"
 #include "zelcatch.h"
 #include "zelguard_p.h"
 #include "zelshell_p.h"
@@ -42,8 +43,10 @@ void describe(ZELShell *shell, const ZELTcpSocket &socket)
 ZELShellServer *ZELShellServer::seft = nullptr;
 
 ZELShellServerPrivate::ZELShellServerPrivate()
-    : tcpServer(new ZELTcpServer(nullptr, defaultConnectionLimit))
+    : admission(std::make_shared<ZELAdmission>())
+    , tcpServer(new ZELTcpServer(nullptr, defaultConnectionLimit))
 {
+    tcpServer->holdBackBy(admission);
 }
 
 ZELShellServerPrivate::~ZELShellServerPrivate()
@@ -155,14 +158,20 @@ void ZELShellServer::startTcpServer(quint16 port)
     qDebug("start RPC Server thread...");
     if (const int limit = maxPendingConnections())
         d->tcpServer->setMaxPendingConnections(limit);
-    d->tcpServer->setConnectCallback([this](const QPointer<ZELStream> &stream) { serve(stream); });
+    d->tcpServer->setConnectCallback([this](const QPointer<ZELStream> &stream) { serve(stream, true); });
     d->tcpServer->listen(listenAddress(), port);
 }
 
-void ZELShellServer::serve(const QPointer<ZELStream> &stream)
+void ZELShellServer::serve(const QPointer<ZELStream> &stream, bool isAccepted)
 {
     auto *shell = new ZELShell(stream);
     d->configure(shell, true);
+    if (isAccepted) {
+        auto *session = ZELShellPrivate::get(shell);
+        session->admission = d->admission;
+        session->isAdmitted = false;
+        d->admission->enter();
+    }
     if (stream)
         describe(shell, *static_cast<ZELTcpSocket *>(stream->getDevice()));
     d->collection.append(shell);
@@ -191,7 +200,7 @@ bool ZELShellServer::connectToTcp(QString host, quint16 port)
             connected = true;
             // From here on the connection belongs to its shell, which may end at any time.
             d->served = ZELAbstractStreamPrivate::ref(socket->GetStream());
-            serve(socket->GetStream());
+            serve(socket->GetStream(), false);
         },
         Qt::DirectConnection);
     socket->waitForConnected(connectTimeoutMs);

@@ -58,7 +58,10 @@ ZELShellPrivate::ZELShellPrivate(ZELShell *q, ZELStream *stream)
     updatePath();
 }
 
-ZELShellPrivate::~ZELShellPrivate() = default;
+ZELShellPrivate::~ZELShellPrivate()
+{
+    endHandshake();
+}
 
 QString ZELShellPrivate::text(QString ZELShellPrivate::*field) const
 {
@@ -164,6 +167,7 @@ void ZELShellPrivate::finishCore()
     if (coreFinished.exchange(true))
         return;
     because("its thread was ended by a kill or a fault");
+    endHandshake();
     ZELWriteBehind::finish();
     if (underway)
         answerUnanswered(underway->first, underway->second);

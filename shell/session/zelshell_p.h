@@ -13,6 +13,7 @@
 #include <QThread>
 
 struct ZELCompletionScope;
+class ZELAdmission;
 class ZELShellLoop;
 
 /**
@@ -39,6 +40,8 @@ public:
     void stop(StopState state);
     /// Tells of the jobs that still run and waits for each; once, nothing is left of them then.
     void endJobs();
+    /// The peer has said who it is, or never will.
+    void endHandshake();
     /// Tells an idle peer and closes its connection.
     void endIdle();
     /// The peer has gone: what runs for it ends at its next write and after a time, where the host wants that.
@@ -184,6 +187,8 @@ public:
     std::atomic<bool> needsTerminal{false}; ///< for modern editing: something that says what the terminal is
     std::atomic<bool> interruptible{false};
     std::atomic<int> lineLimit{0};
+    std::shared_ptr<ZELAdmission> admission; ///< of a peer that was accepted; set before the start
+    std::atomic<bool> isAdmitted{true}; ///< counts no more among those who shake hands
     std::atomic<int> idleLimit{0};
     std::atomic<bool> terminalSwitch{false}; ///< what the built-in "terminal" of the protocol sets
 

@@ -2,6 +2,7 @@
 // The members of ZELShellPrivate that end a session, or what runs for it, from outside.
 #include "zelshell_p.h"
 
+#include "zeladmission_p.h"
 #include "zelshellidle_p.h"
 #include "zelshellserverstate_p.h"
 #include "zelthread.h"
@@ -14,6 +15,12 @@ void ZELShellPrivate::endIdle()
     because("it was idle for too long");
     stopState = Ended;
     output.closeDeviceSoon();
+}
+
+void ZELShellPrivate::endHandshake()
+{
+    if (!isAdmitted.exchange(true))
+        admission->leave();
 }
 
 void ZELShellPrivate::because(const char *reason)

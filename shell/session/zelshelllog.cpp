@@ -47,6 +47,12 @@ QString zelHarmless(const QString &text)
     return result;
 }
 
+QString zelLogged(const QString &text)
+{
+    const int longest = 500;
+    return text.size() <= longest ? text : text.left(longest) + QLatin1String("...");
+}
+
 bool zelBearsPassword(const QString &line)
 {
     return secretIn(line).hasMatch();

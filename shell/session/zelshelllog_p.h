@@ -10,6 +10,9 @@
 /// The text with control characters spelled out: a log is read on terminals, and line by line.
 QString zelHarmless(const QString &text);
 
+/// What a log line shows of a statement or a handshake: its beginning, when it is long.
+QString zelLogged(const QString &text);
+
 /// Whether a line looks as if it had a password in it.
 bool zelBearsPassword(const QString &line);
 /// The same line up to where that would stand.

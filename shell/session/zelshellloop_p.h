@@ -4,6 +4,7 @@
 
 #include "zelarguments.h"
 #include "zellineeditor_p.h"
+#include "zellinelimit_p.h"
 #include "zelshell_p.h"
 #include "zelshellprompt_p.h"
 #include "zeltelnetfilter_p.h"
@@ -34,18 +35,11 @@ public:
     /// Whether a byte is there without reading.
     bool hasByte() const { return m_next < m_buffer.size(); }
 
+    bool isTelnetClient() const { return bool(m_telnet); }
+
 private:
     bool refill();
     bool isTelnet();
-    /// False when the session is not let in.
-    bool handshake();
-    std::optional<QByteArray> handshakeLine();
-    bool turnAway(const QString &reason);
-    void login(const ZELArguments &args, const ZELShellSettings &settings);
-    void loginByName(const ZELArguments &args, const QUuid &key, bool mayCreate);
-    void joinLogin(const QUuid &key);
-    void logFailedLogin(const QString &who, const QString &reason);
-    void banner();
     void keys();
     bool isModern();
     void promptKeys();
@@ -54,9 +48,7 @@ private:
     void feed(char byte);
     void feedPlain();
     bool isTooLong(char byte);
-    void drop(char byte);
     void endTooLong();
-    QString tooLong() const;
     void flush();
     void recover();
     void redraw();
@@ -76,13 +68,7 @@ private:
     std::unique_ptr<ZELShellPrompt> m_prompt; ///< of modern editing
     std::unique_ptr<ZELTelnetFilter> m_telnet; ///< once a telnet client has shown itself
     bool m_running = false; ///< a line of the user's: what is on the screen is its output
-
-    // A line beyond the limit, while it is being dropped: how it began, its last bytes, and whether it is a tagged one.
-    int m_lineLength = 0;
-    bool m_dropping = false;
-    QByteArray m_droppedHead;
-    QByteArray m_droppedTail;
-    bool m_droppedTagged = false;
+    ZELLineLimit m_limit;
 };
 
 #endif

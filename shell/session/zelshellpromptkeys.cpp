@@ -52,7 +52,7 @@ void ZELShellLoop::feedPrompt(char byte)
 {
     switch (m_prompt->feed(byte)) {
     case ZELPromptEditor::Line:
-        m_lineLength = 0;
+        m_limit.restart();
         runEntered();
         break;
     case ZELPromptEditor::Complete:
@@ -64,7 +64,7 @@ void ZELShellLoop::feedPrompt(char byte)
         runLine(QStringLiteral("quit"));
         break;
     case ZELPromptEditor::Interrupt:
-        m_lineLength = 0;
+        m_limit.restart();
         m_prompt->abandon();
         break;
     case ZELPromptEditor::None:

@@ -159,9 +159,12 @@ bool ZELShellLoop::waitForInput(const QDeadlineTimer &deadline)
     ZELIODevice *device = stream && stream->IsOpen() ? stream->getDevice() : nullptr;
     if (m_next < m_buffer.size() || !device)
         return true;
-    m_session.noteWaiting();
+    const bool isWaiting = m_session.waitingSince;
+    if (!isWaiting)
+        m_session.noteWaiting();
     const bool came = device->waitForInput(deadline.isForever() ? -1 : int(deadline.remainingTime()));
-    m_session.waitingSince = 0;
+    if (!isWaiting)
+        m_session.waitingSince = 0;
     return came;
 }
 

@@ -32,6 +32,11 @@ QString zelTextOf(const QByteArray &bytes)
     return state.invalidChars || state.remainingChars ? QString::fromLatin1(bytes.constData(), bytes.size()) : text;
 }
 
+QString zelTooLong(int limit)
+{
+    return QStringLiteral("Error : input is longer than %1 bytes").arg(limit);
+}
+
 QString zelTextOfLines(const QByteArray &bytes)
 {
     QString text;

@@ -39,6 +39,9 @@ protected:
     ZELArguments &m_args;
 };
 
+/// What a line beyond the limit is answered with.
+QString zelTooLong(int limit);
+
 class ZELTerminalReply : public ZELReply
 {
 public:
