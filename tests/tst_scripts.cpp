@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QRegularExpression>
 #include <QtTest>
+#include <sys/stat.h>
 #include <thread>
 
 namespace {
@@ -79,6 +80,9 @@ private Q_SLOTS:
         QCOMPARE(run("demo/value").toInt(), 7); // a command wins
         const QString deep = answer("function deep () { deep }; deep");
         QVERIFY(withoutColours(deep).contains("functions call each other more than 256 deep") && deep.size() < 1000);
+        const QString blocks
+            = "function deep () { " + QString("if (1) {").repeated(250) + "deep" + QString("}").repeated(251);
+        QVERIFY(withoutColours(answer(blocks + "; deep")).contains("nested too deep"));
         ZELShell other(nullptr);
         other.Execute("fact 3", false);
         QVERIFY(other.hasError() && other.getEnvironment("$m") == "NULL");
@@ -101,6 +105,25 @@ private Q_SLOTS:
         const QString printed = withoutColours(answer("dostring --string {" + code + "}"));
         QVERIFY2(printed.contains(said) && !printed.contains("never\n"), qPrintable(printed));
         QVERIFY(shell->hasError());
+    }
+
+    /// What runs itself ends before the stack does, and says so once; what would never end is not read.
+    void files()
+    {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath("a.zel");
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("text/ping\ndostring --file " + path.toUtf8()) > 0);
+        file.close();
+        QString printed = withoutColours(answer("dostring --file " + path));
+        QVERIFY2(
+            printed.contains(path + ", line 2: scripts run each other more than 256 deep") && printed.size() < 99999,
+            qPrintable(printed.right(1000)));
+        QVERIFY(mkfifo(qPrintable(path + "2"), 0600) == 0);
+        for (const QString &each : {path + "2", QString("/dev/zero"), folder.path()})
+            QCOMPARE(withoutColours(answer("dostring --file " + each)), QString("'%1' is no file\n").arg(each));
+        QVERIFY(answer("dostring").contains("expected --string CODE or --file PATH"));
+        QCOMPARE(answer("text/ping"), QString("pong\r\n"));
     }
 
     void answersInPackets()

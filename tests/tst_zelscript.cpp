@@ -43,7 +43,7 @@ public:
     bool isEnding() override { return ending; }
 
     QStringList ran;
-    QHash<QString, QString> variables{{"$n", "7"}, {"$t", "abc"}};
+    QHash<QString, QString> variables{{"$n", "7"}, {"$t", "abc"}, {"$?", "7"}};
     QHash<QString, ZELScriptStep> functions;
     bool ending = false;
 };
@@ -82,7 +82,12 @@ private Q_SLOTS:
                  "0 && 1 / 0 -> 0", "1 || 1 / 0 -> 1", "5.5 % 2 -> 1.5", "\"false\" || \"\" -> 0",
                  "1 + -> ? 3 a number, a text in quotes, a variable or '('", "(1 -> ? 2 an operator or ')'",
                  "1 2 -> ? 2 an operator or ')'", "\"open -> ? 0 a number, a text in quotes, a variable or '('",
-                 "nan -> ? 0 a number, a text in quotes, a variable or '('",
+                 "nan -> ? 0 a number, a text in quotes, a variable or '('", "$n*$n -> 49", "$?*2 -> 14",
+                 "$n%4 + $n.x -> 3NULL", "-9223372036854775808 -> -9223372036854775808",
+                 "-9223372036854775808 / -1 -> ! the result has more than 64 bits", "-9223372036854775808 % -1 -> 0",
+                 "--9223372036854775808 -> ! the result has more than 64 bits", "- 7 -> -7", "-0x10 - -1.5 -> -14.5",
+                 "1e308 * 10 -> ! the result is too large",
+                 "-1e400 -> ? 1 a number, a text in quotes, a variable or '('",
                  "inf + 1 -> ? 0 a number, a text in quotes, a variable or '('", "1 & 2 -> ? 2 an operator or ')'"}) {
             const QStringList parts = QString(pair).split(" -> ");
             row(pair, parts[0], parts[1]);
@@ -142,6 +147,10 @@ private Q_SLOTS:
         row("break in function", "while (1) { function f () { break } }",
             "line 1, column 29: expected a loop around 'break'");
         row("for", "for ($i = 0; $i < 3) { }", "line 1, column 6: expected 'START; CONDITION; STEP'");
+        row("for with texts", "for ($s = \"\"; $s != \";;\"; $s = ($s + \";\")) { a }", "a|a|=a");
+        row("a tab", "function\tf () { a }; f", "f|a|=a");
+        row("torn value", "a\n$x = (1 + )", "line 2, column 11: expected a number");
+        row("torn sum", "$x = ($x 1)", "line 1, column 10: expected an operator or ')'");
         row("parameters", "function f (a) { }", "line 1, column 13: expected '$NAME' for each parameter");
         row("onerror", "onerror perhaps", "line 1, column 1: expected 'onerror continue' or 'onerror stop'");
     }

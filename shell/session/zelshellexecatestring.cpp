@@ -12,7 +12,7 @@
 #include "zelthread_p.h"
 #include "zelthreadpool.h"
 
-#include <QFile>
+#include <QFileInfo>
 
 namespace {
 
@@ -21,6 +21,8 @@ const QString baseExec = QStringLiteral("baseExec");
 
 // Characters by which variables may lengthen a statement: a few of them that name one another would take all memory.
 const int largestExpansion = 4 << 20;
+
+const int longestScript = 64 << 20;
 
 QString coloured(const QString &accept, const QString &text)
 {
@@ -51,6 +53,25 @@ ZELLogging::Hook packetHook(const ZELArguments &args, bool mayComplete)
         const QByteArray packet = zelWritePacket(ZELArgumentsPrivate::handle(record), text);
         return QString::fromLatin1(packet.constData(), packet.size());
     };
+}
+
+/// Not from pipes and devices, which may give nothing, or something for ever.
+std::optional<QString> scriptFile(const QString &name, QString *error)
+{
+    QFile file(name);
+    if (!file.exists())
+        *error = QStringLiteral("No such file or directory '%1' found").arg(name);
+    else if (!QFileInfo(file).isFile())
+        *error = QStringLiteral("'%1' is no file").arg(name);
+    else if (!file.open(QIODevice::ReadOnly))
+        *error = QStringLiteral("'%1' can not be read: ").arg(name) + file.errorString();
+    if (!error->isEmpty())
+        return std::nullopt;
+    const QByteArray bytes = file.read(longestScript + 1);
+    if (bytes.size() <= longestScript)
+        return zelTextOf(bytes);
+    *error = QStringLiteral("'%1' is longer than %2 bytes").arg(name).arg(longestScript);
+    return std::nullopt;
 }
 
 } // namespace
@@ -388,12 +409,7 @@ std::optional<QString> zelScriptCode(const ZELArguments &args, QString *error)
     const QString fileName = args.getOptFromString(QStringLiteral("--file"));
     if (fileName.isEmpty())
         return std::nullopt;
-    QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly)) {
-        *error = QStringLiteral("No such file or directory '%1' found").arg(fileName);
-        return std::nullopt;
-    }
-    return zelTextOf(file.readAll());
+    return scriptFile(fileName, error);
 }
 
 QVariant ZELShell::Execute(QString line, bool background)

@@ -18,6 +18,8 @@ public:
     ~ZELStatementDepth();
     /// True for a statement that no other one has started.
     bool isOutermost() const { return m_outer.depth == 0; }
+    /// 1 for the outermost.
+    int depth() const { return m_outer.depth + 1; }
 
     /// Back to no statement at all, after a jump out of the outermost one.
     static void reset() { s_nesting = Nesting(); }

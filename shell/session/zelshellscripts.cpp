@@ -12,6 +12,9 @@ namespace {
 
 constexpr int deepestCall = 256;
 
+// For the blocks and expressions of a script or function; on a small stack, half of it.
+constexpr quintptr scriptStack = 3 << 20;
+
 class SessionHost : public ZELScriptHost
 {
 public:
@@ -46,6 +49,36 @@ void fail(const ZELArguments &args, const QString &error)
 {
     args.setErrorString(error);
     args.setProtoclState(QStringLiteral("EXECUTE_ERROR"));
+}
+
+bool hasStackLeft()
+{
+    const quintptr low = zelThreadFaults.stackLow, here = quintptr(__builtin_frame_address(0));
+    if (!low || here < low || here > zelThreadFaults.stackHigh)
+        return true; // not known
+    return here - low > qMin(scriptStack, (zelThreadFaults.stackHigh - low) / 2);
+}
+
+/// False, with the error, where calls or scripts that run each other have become too many or need too much.
+bool mayGoDeeper(bool isTooDeep, const char *what, const ZELArguments &args)
+{
+    if (!isTooDeep && hasStackLeft())
+        return true;
+    fail(args,
+        isTooDeep ? QLatin1String(what) + QStringLiteral(" each other more than %1 deep").arg(deepestCall)
+                  : QStringLiteral("blocks and calls are nested too deep"));
+    return false;
+}
+
+/// A script that others run names its file, instead of each of them the line in which it ran the next one.
+void nameFile(const ZELArguments &args)
+{
+    ZELArgumentsPrivate *const record = ZELArgumentsPrivate::get(args);
+    const QString file = args.getOptFromString(QStringLiteral("--file"));
+    if (record->errorSaysWhere || file.isEmpty() || args.indexOfOptFromString(QStringLiteral("--string")) >= 1)
+        return;
+    args.setErrorString(file + QLatin1String(", ") + args.getErrorString());
+    record->errorSaysWhere = true;
 }
 
 } // namespace
@@ -108,6 +141,8 @@ QVariant ZELShellPrivate::runScript(const QString &code, const ZELArguments &arg
     const QVariant value = evaluator.run(*script);
     if (!evaluator.error().isEmpty())
         fail(args, evaluator.error());
+    ZELArgumentsPrivate *const record = ZELArgumentsPrivate::get(args);
+    record->errorSaysWhere = record->errorIsShown = evaluator.isPassedOn();
     if (hasReturned)
         *hasReturned = evaluator.hasReturned();
     return value;
@@ -119,15 +154,23 @@ QVariant ZELShellPrivate::executeString(const ZELArguments &args, bool *hasRetur
     const std::optional<QString> code = zelScriptCode(args, &error);
     if (!error.isEmpty())
         fail(args, error);
+    else if (!code && hasReturned) // not of a command, which may do so without code
+        fail(args, QStringLiteral("dostring: expected --string CODE or --file PATH"));
     if (!code)
         return QVariant();
     const ZELStatementDepth depth;
+    // Of each script its statement and itself count.
+    if (!mayGoDeeper(depth.depth() > 2 * deepestCall, "scripts run", args))
+        return QVariant();
     if (args.hasProtocl()) {
         ZELCommandWord word(args.getExecName());
         word.index = args.getExecIndex();
         ZELStatementDepth::setRemoteKey(*this, word.typed());
     }
-    return runScript(*code, args, hasReturned);
+    const QVariant value = runScript(*code, args, hasReturned);
+    if (args.hasError() && depth.depth() > 2)
+        nameFile(args);
+    return value;
 }
 
 /// What scripts brought: their runner, and the functions of the session.
@@ -162,8 +205,8 @@ void ZELShellPrivate::callFunction(const ZELScriptStep &function, ZELArguments &
     for (int i = 0; i < function.words.size(); ++i)
         parameters.insert(function.words.at(i), words.value(i));
     const ZELEnvironment::Scope scope(environment, parameters);
-    if (scope.depth() > deepestCall)
-        return fail(args, QStringLiteral("functions call each other more than %1 deep").arg(deepestCall));
+    if (!mayGoDeeper(scope.depth() > deepestCall, "functions call", args))
+        return;
     SessionHost host(*this);
     ZELScriptEvaluator evaluator(host);
     const QVariant value = evaluator.run(*function.body);

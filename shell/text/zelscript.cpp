@@ -11,15 +11,11 @@ namespace {
 
 constexpr int deepest = 256;
 
-bool isOpener(QChar c)
-{
-    return QStringLiteral("\"'`([{").contains(c);
-}
-
+/// Null for what opens nothing.
 QChar closerOf(QChar opener)
 {
-    const int bracket = QStringLiteral("([{").indexOf(opener);
-    return bracket < 0 ? opener : QStringLiteral(")]}").at(bracket);
+    const int kind = QStringLiteral("\"'`([{").indexOf(opener);
+    return kind < 0 ? QChar() : QStringLiteral("\"'`)]}").at(kind);
 }
 
 bool isQuote(QChar c)
@@ -139,9 +135,12 @@ private:
         if (!expect('('))
             return false;
         *at = m_at;
+        m_semicolons.clear();
         for (int depth = 1; !atEnd(); ++m_at) {
             if (here() == QLatin1Char('('))
                 ++depth;
+            else if (here() == QLatin1Char(';') && depth == 1)
+                m_semicolons += m_at;
             else if (here() == QLatin1Char(')') && --depth == 0)
                 break;
             else if (isQuote(here())) {
@@ -193,24 +192,24 @@ private:
     bool readStep(Step &step, bool inBraces)
     {
         const QString word = wordAhead();
-        if (word == QLatin1String("if") && opensBracket(2))
+        if (word == QLatin1String("if") && opens(2))
             return (m_at += 2), readIf(step);
-        if (word == QLatin1String("while") && opensBracket(5))
+        if (word == QLatin1String("while") && opens(5))
             return (m_at += 5), readWhile(step);
-        if (word == QLatin1String("for") && (opensBracket(3) || opens(3, '$')))
-            return (m_at += 3), opensBracket(0) ? readFor(step) : readForEach(step);
-        if (word == QLatin1String("function") && m_text.mid(m_at + 8, 1) == QLatin1String(" "))
+        if (word == QLatin1String("for") && (opens(3) || opens(3, '$')))
+            return (m_at += 3), opens(0) ? readFor(step) : readForEach(step);
+        const QStringRef blank = m_text.midRef(m_at + 8, 1);
+        if (word == QLatin1String("function") && (blank == QLatin1String(" ") || blank == QLatin1String("\t")))
             return (m_at += 8), readFunction(step);
         return readLine(step, inBraces);
     }
-    bool opens(int behind, char c) const
+    bool opens(int behind, char c = '(') const
     {
         int at = m_at + behind;
         while (at < m_text.size() && m_text.at(at).isSpace())
             ++at;
         return at < m_text.size() && m_text.at(at) == QLatin1Char(c);
     }
-    bool opensBracket(int behind) const { return opens(behind, '('); }
 
     bool readIf(Step &step)
     {
@@ -254,15 +253,15 @@ private:
         int at = 0;
         if (!inBrackets(&header, &at))
             return false;
-        const QStringList parts = header.split(QLatin1Char(';'));
-        if (parts.size() != 3)
+        if (m_semicolons.size() != 2)
             return fail(at, QStringLiteral("'START; CONDITION; STEP'"));
+        const int second = m_semicolons.at(0) + 1, third = m_semicolons.at(1) + 1;
         Step loop = step, start = step;
         loop.kind = Step::While;
         auto behind = std::make_shared<Step>(step);
-        const int second = at + parts.at(0).size() + 1;
-        if (!readSmall(parts.at(0), at, start) || !setCondition(parts.at(1), second, loop.value)
-            || !readSmall(parts.at(2), second + parts.at(1).size() + 1, *behind))
+        if (!readSmall(m_text.mid(at, second - 1 - at), at, start)
+            || !setCondition(m_text.mid(second, third - 1 - second), second, loop.value)
+            || !readSmall(header.mid(third - at), third, *behind))
             return false;
         loop.behind = behind;
         if (!readLoop(loop))
@@ -314,7 +313,7 @@ private:
         for (; !atEnd() && here() != QLatin1Char('\n') && here() != QLatin1Char(';'); ++m_at) {
             if (inBraces && here() == QLatin1Char('}'))
                 break;
-            if (!isOpener(here()))
+            if (closerOf(here()).isNull())
                 continue;
             if (!skipGroup())
                 return false;
@@ -336,7 +335,7 @@ private:
         else if (line.startsWith(QLatin1String("onerror ")))
             return setOnError(line.mid(8).trimmed(), at, step);
         else
-            setAssignment(line, step);
+            return setAssignment(line, at, step);
         return true;
     }
     static ZELScriptExpression::Pointer expressionOf(const QString &text)
@@ -344,6 +343,11 @@ private:
         int offset = 0;
         QString expected;
         return ZELScriptExpression::parse(text, &offset, &expected);
+    }
+    static bool beginsExpression(const QString &text, const char *signs)
+    {
+        const QString begin = text.trimmed().left(1);
+        return !begin.isEmpty() && (begin.at(0).isDigit() || QLatin1String(signs).contains(begin));
     }
     static void setReturn(const QString &text, Step &step)
     {
@@ -358,16 +362,19 @@ private:
         return good || fail(at, QStringLiteral("'onerror continue' or 'onerror stop'"));
     }
     /// "$x = (EXPRESSION)"; what else stands behind "=" is as it would be typed.
-    static void setAssignment(const QString &line, Step &step)
+    bool setAssignment(const QString &line, int at, Step &step)
     {
         const auto match = assignmentIn(line);
         if (!match.hasMatch())
-            return;
-        step.value.expression = expressionOf(match.captured(2));
+            return true;
+        const QString text = match.captured(2);
+        step.value.expression = expressionOf(text);
         if (!step.value.expression)
-            return;
+            return !beginsExpression(text.mid(1), "\"'(!-$")
+                || setExpression(text, at + match.capturedStart(2), step.value);
         step.kind = Step::Assign;
         step.name = match.captured(1);
+        return true;
     }
     /// What stands in the head of a "for": nothing, or an assignment whose value needs no brackets.
     bool readSmall(const QString &text, int at, Step &step)
@@ -404,8 +411,7 @@ private:
         if (value.statement.isEmpty())
             return fail(at, QStringLiteral("a condition"));
         value.expression = expressionOf(text);
-        const QChar first = value.statement.at(0);
-        if (value.expression || !(first.isDigit() || QStringLiteral("\"'(!-").contains(first)))
+        if (value.expression || !beginsExpression(text, "\"'(!-"))
             return true;
         return setExpression(text, at, value);
     }
@@ -418,6 +424,7 @@ private:
     int m_line = 1;
     int m_depth = 0;
     int m_loops = 0;
+    QVector<int> m_semicolons; ///< of the brackets that were read last, outside of inner ones
 };
 
 } // namespace

@@ -10,7 +10,7 @@ constexpr int deepest = 256;
 
 bool isNameCharacter(QChar c)
 {
-    return c.isLetterOrNumber() || QStringLiteral("_*@?.#").contains(c);
+    return c.isLetterOrNumber() || c == QLatin1Char('_') || c == QLatin1Char('.');
 }
 
 QVariant problem(QString *error, const char *text)
@@ -143,6 +143,8 @@ private:
     Pointer unary()
     {
         const bool inverts = take("!");
+        if (auto found = inverts ? nullptr : negativeNumber())
+            return found;
         if (!inverts && !take("-"))
             return operand();
         if (++m_depth > deepest)
@@ -152,6 +154,13 @@ private:
         applied->m_left = unary();
         --m_depth;
         return applied->m_left ? Pointer(applied) : nullptr;
+    }
+
+    /// With its sign, since the least whole number is none without it; null for anything else.
+    Pointer negativeNumber()
+    {
+        auto found = std::make_shared<Expression>();
+        return peek() == QLatin1Char('-') && number(*found) ? found : nullptr;
     }
 
     Pointer operand()
@@ -181,8 +190,12 @@ private:
     bool variable(Expression &found)
     {
         const int from = m_at++;
-        while (m_at < m_text.size() && isNameCharacter(m_text.at(m_at)))
+        if (QStringLiteral("?*@#").contains(m_text.midRef(m_at, 1))
+            && m_at < m_text.size()) // these have names of one sign: in "$n*2" it multiplies
             ++m_at;
+        else
+            while (m_at < m_text.size() && isNameCharacter(m_text.at(m_at)))
+                ++m_at;
         found.m_kind = Expression::Variable;
         found.m_variable = m_text.mid(from, m_at - from);
         return m_at - from > 1;
@@ -200,7 +213,7 @@ private:
 
     bool number(Expression &found)
     {
-        int end = m_at;
+        int end = m_at + (peek() == QLatin1Char('-'));
         while (end < m_text.size()
             && (m_text.at(end).isLetterOrNumber() || m_text.at(end) == QLatin1Char('.') || isExponentSign(end)))
             ++end;
@@ -250,6 +263,8 @@ QVariant wholes(char sign, qlonglong a, qlonglong b, QString *error)
     const bool divides = sign == '/' || sign == '%';
     if (divides && b == 0)
         return problem(error, "division by zero");
+    if (sign == '%' && b == -1)
+        return qlonglong(0); // also of the least number, which the processor refuses to divide
     const bool isTooLarge = sign == '+' ? __builtin_add_overflow(a, b, &result)
         : sign == '-'                   ? __builtin_sub_overflow(a, b, &result)
         : sign == '*'                   ? __builtin_mul_overflow(a, b, &result)
@@ -263,7 +278,12 @@ QVariant reals(char sign, double a, double b, QString *error)
 {
     if ((sign == '/' || sign == '%') && b == 0)
         return problem(error, "division by zero");
-    return sign == '+' ? a + b : sign == '-' ? a - b : sign == '*' ? a * b : sign == '/' ? a / b : std::fmod(a, b);
+    const double result = sign == '+' ? a + b
+        : sign == '-'                 ? a - b
+        : sign == '*'                 ? a * b
+        : sign == '/'                 ? a / b
+                                      : std::fmod(a, b);
+    return std::isfinite(result) ? QVariant(result) : problem(error, "the result is too large");
 }
 
 QVariant computed(char sign, const QVariant &left, const QVariant &right, QString *error)
