@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <fcntl.h>
 #include <malloc.h>
+#include <mutex>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -29,6 +30,7 @@ const int descriptorsPerClient = 2;
 const int spareMappings = 2048; ///< left for everything that allocates
 const int mappingsPerClient = 6; ///< two thread stacks with their guards, and some
 const int retryMs = 200;
+const int largeBlock = 256 * 1024; ///< is mapped, and given back, by itself
 const int acceptedInARow = 16;
 const int restMs = 2000; ///< in which the sessions of the last clients end
 const int rests = 3; ///< their jobs may need some more
@@ -171,10 +173,26 @@ void ZELTcpServer::resume()
         resumeAccepting();
 }
 
+/// The allocator raises its thresholds to the largest line that it has seen, and then keeps such lines in the heap of
+/// every thread for ever. Not when the host's surroundings have told it what to do.
+static void keepAllocatorThrifty()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        const bool isTold = qEnvironmentVariableIsSet("MALLOC_TRIM_THRESHOLD_")
+            || qEnvironmentVariableIsSet("MALLOC_MMAP_THRESHOLD_") || qgetenv("GLIBC_TUNABLES").contains("malloc");
+        if (isTold)
+            return;
+        mallopt(M_MMAP_THRESHOLD, largeBlock);
+        mallopt(M_TRIM_THRESHOLD, largeBlock);
+    });
+}
+
 bool ZELTcpServer::listen(const QHostAddress &address, quint16 port)
 {
     if (!QTcpServer::listen(address, port))
         return false;
+    keepAllocatorThrifty();
     // Qt's own backlog of 50 lets the kernel drop connects of a burst, which are tried again only after a second.
     ::listen(int(socketDescriptor()), backlog);
     return true;
