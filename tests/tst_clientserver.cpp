@@ -107,6 +107,25 @@ private Q_SLOTS:
             QTRY_VERIFY(!client.isConnected());
     }
 
+    void keyBeforeItsLogin()
+    {
+        UserDatabase users;
+        ZELUser bob("bob", "pw", users.database);
+        bob.logout();
+        m_server->setLoginRequired(false);
+        m_server->setKeyLogin(true);
+        ZELShellClient early;
+        early.setKey(bob.uid());
+        QVERIFY(early.connectToHost(local, m_port, 10000));
+        QCOMPARE(early.connectId(), bob.uid());
+        ZELUser owner("bob", "pw", users.database);
+        QVERIFY(owner.isLogin());
+        early.close();
+        QTRY_COMPARE(m_server->ClientNumber(), 0);
+        QVERIFY2(owner.isLogin(), "it never logged in, so it logs nobody out");
+        owner.logout();
+    }
+
     void logins_data()
     {
         Table<bool, bool> row("required", "keys");

@@ -80,6 +80,30 @@ private Q_SLOTS:
         QVERIFY2(output.contains("job\r\n") && output.contains("last\r\n"), output.constData());
     }
 
+    void logThatCannotBeOpened()
+    {
+        QProcess host;
+        QVERIFY(start(host, {"--log", "/nowhere/at/all"}));
+        QVERIFY(host.waitForFinished(10000));
+        QCOMPARE(host.exitCode(), 1);
+        QCOMPARE(host.readAllStandardError(), QByteArray("zelhost: /nowhere/at/all: No such file or directory\n"));
+    }
+
+    // Typed by hand at a login, such words would be others.
+    void namesOfAccounts()
+    {
+        QTemporaryDir directory;
+        QProcess host;
+        QVERIFY(start(host, {"--user-db", directory.filePath("users.db")}));
+        host.write("system/adduser \"a=b\" pw\nsystem/adduser carl \"p w\"\nsystem/adduser \"h\xc3\xa9lo\" pw\n"
+                   "system/adduser carl pw\n");
+        host.closeWriteChannel();
+        QVERIFY(host.waitForFinished(10000));
+        const QByteArray output = host.readAllStandardOutput();
+        QVERIFY2(output.count("a name and a password are one word each") == 3, output.constData());
+        QVERIFY2(output.count("account of ") == 1 && output.contains("account of carl made"), output.constData());
+    }
+
     void closedDoors()
     {
         QTemporaryDir directory;

@@ -89,6 +89,30 @@ private Q_SLOTS:
         QVERIFY(!server.FindCommand("/", "a"));
     }
 
+    void unspeakableNames_data()
+    {
+        Table<QByteArray, QByteArray> row("path", "name");
+        row("colon in the path", "a:b", "c");
+        row("colon in the name", "a", "b:c");
+        row("line end", "a", "b\r\nState: x");
+        row("escape in the path", "\033[2J", "a");
+        row("delete", "a", "b\x7f");
+    }
+
+    // Such a name would end the head of its packets before its time.
+    void unspeakableNames()
+    {
+        QFETCH(QByteArray, path);
+        QFETCH(QByteArray, name);
+        ZELShellServer server;
+        Board board;
+        QVERIFY(!server.registerCmd(path, name, &board, SLOT(ping(ZELArguments))));
+        QVERIFY(!server.registerSysCmd(path + name, &board, SLOT(ping(ZELArguments))));
+        QVERIFY(!server.CreatCommandPath(path, name));
+        QVERIFY(!server.Register(server.FindCommand("/Main", ""), path + name));
+        QVERIFY(server.commands().isEmpty());
+    }
+
     void systemCommands()
     {
         ZELShellServer server;

@@ -7,8 +7,11 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QLoggingCategory>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <zelcatch.h>
@@ -28,8 +31,14 @@ static void raiseDescriptorLimit()
 static bool openLog(const Options &options)
 {
     if (!options.log.isEmpty()) {
-        if (!std::freopen(QFile::encodeName(options.log).constData(), "a", stderr))
+        const QByteArray name = QFile::encodeName(options.log);
+        const int file = open(name.constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+        if (file < 0) {
+            std::fprintf(stderr, "zelhost: %s: %s\n", name.constData(), strerror(errno));
             return false;
+        }
+        dup2(file, STDERR_FILENO);
+        close(file);
         qputenv("QT_FORCE_STDERR_LOGGING", "1"); // without a terminal Qt may log to the system's journal
     }
     // By lines: a file would be written in blocks, the port's number among them, and an unbuffered stream takes a

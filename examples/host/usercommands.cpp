@@ -88,9 +88,19 @@ static void passwd(const ZELArguments &args, const QString &before, const QStrin
     print(args, "password changed");
 }
 
+/// Who logs in by hand types it without quotes: what is not one word then would be another name.
+static bool isOneWord(const QString &text)
+{
+    return ZELArguments::CommandSplit(text, true, true) == QStringList(text);
+}
+
 static void adduser(
     const ZELArguments &args, const QSqlDatabase &database, const QString &name, const QString &password)
 {
+    if (!isOneWord(name) || !isOneWord(password))
+        return refuse(args,
+            "system/adduser: a name and a password are one word each, of ASCII letters, digits and signs, without "
+            "= , ; quotes and brackets");
     ZELUser known = ZELUser::loginAs(name, password, database, QUuid(), false);
     const bool exists = known.isLogin();
     known.autologout();

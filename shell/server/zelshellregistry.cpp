@@ -48,6 +48,16 @@ bool isCommand(Node::ZELShellCommandType type)
     return type == Node::Execute || type == Node::System_Execute;
 }
 
+/// In a packet's head ':' and line ends would end the head, and on a terminal control characters do what they like.
+bool isSpeakable(const QString &text)
+{
+    const bool spoils = std::any_of(text.begin(), text.end(),
+        [](QChar c) { return c == QLatin1Char(':') || c.category() == QChar::Other_Control; });
+    if (spoils)
+        qDebug("a registered path or name must not hold ':' or a control character");
+    return !spoils;
+}
+
 /// Makes the directories of a relative path; null when a command is in the way.
 Node *makeDirectories(Node *root, const QString &path)
 {
@@ -68,6 +78,8 @@ Node *makeDirectories(Node *root, const QString &path)
 
 Node *place(const ZELShellServerState &state, const QString &path, const QString &name)
 {
+    if (!isSpeakable(path + name))
+        return nullptr;
     if (zelLocateCommand(state, path, name)) {
         qDebug() << QStringLiteral("%1/%2").arg(path, name) << "is duplicate registration!";
         return nullptr;
@@ -168,7 +180,7 @@ bool ZELShellServer::registerSysCmd(const char *name, const QObject *receiver, c
 {
     const Registering registering(*d->state);
     const QString key = QString::fromUtf8(name);
-    if (zelLocateCommand(*d->state, QString(), key))
+    if (!isSpeakable(key) || zelLocateCommand(*d->state, QString(), key))
         return false;
     return plantCommand(d->state, d->state->systemRoot(), key, Node::System_Execute, {receiver, member, false});
 }
@@ -180,7 +192,7 @@ bool ZELShellServer::plant(ZELCommandDraft &draft, bool isSystem)
         return false;
     const Registering registering(*d->state);
     const QString name = QString::fromUtf8(draft.name);
-    const bool isTaken = isSystem && zelLocateCommand(*d->state, QString(), name);
+    const bool isTaken = isSystem && (!isSpeakable(name) || zelLocateCommand(*d->state, QString(), name));
     Node *const systemRoot = isTaken ? nullptr : d->state->systemRoot();
     Node *directory = isSystem ? systemRoot : CreatCommandPath(draft.path.constData(), draft.name.constData());
     if (!directory)
@@ -199,7 +211,7 @@ ZELShellCommandTree *ZELShellServer::CreatCommandPath(const char *path, const ch
 
 ZELShellCommandTree *ZELShellServer::Register(ZELShellCommandTree *parent, const char *name)
 {
-    if (!parent)
+    if (!parent || !isSpeakable(QString::fromUtf8(name)))
         return nullptr;
     auto *leaf = new Node(QString::fromUtf8(name), new ZELShellCommand, parent);
     parent->insert(leaf);

@@ -172,7 +172,7 @@ void ZELShellPrivate::finishCore()
     if (underway)
         answerUnanswered(underway->first, underway->second);
     ZELUser user = ZELUser::getUser(sessionUuid());
-    if (user.isLogin())
+    if (takesPartInLogin && user.isLogin())
         user.autologout();
     coreRunning = false;
     if (!isMain)

@@ -169,6 +169,7 @@ public:
     std::atomic<bool> coreRunning{false};
     std::atomic<bool> coreFinished{false};
     std::atomic<bool> isMain{false};
+    std::atomic<bool> takesPartInLogin{true}; ///< false with the key of a login that was yet to come
     std::atomic<bool> noTerminal{false};
     std::atomic<qint64> waitingSince{
         0}; ///< steady ms since which the core thread waits for the peer; 0 when it does not

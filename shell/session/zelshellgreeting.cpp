@@ -142,7 +142,8 @@ void ZELShellGreeting::joinLogin(const QUuid &key)
         user.autologin();
     if (user.isLogin())
         m_session.takeUserRoles(user.userName());
-    else
+    m_session.takesPartInLogin = user.isLogin();
+    if (!user.isLogin())
         logFailedLogin(QStringLiteral("key"), QStringLiteral("nobody has logged in with it"));
 }
 
