@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "count.h"
 #include "fakehost.h"
+#include "noleakcheck.h"
 #include "table.h"
 #include "zelshellclient.h"
+#include "zelthread.h"
 
 #include <QtTest>
 #include <atomic>
@@ -312,6 +314,99 @@ private Q_SLOTS:
         QVERIFY(!client.connectToHost(local, host.port(), 20000));
         closer.join();
         QVERIFY(timer.elapsed() < 5000);
+        QCOMPARE(client.errorString(), QString("closed"));
+    }
+
+    void endsInASynchronousHook()
+    {
+        FakeHost host(FakeHost::answering([](const QByteArray &key, const QByteArray &) {
+            return FakeHost::packet(key, "EXECUTE_PROCESS", "x") + FakeHost::packet(key, "EXECUTE_COMPLETE", "y");
+        }));
+        for (bool destroy : {false, true}) {
+            auto *client = new ZELShellClient;
+            QVERIFY(client->connectToHost(local, host.port(), 5000));
+            std::atomic<int> calls{0};
+            std::atomic<bool> returned{false};
+            const Process process = client->createProcess("x");
+            process->setProcess(
+                [&](ZELShellProcessHeader) {
+                    if (calls++ == 0 && destroy)
+                        delete client;
+                    else if (!destroy)
+                        client->close();
+                    returned = true;
+                },
+                false);
+            QVERIFY(process->send());
+            QTRY_VERIFY(returned);
+            QVERIFY(process->wait(5000));
+            if (destroy) {
+                QCOMPARE(calls.load(), 1);
+            } else {
+                QTRY_VERIFY(!client->isConnected());
+                delete client;
+            }
+        }
+    }
+
+    void noHookAfterTheDestructor()
+    {
+        FakeHost host(FakeHost::answering([](const QByteArray &key, const QByteArray &) {
+            return FakeHost::packet(key, "EXECUTE_PROCESS", "x").repeated(200);
+        }));
+        for (int round = 0; round < 5; ++round) {
+            auto client = std::make_unique<ZELShellClient>();
+            std::atomic<bool> gone{false}, late{false};
+            std::atomic<int> calls{0};
+            QVERIFY(client->connectToHost(local, host.port(), 5000));
+            const Process process = client->createProcess("x");
+            process->setProcess(
+                [&](ZELShellProcessHeader) {
+                    ++calls;
+                    QThread::msleep(10);
+                    late = late || gone;
+                },
+                true);
+            process->send();
+            QTRY_VERIFY(calls > round);
+            client.reset();
+            gone = true;
+            QVERIFY(process->wait(5000));
+            QThread::msleep(30); // several calls long
+            QVERIFY(!late);
+        }
+    }
+
+    // Neither a greeting that does not come nor a host that does not read holds a thread that is to be stopped.
+    void killsReachWhoWaitsForTheHost()
+    {
+        enum { Silent, Deaf, Answering };
+        std::atomic<int> kind{Silent};
+        FakeHost host([&](QTcpSocket &socket) {
+            if (kind == Silent)
+                return void(socket.waitForDisconnected(10000));
+            FakeHost::greet(socket);
+            socket.setReadBufferSize(1000);
+            while (kind == Deaf)
+                QThread::msleep(1);
+        });
+        ZELShellClient client;
+        const auto killed = [&](const std::function<void()> &wait) {
+            std::unique_ptr<ZELThread> thread(ZELThread::run([&](ZELThreadInfo *) { wait(); }, {}, false));
+            QThread::msleep(300); // inside the wait
+            thread->Kill();
+            return thread->wait(5000);
+        };
+        QVERIFY(killed([&] { client.connectToHost(local, host.port(), 60000); }));
+        kind = Deaf;
+        QVERIFY2(client.connectToHost(local, host.port(), 5000), qPrintable(client.errorString()));
+        const QString longLine(8 << 20, 'x');
+        const Process waited = client.execute("x"), halfSent = client.createProcess(longLine);
+        QVERIFY(killed([&] { halfSent->send(); }));
+        QVERIFY(waited->wait(5000) && halfSent->wait(5000));
+        QTRY_VERIFY2(!client.isConnected(), "a host with half a line would not understand the next one");
+        kind = Answering;
+        QVERIFY2(client.connectToHost(local, host.port(), 5000), qPrintable(client.errorString()));
     }
 
     void destroyedUnderAHook()

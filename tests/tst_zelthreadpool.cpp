@@ -50,6 +50,20 @@ private Q_SLOTS:
         QCOMPARE(pool->NumberOfThread(), 2);
     }
 
+    // Tasks that wait for each other must not stand in one queue, also when the thread has not begun with the first.
+    void aThreadTakesOneTaskAtATime()
+    {
+        for (int i = 0; i < 50; ++i) {
+            QSemaphore first, second;
+            pool->BeginInvoke([&] {
+                const bool came = first.tryAcquire(1, 5000);
+                second.release(came ? 2 : 1);
+            });
+            pool->BeginInvoke([&] { first.release(); });
+            QVERIFY(second.tryAcquire(2, 10000));
+        }
+    }
+
     void callbackThreadsAreNotChosen()
     {
         // A callback's thread looks idle before its callback began and after it has ended.

@@ -45,11 +45,25 @@ ZELClientConnection::~ZELClientConnection()
 
 void ZELClientConnection::join()
 {
-    if (receiver == std::this_thread::get_id())
+    if (isReceiver())
         return;
+    ZELCriticalSection section;
+    while (!received.waitShortly())
+        if (zelStopWanted())
+            return;
     Lock lock(joining);
     if (thread.joinable())
         thread.join();
+}
+
+bool ZELClientConnection::lockWriting()
+{
+    while (!writing.try_lock()) {
+        if (zelStopWanted())
+            return false;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return true;
 }
 
 template <class Signal>
@@ -61,16 +75,27 @@ void ZELShellClientPrivate::emitSignal(Signal &&signal)
 
 bool ZELShellClientPrivate::open(const Opener &opener, QDeadlineTimer deadline)
 {
-    if (!begin())
-        return false;
+    bool begun = false, opened = false;
+    {
+        ZELCriticalSection section;
+        begun = begin();
+        opened = begun && establish(opener, deadline);
+    }
+    if (opened)
+        emitSignal([](ZELShellClient *client) { Q_EMIT client->connected(); });
+    else if (begun)
+        emitError();
+    return opened;
+}
+
+bool ZELShellClientPrivate::establish(const Opener &opener, QDeadlineTimer deadline)
+{
     QString reason;
     QByteArray rest;
     const auto socket = opener(reason);
-    if (!socket || !attend(socket, reason) || !shakeHands(*socket, deadline, rest, reason)
-        || !start(socket, rest, reason))
-        return fail(reason);
-    emitSignal([](ZELShellClient *client) { Q_EMIT client->connected(); });
-    return true;
+    return (socket && attend(socket, reason) && shakeHands(*socket, deadline, rest, reason)
+               && start(socket, rest, reason))
+        || fail(reason);
 }
 
 bool ZELShellClientPrivate::begin()
@@ -105,15 +130,19 @@ bool ZELShellClientPrivate::attend(const std::shared_ptr<ZELClientSocket> &socke
 
 bool ZELShellClientPrivate::fail(const QString &reason)
 {
-    {
-        ZELCriticalSection section;
-        Lock lock(mutex);
-        error = reason;
-        m_opening = false;
-        m_attempt.reset();
-    }
-    emitSignal([&](ZELShellClient *client) { Q_EMIT client->error(reason); });
+    ZELCriticalSection section;
+    Lock lock(mutex);
+    // Closing looks like a lost connection to the thread that waits on it.
+    error = m_cancelled ? QStringLiteral("closed") : zelStopWanted() ? QStringLiteral("interrupted") : reason;
+    m_opening = false;
+    m_cancelled = false;
+    m_attempt.reset();
     return false;
+}
+
+void ZELShellClientPrivate::emitError()
+{
+    emitSignal([this](ZELShellClient *client) { Q_EMIT client->error(get(&ZELShellClientPrivate::error)); });
 }
 
 bool ZELShellClientPrivate::shakeHands(
@@ -196,6 +225,7 @@ bool ZELShellClientPrivate::start(
     connection->thread = std::thread([self = shared_from_this(), held = connection, rest] {
         held->receiver = std::this_thread::get_id();
         self->receive(*held, rest);
+        held->received.finish();
     });
     return true;
 }
@@ -214,8 +244,10 @@ void ZELShellClientPrivate::receiveText(
 {
     do {
         // In no frame: opening one would take the signal handlers away from a program that has to restore a terminal.
-        if (!bytes.isEmpty())
+        if (!bytes.isEmpty() && hooks->enter()) {
             hook(bytes);
+            hooks->leave();
+        }
         bytes.clear();
     } while (from.socket->read(bytes, QDeadlineTimer::Forever) == ZELClientSocket::Data);
 }
@@ -255,15 +287,22 @@ void ZELShellClientPrivate::ended(ZELClientConnection &from)
 void ZELShellClientPrivate::awaitLogout()
 {
     const auto current = liveConnection();
-    if (!current || !get(&ZELShellClientPrivate::login) || pending() || current->receiver == std::this_thread::get_id())
+    if (!current || !get(&ZELShellClientPrivate::login) || pending() || current->isReceiver())
         return;
     current->closed = true;
     current->socket->endWriting();
-    for (const QDeadlineTimer deadline(logoutPatience); liveConnection() == current && !deadline.hasExpired();)
+    const QDeadlineTimer deadline(logoutPatience);
+    while (liveConnection() == current && !deadline.hasExpired() && !zelStopWanted())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 void ZELShellClientPrivate::close()
+{
+    ZELCriticalSection section; // ends when nothing is held any more
+    closeNow();
+}
+
+void ZELShellClientPrivate::closeNow()
 {
     awaitLogout();
     std::shared_ptr<ZELClientConnection> current;
@@ -289,12 +328,15 @@ bool ZELShellClientPrivate::listen(const QString &address, quint16 port)
 {
     QString reason;
     const auto socket = ZELClientSocket::listenAt(address, port, reason);
+    {
+        ZELCriticalSection section;
+        Lock lock(mutex);
+        listener = socket ? socket : listener;
+        error = reason.isEmpty() ? error : reason;
+    }
     if (!socket)
-        return fail(reason);
-    ZELCriticalSection section;
-    Lock lock(mutex);
-    listener = socket;
-    return true;
+        emitError();
+    return socket != nullptr;
 }
 
 std::shared_ptr<ZELClientConnection> ZELShellClientPrivate::liveConnection() const
@@ -311,10 +353,10 @@ bool ZELShellClientPrivate::sendLine(const QString &line, bool background)
 
 bool ZELShellClientPrivate::sendBytes(const QByteArray &bytes)
 {
-    const auto current = liveConnection();
-    if (!current)
-        return false;
     ZELCriticalSection section;
-    Lock lock(current->writing);
+    const auto current = liveConnection();
+    if (!current || !current->lockWriting())
+        return false;
+    Lock lock(current->writing, std::adopt_lock);
     return current->socket->write(bytes);
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zelclientsocket_p.h"
+#include "zelguard_p.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -40,6 +41,20 @@ QString systemError(int error)
 {
     return QString::fromLocal8Bit(strerror(error));
 }
+
+struct PollCall
+{
+    pollfd entry;
+    int ms;
+    int ready;
+    int error;
+    static void run(void *call)
+    {
+        auto *c = static_cast<PollCall *>(call);
+        c->ready = ::poll(&c->entry, 1, c->ms);
+        c->error = errno;
+    }
+};
 
 void setOption(int descriptor, int level, int name)
 {
@@ -140,15 +155,17 @@ quint16 ZELClientSocket::localPort() const
 
 bool ZELClientSocket::waitFor(short events, QDeadlineTimer deadline)
 {
-    pollfd entry = {m_descriptor, events, 0};
+    ZELCriticalSection section;
     for (;;) {
         const int ms = static_cast<int>(std::min<qint64>(deadline.remainingTime(), INT_MAX));
-        const int ready = ::poll(&entry, 1, ms);
-        if (ready > 0)
-            return true;
-        if (ready == 0 && deadline.hasExpired())
+        PollCall call{{m_descriptor, events, 0}, ms, 0, 0};
+        if (!zelInterruptibly(PollCall::run, &call))
             return false;
-        if (ready < 0 && errno != EINTR)
+        if (call.ready > 0)
+            return true;
+        if (call.ready == 0 && deadline.hasExpired())
+            return false;
+        if (call.ready < 0 && call.error != EINTR)
             return true; // let the call that follows tell the reason
     }
 }
@@ -170,14 +187,17 @@ ZELClientSocket::Result ZELClientSocket::read(QByteArray &into, QDeadlineTimer d
 
 bool ZELClientSocket::write(const QByteArray &bytes)
 {
-    for (int done = 0; done < bytes.size();) {
-        const ssize_t count
-            = ::send(m_descriptor, bytes.constData() + done, static_cast<size_t>(bytes.size() - done), MSG_NOSIGNAL);
-        if (count < 0 && errno != EINTR)
-            return false;
+    int done = 0;
+    while (done < bytes.size()) {
+        const ssize_t count = ::send(m_descriptor, bytes.constData() + done, static_cast<size_t>(bytes.size() - done),
+            MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count < 0 && errno != EINTR && (errno != EAGAIN || !waitFor(POLLOUT, QDeadlineTimer::Forever)))
+            break;
         done += static_cast<int>(std::max<ssize_t>(count, 0));
     }
-    return true;
+    if (done > 0 && done < bytes.size())
+        shutdown();
+    return done == bytes.size();
 }
 
 void ZELClientSocket::endWriting()

@@ -12,7 +12,7 @@
  *
  * Held by std::shared_ptr by everybody who uses it. The descriptor is closed with the last holder, so that its number
  * is not reused under a thread that still reads or writes; shutdown() ends their calls. One reader, one writer at a
- * time; any thread.
+ * time; any thread. A kill or time limit that comes in a critical section ends the waits, as if their time was over.
  */
 class ZELClientSocket
 {
@@ -33,7 +33,8 @@ public:
     quint16 localPort() const;
     /// Appends what has arrived to `into`, waiting for something until the deadline.
     Result read(QByteArray &into, QDeadlineTimer deadline);
-    /// Waits until the peer takes the bytes; false once the connection has ended.
+    /// Waits until the peer takes the bytes; false once the connection has ended. A kill or time limit of the caller
+    /// ends the wait and, when the peer has a part of the bytes, the connection: what follows would not be understood.
     bool write(const QByteArray &bytes);
     /// The peer sees the end of the connection; what it still sends is read.
     void endWriting();

@@ -16,9 +16,10 @@ void ZELShellClientPrivate::deliver(const ZELShellProcessHeader &packet)
         Lock lock(mutex);
         hook = requestHook;
     }
-    if (hook) {
+    if (hook && hooks->enter()) {
         ZELFrame frame;
         zelGuard(frame.get(), [&] { hook(packet); });
+        hooks->leave();
     }
     const Entry entry = entryFor(packet);
     if (entry.process) {
@@ -103,6 +104,7 @@ std::shared_ptr<ZELShellProcess> ZELShellClientPrivate::create(const QString &li
     auto record = std::make_shared<ZELShellProcess>();
     ZELShellProcessPrivate &d = *record->d;
     d.client = weak_from_this();
+    d.gate = hooks;
     d.record = record;
     d.commandLine = statement.line;
     d.key = statement.key;
@@ -127,7 +129,8 @@ bool ZELShellClientPrivate::send(const std::shared_ptr<ZELShellProcessPrivate> &
     // Entered first: an end of the connection from here on releases the record, or lets the line fail.
     if (sendLine(process->commandLine, process->background))
         return true;
-    return !forget(process.get());
+    // A stopped caller cannot release it; the end of the connection, which may be near, does that.
+    return zelStopWanted() || !forget(process.get());
 }
 
 bool ZELShellClientPrivate::forget(const ZELShellProcessPrivate *process)
@@ -173,7 +176,9 @@ ZELShellClient::ZELShellClient(QObject *parent)
 ZELShellClient::~ZELShellClient()
 {
     d->life.end();
+    d->hooks->close();
     d->close();
+    d->hooks->awaitOthers();
 }
 
 void ZELShellClient::setUser(const QString &name, const QString &password)
@@ -194,7 +199,8 @@ void ZELShellClient::setKey(const QUuid &key)
 bool ZELShellClient::connectToHost(const QString &host, quint16 port, int ms)
 {
     const QDeadlineTimer deadline(ms);
-    return d->open([&](QString &reason) { return ZELClientSocket::connectTo(host, port, deadline, reason); }, deadline);
+    const auto opener = [&](QString &reason) { return ZELClientSocket::connectTo(host, port, deadline, reason); };
+    return d->open(std::cref(opener), deadline);
 }
 
 bool ZELShellClient::listen(const QString &address, quint16 port)
@@ -211,14 +217,14 @@ quint16 ZELShellClient::listenPort() const
 bool ZELShellClient::waitForHost(int ms)
 {
     const QDeadlineTimer deadline(ms);
-    const auto listener = d->get(&ZELShellClientPrivate::listener);
     const auto opener = [&](QString &reason) {
+        const auto listener = d->get(&ZELShellClientPrivate::listener);
         if (listener)
             return listener->accept(deadline, reason);
         reason = QStringLiteral("not listening");
         return std::shared_ptr<ZELClientSocket>();
     };
-    return d->open(opener, deadline);
+    return d->open(std::cref(opener), deadline);
 }
 
 void ZELShellClient::close()

@@ -39,7 +39,8 @@ class ZELSHELL_EXPORT ZELShellClient : public QObject
     Q_OBJECT
 public:
     explicit ZELShellClient(QObject *parent = nullptr);
-    /// Closes the connection; no hook of this client is called any more.
+    /// Closes the connection. From its beginning on no hook of this client is called any more, and it returns when none
+    /// runs, but for those that wait for it.
     ~ZELShellClient() override;
 
     /// Who to log in as from the next connection on; an empty name for nobody.
@@ -57,7 +58,7 @@ public:
     quint16 listenPort() const;
     /// Takes the next host that dials in, as connectToHost() does. Closing ends the wait.
     bool waitForHost(int ms = 30000);
-    /// Ends the connection and the listening. Returns when the receiving thread is done, unless called on that thread;
+    /// Ends the connection and the listening. Returns when the receiving thread is done, unless that waits for it;
     /// with a login and nothing pending it waits up to a second for the host to log the user out.
     void close();
 
@@ -82,7 +83,8 @@ public:
     void removeProcess(const std::shared_ptr<ZELShellProcess> &process);
     int pendingProcesses() const;
 
-    /// Sends a line as it stands, tagged so that the host answers in packets. False without a connection.
+    /// Sends a line as it stands, tagged so that the host answers in packets. False without a connection. A kill or
+    /// time limit that finds a line sent in part ends the connection.
     bool sendLine(const QString &line, bool background);
     /// Has hook called on the receiving thread for every packet, before the packet's record gets it.
     void setRequestHook(std::function<void(ZELShellProcessHeader)> hook);

@@ -4,8 +4,10 @@
 
 #include "zelclientsocket_p.h"
 #include "zelguard_p.h"
+#include "zelhookgate_p.h"
 #include "zellife_p.h"
 #include "zelshellclient.h"
+#include "zelthread_p.h"
 
 #include <QDeadlineTimer>
 #include <QList>
@@ -22,8 +24,12 @@ public:
     {
     }
     ~ZELClientConnection();
-    /// Waits for the receiving thread; at once on that thread itself.
+    /// Waits for the receiving thread; at once where that waits for the caller.
     void join();
+    /// On the receiving thread, and on one whose hook it waits for.
+    bool isReceiver() const { return receiver == zelServedThread(); }
+    /// Waits for its turn to send; false when the caller is to be stopped.
+    bool lockWriting();
 
     const std::shared_ptr<ZELClientSocket> socket;
     bool alive = true; ///< guarded by the client's mutex
@@ -32,6 +38,7 @@ public:
     std::mutex joining; ///< guards thread
     std::thread thread;
     std::atomic<std::thread::id> receiver{};
+    ZELCall received; ///< finished when the receiving thread ends
 };
 
 /**
@@ -47,6 +54,7 @@ public:
     }
 
     using Opener = std::function<std::shared_ptr<ZELClientSocket>(QString &error)>;
+    /// Nothing on the caller's stack may own anything: a kill is taken when all is settled.
     bool open(const Opener &opener, QDeadlineTimer deadline);
     bool listen(const QString &address, quint16 port);
     void close();
@@ -71,6 +79,7 @@ public:
     bool forget(const ZELShellProcessPrivate *process);
 
     ZELLife<ZELShellClient> life;
+    const std::shared_ptr<ZELHookGate> hooks = std::make_shared<ZELHookGate>();
 
     mutable std::mutex mutex;
     QString user;
@@ -99,10 +108,13 @@ private:
         QByteArray bytes;
         int end = -1; ///< of the line with the connection id, its line feed not included
     };
+    bool establish(const Opener &opener, QDeadlineTimer deadline);
     bool begin();
     void awaitLogout();
+    void closeNow();
     bool attend(const std::shared_ptr<ZELClientSocket> &socket, QString &error);
     bool fail(const QString &reason);
+    void emitError();
     bool shakeHands(ZELClientSocket &socket, QDeadlineTimer deadline, QByteArray &rest, QString &error);
     bool readGreeting(ZELClientSocket &socket, QDeadlineTimer deadline, Greeting &greeting, QString &error);
     bool acceptGreeting(const Greeting &greeting, const QUuid &usedKey, QString &error);

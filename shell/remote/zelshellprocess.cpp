@@ -11,16 +11,6 @@ using Lock = std::lock_guard<std::mutex>;
 
 namespace {
 
-/// Calls a hook in a frame of its own: one that fails must not take the calls behind it along. A kill may lead further
-/// out; then only `abandoned` is still called.
-void callGuarded(const std::function<void(ZELShellProcessHeader)> &hook, const ZELShellProcessHeader &packet,
-    std::function<void()> abandoned = {})
-{
-    ZELFrame frame;
-    frame->abandoned = std::move(abandoned);
-    zelGuard(frame.get(), [&] { hook(packet); });
-}
-
 /// What this thread waits on, kept alive since the record may be destroyed meanwhile. Not on the stack: a kill would
 /// leave the reference there for ever.
 thread_local std::shared_ptr<ZELShellProcessPrivate> waitedOn;
@@ -96,10 +86,36 @@ bool ZELShellProcessPrivate::doWork()
     if (call.hook && asynchronous)
         enqueue(call);
     else if (call.hook)
-        ZELThreadPool::Pool()->Invoke([call] { callGuarded(call.hook, call.packet); });
+        callWhileWaiting(call);
     if (!asynchronous)
         finish(call);
     return call.packet.isComplete();
+}
+
+/// Calls the hook in a frame of its own: one that fails must not take the calls behind it along. A kill may lead
+/// further out; then only `abandoned` is still called.
+void ZELShellProcessPrivate::callHook(const HookCall &call, const std::function<void()> &abandoned)
+{
+    ZELFrame frame;
+    if (!gate->enter())
+        return;
+    frame->abandoned = [gate = gate, abandoned] {
+        gate->leave();
+        if (abandoned)
+            abandoned();
+    };
+    zelGuard(frame.get(), [&] { call.hook(call.packet); });
+    gate->leave();
+}
+
+void ZELShellProcessPrivate::callWhileWaiting(const HookCall &call)
+{
+    const auto self = shared_from_this();
+    ZELThreadPool::Pool()->Invoke([self, call, waiting = zelServedThread()] {
+        zelWaitingThread() = waiting;
+        self->callHook(call, {});
+        zelWaitingThread() = {};
+    });
 }
 
 void ZELShellProcessPrivate::enqueue(const HookCall &call)
@@ -135,7 +151,7 @@ void ZELShellProcessPrivate::runHooks()
 {
     HookCall call;
     while (nextCall(call)) {
-        callGuarded(call.hook, call.packet, [self = shared_from_this(), call] {
+        callHook(call, [self = shared_from_this(), call] {
             self->finish(call);
             self->startHooks();
         });
@@ -149,6 +165,12 @@ void ZELShellProcessPrivate::release()
     packet.headers.insert(QStringLiteral("State"), QByteArrayLiteral("UNKNOW")); // peers know it by this spelling
     append(packet);
     doWork();
+}
+
+bool ZELShellProcessPrivate::markSent()
+{
+    Lock lock(mutex);
+    return !std::exchange(sentOut, true);
 }
 
 void ZELShellProcessPrivate::append(const ZELShellProcessHeader &packet)
@@ -188,15 +210,14 @@ ZELShellProcess::~ZELShellProcess()
 
 bool ZELShellProcess::send()
 {
+    bool sent = false;
     {
-        ZELCriticalSection section;
-        Lock lock(d->mutex);
-        if (d->sentOut)
+        ZELCriticalSection section; // nothing is held when it ends
+        if (!d->markSent())
             return false;
-        d->sentOut = true;
+        const auto client = d->client.lock();
+        sent = client && client->send(d);
     }
-    const auto client = d->client.lock();
-    const bool sent = client && client->send(d);
     // A record without a client has nobody to answer it, but also nothing that went wrong.
     if (!sent && !d->commandLine.isEmpty())
         d->release();

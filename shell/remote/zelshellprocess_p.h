@@ -2,6 +2,7 @@
 #ifndef ZELSHELLPROCESS_P_H
 #define ZELSHELLPROCESS_P_H
 
+#include "zelhookgate_p.h"
 #include "zelshellprocess.h"
 #include "zelwait.h"
 
@@ -19,6 +20,8 @@ public:
     bool wait(unsigned long ms);
     void append(const ZELShellProcessHeader &packet);
     bool doWork();
+    /// False when it was sent before.
+    bool markSent();
     void release();
     void clear();
     /// Wakes waiters whatever the state of the command.
@@ -27,6 +30,7 @@ public:
     // Set by the client before the record is handed out.
     std::weak_ptr<ZELShellClientPrivate> client;
     std::weak_ptr<ZELShellProcess> record;
+    std::shared_ptr<ZELHookGate> gate = std::make_shared<ZELHookGate>(); ///< the client's, or one that stays open
     QString commandLine;
     QString key; ///< empty without a client
     bool numbered = false; ///< the key is unique on the connection
@@ -56,6 +60,8 @@ private:
     void enqueue(const HookCall &call);
     void startHooks();
     void runHooks();
+    void callHook(const HookCall &call, const std::function<void()> &abandoned);
+    void callWhileWaiting(const HookCall &call);
     bool nextCall(HookCall &call);
 
     QList<HookCall> m_calls; ///< asynchronous calls to come

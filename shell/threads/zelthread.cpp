@@ -207,10 +207,19 @@ int ZELThread::exec()
     return QThread::exec(); // returns at once with the code and makes the thread ready for another loop
 }
 
-void ZELThread::runTask(const std::function<void()> &task)
+/// Called when the thread is busy already, so that at no moment it looks idle.
+void ZELThread::taskBegun(ZELSync *sync)
+{
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (d->posted.contains(sync))
+        --d->waiting;
+}
+
+void ZELThread::runTask(ZELSync *sync, const std::function<void()> &task)
 {
     ZELFrame frame;
     m_busy = true;
+    taskBegun(sync);
     zelGuard(frame.get(), task);
     m_busy = false;
     if (!frame->caught)
@@ -236,6 +245,7 @@ std::shared_ptr<ZELCall> ZELThread::post(const std::function<void()> &task)
     auto *sync = new ZELSync(this);
     sync->setAutoDelete();
     d->posted.insert(sync, call);
+    ++d->waiting;
     ZEL_TSAN_RELEASE(sync);
     QMetaObject::invokeMethod(sync, "doSync", Qt::QueuedConnection, Q_ARG(std::function<void()>, task));
     return call;
@@ -264,6 +274,7 @@ void ZELThread::dropPosted()
     std::unique_lock<std::mutex> lock(d->mutex);
     d->ended = true;
     const auto posted = std::exchange(d->posted, {});
+    d->waiting = 0;
     lock.unlock();
     for (auto it = posted.begin(); it != posted.end(); ++it) {
         it.value()->finish();
@@ -278,11 +289,11 @@ bool ZELThread::isOccupied()
     return m_busy || m_callback;
 }
 
-/// Whether a task posted now would run on an idle loop.
+/// Whether a task posted now would run at once, on an idle loop: behind another one it might wait for ever.
 bool ZELThread::takesTasks()
 {
     std::lock_guard<std::mutex> lock(d->mutex);
-    return !isOccupied() && !isOver();
+    return d->waiting == 0 && !isOccupied() && !isOver();
 }
 
 /// Not when it was started again: then tasks wait for the loop, as before the first start.
@@ -330,7 +341,7 @@ bool ZELSync::event(QEvent *event)
 void ZELSync::doSync(std::function<void()> task)
 {
     if (task && m_thread)
-        m_thread->runTask(task);
+        m_thread->runTask(this, task);
     else if (task)
         task();
     if (m_thread)

@@ -88,7 +88,8 @@ private:
     void unwound();
     void guardedBody();
     void body();
-    void runTask(const std::function<void()> &task);
+    void runTask(ZELSync *sync, const std::function<void()> &task);
+    void taskBegun(ZELSync *sync);
     std::shared_ptr<ZELCall> post(const std::function<void()> &task);
     void taskDone(ZELSync *sync);
     void awaitPost();

@@ -30,8 +30,7 @@ public:
     {
         while (!waitShortly()) { }
     }
-
-private:
+    /// Whether it has finished, or does so in a moment.
     bool waitShortly()
     {
         ZELCriticalSection section;
@@ -39,6 +38,7 @@ private:
         return m_changed.wait_for(lock, std::chrono::milliseconds(20), [this] { return m_finished; });
     }
 
+private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_finished = false;
@@ -47,8 +47,9 @@ private:
 class ZELThreadPrivate
 {
 public:
-    std::mutex mutex; ///< guards label, posted, ended, begun
+    std::mutex mutex; ///< guards label, posted, waiting, ended, begun
     QHash<ZELSync *, std::shared_ptr<ZELCall>> posted; ///< tasks on their way
+    int waiting = 0; ///< of them those that have not begun
     bool ended = false; ///< nothing posted would run
     bool begun = false; ///< from the beginning of a run to its very end
     Exception *failure = nullptr; ///< of a task, until the body reports it; touched by the thread alone
