@@ -33,6 +33,8 @@ class tst_Scripts : public ShellFixture
             ->command(
                 "text", "echo", [](ZELArguments args, QStringList words) { args.debug().noquote() << words.join(' '); })
             .multiRun();
+        server->command("demo", "secret", [] {}).role("service");
+        server->command("demo", "again", [this] { return script("demo/again; text/echo never"); });
         server->command("text", "ping", [] { return QString("pong"); }).multiRun();
     }
 
@@ -97,6 +99,8 @@ private Q_SLOTS:
         row("second line", "text/ping\nnothing\ntext/echo never", "line 2: Error : input 'nothing' can not execate");
         row("in a function", "function f () {\n demo/fail }\n\nf; text/echo never", "f, line 2: ");
         row("computed", "$x = (1 / 0); text/echo never", "line 1: division by zero");
+        row("refused", "demo/secret; text/echo never", "line 1: demo/secret is not permitted!");
+        row("under way", "demo/again", "line 1: again is already in running!");
         row("no file", "dostring --file /nowhere/at.all\ntext/echo never", "No such file or directory");
     }
 

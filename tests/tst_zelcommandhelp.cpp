@@ -138,6 +138,18 @@ private Q_SLOTS:
         QCOMPARE(command["options"].toArray()[0].toObject()["aliases"].toArray(), QJsonArray{"-n"});
     }
 
+    /// What scripts brought, where the line editor is the modern one.
+    void completesScripts()
+    {
+        run("function boardwide () { }");
+        QCOMPARE(completed("boardw"), QString("|"));
+        ZELShellPrivate::get(shell.get())->hasPrompt = true;
+        QCOMPARE(completed("boardw"), QString("ide|"));
+        QCOMPARE(completed("dos"), QString("tring|"));
+        QCOMPARE(completed("dostring --f"), QString("ile|"));
+        QCOMPARE(completed("dostring --file /us"), QString("r/|"));
+    }
+
     void completes_data()
     {
         Table<QString, QString> row("line", "found");

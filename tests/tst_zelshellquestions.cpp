@@ -96,6 +96,16 @@ private Q_SLOTS:
         QVERIFY(typed("hide " + zelAnswersTag() + "= " + tag, "x\n").contains("Accept: HIDDENQUESTION\r\n"));
     }
 
+    /// Statements and answers have one limit.
+    void tooLong()
+    {
+        ZELShellPrivate::get(shell.get())->lineLimit = 10;
+        QCOMPARE(typed("ask", "0123456789\n"), QString("Name? 0123456789\n0123456789\r\n"));
+        QVERIFY(typed("ask", "0123456789x\n").endsWith("ask: the answer is too long\r\n"));
+        typed("hide " + zelAnswersTag() + ' ' + tag, "0123456789xy\n");
+        QCOMPARE(answers, (QStringList{"0123456789", "none", "none"}));
+    }
+
     void overTcp()
     {
         server->startTcpServer(0);

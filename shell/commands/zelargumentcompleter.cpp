@@ -35,7 +35,15 @@ QStringList askHost(const Parameter &parameter, const QStringList &words, const 
     return zelGuard(frame.get(), ask) == 0 ? *answer : QStringList();
 }
 
-ZELWordCandidates fileNames(const QString &typed)
+/// An "=" is the word before the value of an option, or nothing is typed of that yet.
+QString typedPart(const QString &word)
+{
+    return word == QLatin1String("=") ? QString() : word;
+}
+
+} // namespace
+
+ZELWordCandidates zelFileCandidates(const QString &typed)
 {
     const int cut = typed.lastIndexOf(QLatin1Char('/')) + 1;
     ZELWordCandidates found;
@@ -48,14 +56,6 @@ ZELWordCandidates fileNames(const QString &typed)
         }
     return found;
 }
-
-/// An "=" is the word before the value of an option, or nothing is typed of that yet.
-QString typedPart(const QString &word)
-{
-    return word == QLatin1String("=") ? QString() : word;
-}
-
-} // namespace
 
 ZELListing zelPlainEntries(const QStringList &words, const QString &prefix)
 {
@@ -80,7 +80,7 @@ std::optional<ZELWordCandidates> zelCompleteArgument(const ZELCommandSignature &
     case Parameter::Completion::Tree:
         return std::nullopt;
     case Parameter::Completion::Files:
-        return fileNames(typed);
+        return zelFileCandidates(typed);
     case Parameter::Completion::None:
         break;
     }

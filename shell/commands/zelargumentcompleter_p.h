@@ -12,6 +12,9 @@
  */
 std::optional<ZELWordCandidates> zelCompleteArgument(const ZELCommandSignature &signature, const QStringList &words);
 
+/// Files and directories of the machine whose names begin with the last piece of the path.
+ZELWordCandidates zelFileCandidates(const QString &typed);
+
 /// The words as entries of a listing without colours, without those that could not be typed.
 ZELListing zelPlainEntries(const QStringList &words, const QString &prefix);
 

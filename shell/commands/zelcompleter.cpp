@@ -117,6 +117,9 @@ Candidates candidates(const Word &word, const ZELCompletionScope &scope)
     if (word.bare && word.first)
         for (const char *name : {"ls", "cd", "reinit", "sys", "exit", "quit"})
             all.append({QLatin1String(name), ZELShellCommandTree::System_Execute});
+    if (word.bare && word.first)
+        for (const QString &name : scope.runnable)
+            all.append({name, ZELShellCommandTree::System_Execute});
     return beginningWith(word.prefix, all);
 }
 

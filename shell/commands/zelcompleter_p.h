@@ -42,6 +42,7 @@ struct ZELCompletionScope
     Reader fromRoot; ///< from the main root
     Reader fromCurrent; ///< from the session's directory; above the tree it is not asked
     std::function<ZELListing()> systemCommands;
+    QStringList runnable; ///< what else a statement may begin with
     bool aboveTree = false; ///< the session stands above "Main"
     /// What a statement's last word may be, by all of its words with their quotes; nothing where names of the tree
     /// complete it. May be empty.

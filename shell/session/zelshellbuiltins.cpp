@@ -261,8 +261,8 @@ ZELShellPrivate::Outcome ZELShellPrivate::runCommand(ZELArguments &args)
         return Outcome::Ran;
     if (runPinned(pin, args))
         return Outcome::Ran;
-    complete(args, QStringLiteral("EXECUTE_RUNNINGLOCK"),
-        args.getExecPath().section(QLatin1Char('/'), -1) + QStringLiteral(" is already in running!"));
+    args.setErrorString(args.getExecPath().section(QLatin1Char('/'), -1) + QStringLiteral(" is already in running!"));
+    complete(args, QStringLiteral("EXECUTE_RUNNINGLOCK"), args.getErrorString());
     return Outcome::Answered;
 }
 
@@ -303,8 +303,8 @@ bool ZELShellPrivate::isPermitted(ZELArguments &args)
 
 void ZELShellPrivate::refuse(const ZELArguments &args)
 {
-    complete(
-        args, QStringLiteral("EXECUTE_PERMISSION_ERROR"), args.getExecName() + QStringLiteral(" is not permitted!"));
+    args.setErrorString(args.getExecName() + QStringLiteral(" is not permitted!"));
+    complete(args, QStringLiteral("EXECUTE_PERMISSION_ERROR"), args.getErrorString());
 }
 
 bool ZELShellPrivate::answerHelp(ZELArguments &args, ZELShellCommandPin &pin)

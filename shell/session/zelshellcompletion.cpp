@@ -47,6 +47,15 @@ std::shared_ptr<const ZELTypedCommand> typedCommand(const ZELShellPrivate &sessi
     return command && session.hasRoleFor(command) ? ZELShellCommandPrivate::get(command)->typed : nullptr;
 }
 
+/// The words of "dostring".
+ZELWordCandidates ofScripts(const QStringList &words)
+{
+    if (words.at(words.size() - 2) == QLatin1String("--file"))
+        return zelFileCandidates(words.last());
+    const QStringList options{QStringLiteral("--file"), QStringLiteral("--string")};
+    return {words.last(), words.size() == 2 ? zelPlainEntries(options, words.last()) : ZELListing()};
+}
+
 std::optional<ZELWordCandidates> candidatesFor(const ZELShellPrivate &session, const QStringList &words)
 {
     const QString &first = words.first();
@@ -55,6 +64,8 @@ std::optional<ZELWordCandidates> candidatesFor(const ZELShellPrivate &session, c
         return ZELWordCandidates{last, zelPlainEntries(session.environment.names(), last)};
     if (words.size() == 1)
         return std::nullopt;
+    if (first == QLatin1String("dostring") && !session.resolve(first))
+        return ofScripts(words);
     bool isKill = false;
     const auto typed = typedCommand(session, first, &isKill);
     if (typed)
@@ -73,5 +84,7 @@ ZELCompletionScope ZELShellPrivate::completionScope() const
     ZELCompletionScope scope
         = ZELCompletionScope::ofTrees(server->mainRoot(), directories.current(), server->systemRoot(), audience());
     scope.words = [this](const QStringList &words) { return candidatesFor(*this, words); };
+    if (hasPrompt) // the plain keys offer what they always did
+        scope.runnable = functions.names() << QStringLiteral("dostring");
     return scope;
 }

@@ -86,13 +86,15 @@ private:
             const bool isCancelled = byte && (*byte == interruptKey || *byte == endKey);
             // The terminals of modern sessions may send what Enter is there.
             const bool isReturn = byte && *byte == '\r' && m_session.hasPrompt;
+            if (byte && !isCancelled && isTooLong(*byte))
+                continue;
             const bool isLine = byte && !isCancelled && editor.feed(isReturn ? '\n' : *byte) == ZELLineEditor::Line;
             if (isReturn)
                 m_session.loop->skipLineFeed();
             if (!byte || isCancelled || isLine)
                 echo(editor);
             if (isLine)
-                return withoutReturn(editor.takeLine().toLatin1());
+                return taken(editor.takeLine().toLatin1());
             if (!byte || isCancelled)
                 return byte ? fail("cancelled") : std::nullopt;
         }
@@ -117,14 +119,27 @@ private:
         QByteArray line;
         for (auto byte = nextByte(); byte; byte = nextByte()) {
             if (*byte == '\n')
-                return withoutReturn(line);
-            line += *byte;
+                return taken(line);
+            if (!isTooLong(*byte))
+                line += *byte;
         }
         return std::nullopt;
     }
 
-    static QString withoutReturn(QByteArray line)
+    /// As long as a statement may be: what comes beyond that is dropped up to the end of the line.
+    bool isTooLong(char byte)
     {
+        const int limit = m_session.lineLimit;
+        if (byte == '\n' || (byte == '\r' && m_session.hasPrompt))
+            return false;
+        m_isTooLong = m_isTooLong || (limit > 0 && ++m_length > limit);
+        return m_isTooLong;
+    }
+
+    std::optional<QString> taken(QByteArray line)
+    {
+        if (m_isTooLong)
+            return fail("the answer is too long");
         if (line.endsWith('\r'))
             line.chop(1);
         return zelTextOf(line);
@@ -135,6 +150,8 @@ private:
     const ZELQuestion &m_question;
     QString *const m_problem;
     const QDeadlineTimer m_deadline;
+    int m_length = 0;
+    bool m_isTooLong = false;
 };
 
 } // namespace

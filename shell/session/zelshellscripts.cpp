@@ -30,7 +30,8 @@ public:
         }
         const ZELArguments args = m_session.newRecord(statement);
         const QVariant value = m_session.execute(statement, args, false, false);
-        return {value, args.hasError(), args.getErrorString(), ZELArgumentsPrivate::get(args)->errorSaysWhere};
+        return {value, args.hasError() || wasRefused(args), args.getErrorString(),
+            ZELArgumentsPrivate::get(args)->errorSaysWhere};
     }
     QString variable(const QString &name) override { return m_session.environment.value(name); }
     void setVariable(const QString &name, const QString &value) override { m_session.environment.set(name, value); }
@@ -42,6 +43,13 @@ public:
     }
 
 private:
+    /// Not run at all, which has states of its own.
+    static bool wasRefused(const ZELArguments &args)
+    {
+        const QString state = args.getProtoclState();
+        return state == QLatin1String("EXECUTE_PERMISSION_ERROR") || state == QLatin1String("EXECUTE_RUNNINGLOCK");
+    }
+
     ZELShellPrivate &m_session;
 };
 
