@@ -128,6 +128,18 @@ private Q_SLOTS:
         QVERIFY2(text.contains("Waring:Thread exit failed"), text);
     }
 
+    /// What has an open bracket is no statement yet.
+    void linesThatGoOn()
+    {
+        PlainHost host;
+        for (const QByteArray first : {"dostring --string {", "if (1) {"}) {
+            QCOMPARE(host.answer(first, "> "), QByteArray());
+            QCOMPARE(host.answer("text/echo one; text/echo two", "> "), QByteArray());
+            const QByteArray printed = host.answer("}");
+            QVERIFY2(printed.contains("one\r\n") && printed.contains("two\r\n"), printed);
+        }
+    }
+
     void faults_data()
     {
         Table<QByteArray, QByteArray> row("line", "said");

@@ -174,7 +174,8 @@ void ZELShellLoop::runLine(QString line)
     line = m_begun + line;
     m_begun.clear();
     m_session.waitingSince = 0;
-    if (zelHasScriptBlock(line) && zelIsOpenScript(line) && !line.contains(zelProtocolTag())) {
+    const bool mayGoOn = zelHasScriptBlock(line) || line.trimmed().startsWith(QLatin1String("dostring "));
+    if (mayGoOn && zelIsOpenScript(line) && !line.contains(zelProtocolTag())) {
         m_begun = line + QLatin1Char('\n');
         if (!m_session.noTerminal)
             m_session.output.write(QStringLiteral("> "));
