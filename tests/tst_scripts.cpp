@@ -85,7 +85,9 @@ private Q_SLOTS:
 #ifndef __SANITIZE_THREAD__ // which follows no more than 64 Ki calls
         const QString blocks
             = "function deep () { " + QString("if (1) {").repeated(250) + "deep" + QString("}").repeated(251);
-        QVERIFY(withoutColours(answer(blocks + "; deep")).contains("nested too deep"));
+        const QString nested = withoutColours(answer(blocks + "; deep"));
+        // Small frames reach the number of calls before the end of the stack.
+        QVERIFY2(nested.contains("nested too deep") || nested.contains("more than 256 deep"), qPrintable(nested));
 #endif
         ZELShell other(nullptr);
         other.Execute("fact 3", false);
